@@ -1,0 +1,153 @@
+// Named POSIX shared-memory segments for handing frames and audio to the recording server.
+#include "Core/SharedMemory.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Util/Log.h"
+
+namespace KTN {
+
+const char* const kVideoShmKey = "com.kestrin-design.shmvideo";
+const char* const kAudioShmKey = "com.kestrin-design.shmaudio";
+
+namespace Core {
+
+SharedMemory::SharedMemory(const char* key) {
+  mKey[0] = '\0';
+  if (!key) return;
+  if (strlen(key) > kMaxKeyLength) {
+    // Deliberately without a line feed: the caller's next failure line continues this one.
+    Util::LogFailure(__func__, __LINE__, "Truncating key string to %u characters",
+                     static_cast<unsigned>(kMaxKeyLength));
+  }
+  strncpy(mKey, key, kMaxKeyLength);
+  mKey[kMaxKeyLength] = '\0';
+}
+
+SharedMemory::~SharedMemory() {
+  if (mAddress) {
+    if (long rc = Unmap()) KTN_LOG("Unmap() returned %ld", rc);
+  }
+  if (mCreated) {
+    if (long rc = Unlink()) KTN_LOG("Unlink() returned %ld", rc);
+  }
+}
+
+long SharedMemory::Create(unsigned long long size) {
+  if (!mKey[0]) {
+    KTN_LOG("Invalid key");
+    return EINVAL;
+  }
+  if (mCreated) {
+    KTN_LOG("Shared memory already created");
+    return EINVAL;
+  }
+  int fd = shm_open(mKey, O_RDWR | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+  if (fd < 0) {
+    int error = errno;
+    mExists = (error == 0 || error == EEXIST);
+    if (error) {
+      KTN_LOG("shm_open(%s) failed with errno %ld (%s)", mKey, static_cast<long>(error), strerror(error));
+      return error;
+    }
+  } else {
+    mExists = true;
+  }
+  long result = 0;
+  if (ftruncate(fd, static_cast<off_t>(size)) != 0 && errno != 0) {
+    result = errno;
+    KTN_LOG("ftruncate(%d, %llu) failed with errno %ld (%s)", fd, size, result, strerror(errno));
+  } else {
+    mCreated = true;
+  }
+  // A descriptor numbered 0 is left open: it would be the process's standard input.
+  if (fd > 0 && close(fd) != 0 && errno != 0) {
+    KTN_LOG("close(%d) failed with errno %ld (%s)", fd, static_cast<long>(errno), strerror(errno));
+  }
+  return result;
+}
+
+long SharedMemory::Map(void*& address, bool readOnly) {
+  if (!mKey[0]) {
+    KTN_LOG("Invalid key");
+    return EINVAL;
+  }
+  if (mAddress) {
+    KTN_LOG("Shared memory already mapped at %p", mAddress);
+    return EINVAL;
+  }
+  int fd = shm_open(mKey, readOnly ? O_RDONLY : O_RDWR, 0);
+  if (fd < 0 && errno != 0) {
+    long error = errno;
+    KTN_LOG("shm_open(%s) failed with errno %ld (%s)", mKey, error, strerror(errno));
+    return error;
+  }
+  long result = 0;
+  struct stat info;
+  if (fstat(fd, &info) != 0 && errno != 0) {
+    result = errno;
+    KTN_LOG("fstat(%d) failed with errno %ld (%s)", fd, result, strerror(errno));
+  } else {
+    unsigned long long length = static_cast<unsigned long long>(info.st_size);
+    address = mmap(nullptr, length, readOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (address != MAP_FAILED) {
+      mAddress = address;
+      mSize = length;
+    } else if (errno != 0) {
+      result = errno;
+      KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", length, fd, result, strerror(errno));
+    }
+  }
+  // The mapping outlives the descriptor; descriptor 0 is left open as in Create.
+  if (fd > 0 && close(fd) != 0 && errno != 0) {
+    KTN_LOG("close(%d) failed with errno %ld (%s)", fd, static_cast<long>(errno), strerror(errno));
+  }
+  if (address == MAP_FAILED) address = nullptr;
+  return result;
+}
+
+long SharedMemory::Unmap() {
+  if (!mKey[0]) {
+    KTN_LOG("Invalid key");
+    return EINVAL;
+  }
+  if (!mAddress) {
+    KTN_LOG("Shared memory not mapped");
+    return EINVAL;
+  }
+  if (munmap(mAddress, mSize) != 0 && errno != 0) {
+    long error = errno;
+    KTN_LOG("munmap(%p, %llu) failed with %ld (%s)", mAddress, mSize, error, strerror(errno));
+    return error;
+  }
+  mAddress = nullptr;
+  mSize = 0;
+  return 0;
+}
+
+long SharedMemory::Unlink() {
+  if (!mKey[0]) {
+    KTN_LOG("Invalid key");
+    return EINVAL;
+  }
+  if (!mCreated && !mExists) {
+    KTN_LOG("Shared memory not created and not pre-existing");
+    return EINVAL;
+  }
+  if (shm_unlink(mKey) != 0 && errno != 0) {
+    long error = errno;
+    KTN_LOG("shm_unlink(%s) failed with %ld (%s)", mKey, error, strerror(errno));
+    return error;
+  }
+  mCreated = false;
+  mExists = false;
+  return 0;
+}
+
+}  // namespace Core
+}  // namespace KTN

@@ -1,0 +1,204 @@
+// Tests of SharedMemory against real POSIX segments in /dev/shm.
+#include <gtest/gtest.h>
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <regex>
+#include <string>
+
+#include "Core/SharedMemory.h"
+#include "Util/CapturedStderr.h"
+
+namespace KTN {
+namespace Core {
+namespace {
+
+using Util::CapturedStderr;
+
+// A key of this test process only, so that parallel runs never meet.
+std::string TestKey(const char* tag) {
+  return "ktn." + std::to_string(getpid()) + "." + tag;
+}
+
+bool SegmentExists(const std::string& key) {
+  struct stat info;
+  return stat(("/dev/shm/" + key).c_str(), &info) == 0;
+}
+
+// Removes a segment a failed test may have left.
+struct SegmentCleanup {
+  std::string key;
+  ~SegmentCleanup() { shm_unlink(key.c_str()); }
+};
+
+TEST(SharedMemoryTest, KeysAreTheSystemsNames) {
+  EXPECT_STREQ("com.kestrin-design.shmvideo", kVideoShmKey);
+  EXPECT_STREQ("com.kestrin-design.shmaudio", kAudioShmKey);
+}
+
+TEST(SharedMemoryTest, CreateMapFillAndReadBackReadOnly) {
+  std::string key = TestKey("rt");
+  SegmentCleanup cleanup{key};
+  SharedMemory writer(key.c_str());
+  ASSERT_EQ(0, writer.Create(4096));
+  void* address = nullptr;
+  ASSERT_EQ(0, writer.Map(address, false));
+  ASSERT_NE(nullptr, address);
+  EXPECT_EQ(4096u, writer.Size());
+  memset(address, 0x5a, 4096);
+
+  SharedMemory reader(key.c_str());
+  void* view = nullptr;
+  ASSERT_EQ(0, reader.Map(view, true));
+  ASSERT_NE(nullptr, view);
+  EXPECT_EQ(4096u, reader.Size());
+  EXPECT_EQ(0x5a, static_cast<unsigned char*>(view)[0]);
+  EXPECT_EQ(0x5a, static_cast<unsigned char*>(view)[4095]);
+}
+
+TEST(SharedMemoryTest, SegmentIsOwnerReadWriteOnly) {
+  std::string key = TestKey("perm");
+  SegmentCleanup cleanup{key};
+  SharedMemory segment(key.c_str());
+  ASSERT_EQ(0, segment.Create(16));
+  struct stat info;
+  ASSERT_EQ(0, stat(("/dev/shm/" + key).c_str(), &info));
+  EXPECT_EQ(0600u, info.st_mode & 0777);
+  EXPECT_EQ(16, info.st_size);
+}
+
+TEST(SharedMemoryTest, CreatorRemovesTheNameWhenDestroyed) {
+  std::string key = TestKey("gone");
+  SegmentCleanup cleanup{key};
+  {
+    SharedMemory segment(key.c_str());
+    ASSERT_EQ(0, segment.Create(64));
+    void* address = nullptr;
+    ASSERT_EQ(0, segment.Map(address, false));
+    EXPECT_TRUE(SegmentExists(key));
+  }
+  EXPECT_FALSE(SegmentExists(key));
+}
+
+TEST(SharedMemoryTest, LongKeyIsTruncatedTo31Characters) {
+  std::string key = TestKey("long");
+  key.append(40 - key.size(), 'x');
+  ASSERT_EQ(40u, key.size());
+  std::string truncated = key.substr(0, 31);
+  SegmentCleanup cleanup{truncated};
+  CapturedStderr captured;
+  SharedMemory segment(key.c_str());
+  // No line feed: the next failure line would continue this one.
+  EXPECT_EQ("*** SharedMemory[#]: Truncating key string to 31 characters", captured.Text());
+  EXPECT_EQ(truncated, segment.Key());
+  ASSERT_EQ(0, segment.Create(8));
+  EXPECT_TRUE(SegmentExists(truncated));
+}
+
+TEST(SharedMemoryTest, StaleSegmentIsRecoveredByUnlinkThenCreate) {
+  std::string key = TestKey("stale");
+  SegmentCleanup cleanup{key};
+  int fd = shm_open(key.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);  // left by an earlier run
+  ASSERT_GE(fd, 0);
+  close(fd);
+
+  SharedMemory segment(key.c_str());
+  CapturedStderr captured;
+  EXPECT_EQ(17, segment.Create(32));
+  EXPECT_EQ("*** Create[#]: shm_open(" + key + ") failed with errno 17 (File exists)\n", captured.Text());
+  EXPECT_EQ(0, segment.Unlink());
+  EXPECT_FALSE(SegmentExists(key));
+  EXPECT_EQ(0, segment.Create(32));
+  EXPECT_TRUE(SegmentExists(key));
+}
+
+TEST(SharedMemoryTest, MapOfEmptySegmentMapsNothing) {
+  std::string key = TestKey("empty");
+  SegmentCleanup cleanup{key};
+  SharedMemory segment(key.c_str());
+  ASSERT_EQ(0, segment.Create(0));
+  void* address = reinterpret_cast<void*>(1);
+  CapturedStderr captured;
+  EXPECT_EQ(EINVAL, segment.Map(address, false));
+  std::string text = captured.Text();
+  EXPECT_EQ(nullptr, address);
+  EXPECT_EQ(nullptr, segment.Address());
+  EXPECT_TRUE(std::regex_match(text, std::regex("\\*\\*\\* Map\\[#\\]: mmap\\(0, [0-9]+\\) failed with errno 22 "
+                                                "\\(Invalid argument\\)\n")))
+      << text;
+}
+
+TEST(SharedMemoryTest, MapperUnmapsButLeavesTheName) {
+  std::string key = TestKey("mapper");
+  SegmentCleanup cleanup{key};
+  SharedMemory creator(key.c_str());
+  ASSERT_EQ(0, creator.Create(4096));
+  void* view = nullptr;
+  {
+    SharedMemory mapper(key.c_str());
+    ASSERT_EQ(0, mapper.Map(view, true));
+    ASSERT_NE(nullptr, view);
+    EXPECT_EQ(0, msync(view, 4096, MS_ASYNC));
+  }
+  // msync fails with ENOMEM on an address range that is no longer mapped.
+  EXPECT_EQ(-1, msync(view, 4096, MS_ASYNC));
+  EXPECT_EQ(ENOMEM, errno);
+  EXPECT_TRUE(SegmentExists(key));
+}
+
+TEST(SharedMemoryTest, UnlinkOfUnknownSegmentIsRefused) {
+  SharedMemory segment(TestKey("fresh").c_str());
+  CapturedStderr captured;
+  EXPECT_EQ(EINVAL, segment.Unlink());
+  EXPECT_EQ("*** Unlink[#]: Shared memory not created and not pre-existing\n", captured.Text());
+}
+
+TEST(SharedMemoryTest, MisuseIsRefusedWithoutTouchingTheSystem) {
+  SharedMemory keyless(nullptr);
+  void* address = nullptr;
+  {
+    CapturedStderr captured;
+    EXPECT_EQ(EINVAL, keyless.Create(8));
+    EXPECT_EQ(EINVAL, keyless.Map(address, false));
+    EXPECT_EQ(EINVAL, keyless.Unmap());
+    EXPECT_EQ(EINVAL, keyless.Unlink());
+    EXPECT_EQ("*** Create[#]: Invalid key\n*** Map[#]: Invalid key\n*** Unmap[#]: Invalid key\n"
+              "*** Unlink[#]: Invalid key\n",
+              captured.Text());
+  }
+  std::string key = TestKey("misuse");
+  SegmentCleanup cleanup{key};
+  SharedMemory segment(key.c_str());
+  ASSERT_EQ(0, segment.Create(8));
+  ASSERT_EQ(0, segment.Map(address, false));
+  CapturedStderr captured;
+  EXPECT_EQ(EINVAL, segment.Create(8));
+  void* again = nullptr;
+  EXPECT_EQ(EINVAL, segment.Map(again, false));
+  EXPECT_EQ(0, segment.Unmap());
+  EXPECT_EQ(EINVAL, segment.Unmap());
+  char expected[256];
+  snprintf(expected, sizeof expected,
+           "*** Create[#]: Shared memory already created\n*** Map[#]: Shared memory already mapped at %p\n"
+           "*** Unmap[#]: Shared memory not mapped\n",
+           address);
+  EXPECT_EQ(expected, captured.Text());
+}
+
+TEST(SharedMemoryTest, MapOfMissingSegmentNamesTheCall) {
+  std::string key = TestKey("missing");
+  SharedMemory segment(key.c_str());
+  void* address = nullptr;
+  CapturedStderr captured;
+  EXPECT_EQ(ENOENT, segment.Map(address, true));
+  EXPECT_EQ("*** Map[#]: shm_open(" + key + ") failed with errno 2 (No such file or directory)\n", captured.Text());
+}
+
+}  // namespace
+}  // namespace Core
+}  // namespace KTN
