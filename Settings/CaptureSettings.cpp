@@ -1,0 +1,65 @@
+// The capture settings record, filled from the tables and the user's remembered choices.
+#include "Settings/CaptureSettings.h"
+
+#include "Settings/CaptureTables.h"
+#include "Settings/UserDefaults.h"
+
+namespace KTN {
+
+const char* const kVideoStandardKey = "com_kestrin_design_premiere_record_video_standard";
+const char* const kVideoFormatKey = "com_kestrin_design_premiere_record_video_format";
+const char* const kAudioChannelsKey = "com_kestrin_design_premiere_record_audio_channels";
+const char* const kAudioTypeKey = "com_kestrin_design_premiere_record_audio_type";
+const char* const kAudioRateKey = "com_kestrin_design_premiere_record_audio_rate";
+
+void CaptureSettings::Update(int standard, int format, int channels, int type, int rate) {
+  const SupportedStandard& videoStandard = gSupportedStandards[standard];
+  const SupportedPixelFormat& pixelFormat = gSupportedPixelFormats[format];
+  displayMode = videoStandard.displayMode;
+  width = videoStandard.width;
+  height = videoStandard.height;
+  codecType = pixelFormat.codecType;
+  codecVendor = pixelFormat.codecVendor;
+  timeScale = videoStandard.timeScale;
+  frameDuration = videoStandard.frameDuration;
+  pixelAspectX = videoStandard.pixelAspectX;
+  pixelAspectY = videoStandard.pixelAspectY;
+  if (pixelFormat.fixedWidth) width = pixelFormat.fixedWidth;
+  if (pixelFormat.fixedHeight) height = pixelFormat.fixedHeight;
+  audioChannels = static_cast<uint32_t>(channels);
+  audioSampleType = static_cast<uint32_t>(type);
+  audioSampleRate = static_cast<uint32_t>(rate);
+  extraFlag = 0;
+
+  UserDefaults& defaults = UserDefaults::Standard();
+  defaults.SetInteger(kVideoStandardKey, standard);
+  defaults.SetInteger(kVideoFormatKey, format);
+  defaults.SetInteger(kAudioChannelsKey, channels);
+  defaults.SetInteger(kAudioTypeKey, type);
+  defaults.SetInteger(kAudioRateKey, rate);
+  defaults.Synchronize();  // a failure is reported there; the record stays valid
+}
+
+void CaptureSettings::SetDefaults() {
+  // A stored standard that is not a named row, or a format outside the table, reads as
+  // unset, so that a hand-edited file can never index past the tables.
+  const UserDefaults::Registration registrations[] = {
+      {kVideoStandardKey, 1, IsNamedStandardIndex},
+      {kVideoFormatKey, 0, IsPixelFormatIndex},
+      {kAudioChannelsKey, 2, nullptr},
+      {kAudioTypeKey, 16, nullptr},
+      {kAudioRateKey, 48000, nullptr},
+  };
+  UserDefaults& defaults = UserDefaults::Standard();
+  defaults.RegisterDefaults(registrations, sizeof registrations / sizeof registrations[0]);
+  int standard = defaults.IntegerForKey(kVideoStandardKey);
+  int format = defaults.IntegerForKey(kVideoFormatKey);
+  int channels = defaults.IntegerForKey(kAudioChannelsKey);
+  int type = defaults.IntegerForKey(kAudioTypeKey);
+  int rate = defaults.IntegerForKey(kAudioRateKey);
+  Update(standard, format, channels, type, rate);
+  signature = kCaptureSettingsSignature;
+  version = kCaptureSettingsVersion;
+}
+
+}  // namespace KTN

@@ -1,0 +1,67 @@
+// The capture settings record: what the plug-in records, persisted by the host as 60 bytes.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace KTN {
+
+// Fourteen unsigned 32-bit words and one byte, in host byte order; the host keeps it as an
+// opaque 60-byte blob. Holds values copied out of the tables, not indices into them.
+struct CaptureSettings {
+  uint32_t signature;      // 'KTRN' marks a valid record
+  uint32_t version;        // always 3
+  uint32_t displayMode;    // the device's display-mode code of the standard
+  uint32_t width;          // pixels: the standard's, unless the format fixes it
+  uint32_t height;         // lines: the standard's, unless the format fixes it
+  uint32_t codecType;      // four-character codec type of the format
+  uint32_t codecVendor;    // four-character codec vendor, 0 where the format has none
+  uint32_t timeScale;      // time units per second
+  uint32_t frameDuration;  // one frame in timeScale units
+  uint32_t pixelAspectX;
+  uint32_t pixelAspectY;
+  uint32_t audioChannels;
+  uint32_t audioSampleType;  // bits per sample
+  uint32_t audioSampleRate;  // Hz
+  uint8_t extraFlag;         // always written as 0; no reader
+
+  // Fills the record from standard row standard, format row format and the audio values,
+  // and remembers all five in the user defaults (then synchronizes). Trusts its arguments:
+  // no range check and no fallback, and the signature and version are left alone. Called
+  // on the host's main thread.
+  void Update(int standard, int format, int channels, int type, int rate);
+
+  // Registers the default choices, reads the user's current ones and builds a complete,
+  // signed record from them.
+  void SetDefaults();
+};
+
+constexpr uint32_t kCaptureSettingsSignature = 0x4B54524E;  // 'KTRN'
+constexpr uint32_t kCaptureSettingsVersion = 3;
+constexpr size_t kCaptureSettingsBlobSize = 60;
+
+static_assert(sizeof(CaptureSettings) == kCaptureSettingsBlobSize, "the host's blob is 60 bytes");
+static_assert(offsetof(CaptureSettings, signature) == 0, "blob layout");
+static_assert(offsetof(CaptureSettings, version) == 4, "blob layout");
+static_assert(offsetof(CaptureSettings, displayMode) == 8, "blob layout");
+static_assert(offsetof(CaptureSettings, width) == 12, "blob layout");
+static_assert(offsetof(CaptureSettings, height) == 16, "blob layout");
+static_assert(offsetof(CaptureSettings, codecType) == 20, "blob layout");
+static_assert(offsetof(CaptureSettings, codecVendor) == 24, "blob layout");
+static_assert(offsetof(CaptureSettings, timeScale) == 28, "blob layout");
+static_assert(offsetof(CaptureSettings, frameDuration) == 32, "blob layout");
+static_assert(offsetof(CaptureSettings, pixelAspectX) == 36, "blob layout");
+static_assert(offsetof(CaptureSettings, pixelAspectY) == 40, "blob layout");
+static_assert(offsetof(CaptureSettings, audioChannels) == 44, "blob layout");
+static_assert(offsetof(CaptureSettings, audioSampleType) == 48, "blob layout");
+static_assert(offsetof(CaptureSettings, audioSampleRate) == 52, "blob layout");
+static_assert(offsetof(CaptureSettings, extraFlag) == 56, "blob layout");
+
+// The user-defaults keys of the five choices.
+extern const char* const kVideoStandardKey;  // row of gSupportedStandards
+extern const char* const kVideoFormatKey;    // row of gSupportedPixelFormats
+extern const char* const kAudioChannelsKey;
+extern const char* const kAudioTypeKey;      // bits per sample
+extern const char* const kAudioRateKey;      // Hz
+
+}  // namespace KTN

@@ -1,0 +1,44 @@
+// Test double: a private configuration directory set up before any test runs.
+#include "Settings/FakeUserConfigDir.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+
+#include "Settings/UserDefaults.h"
+
+namespace KTN {
+
+namespace {
+
+std::string MakeDirectory() {
+  char pattern[] = "/tmp/ktn-settings-test-XXXXXX";
+  const char* made = mkdtemp(pattern);
+  if (!made) abort();
+  setenv("XDG_CONFIG_HOME", made, 1);
+  return made;
+}
+
+// Set up before the first test reaches the store (and not at all when tests are only
+// listed), removed after the last.
+class PrivateConfigDirectory : public testing::Environment {
+ public:
+  void SetUp() override { FakeUserConfigDir::Path(); }
+  void TearDown() override { std::filesystem::remove_all(FakeUserConfigDir::Path()); }
+};
+
+const bool sRegistered = (testing::AddGlobalTestEnvironment(new PrivateConfigDirectory), true);
+
+}  // namespace
+
+const std::string& FakeUserConfigDir::Path() {
+  static const std::string sPath = MakeDirectory();
+  return sPath;
+}
+
+void FakeUserConfigDir::ClearDefaults() {
+  std::filesystem::remove(UserDefaults::Standard().Path());
+}
+
+}  // namespace KTN
