@@ -1,35 +1,15 @@
 // Scoped unlock guard, the mirror image of Lock.
 #include "Core/Unlock.h"
 
-#include "Util/Log.h"
-
 namespace KTN {
 namespace Core {
 
-Unlock::Unlock(Lockable* target, long* result) : mTarget(target), mResult(result) {
-  *mResult = mTarget->Unlock();
-  if (*mResult) {
-    KTN_LOG("Unlock returned %ld", *mResult);
-    return;
-  }
-  mEngaged = true;
-}
+Unlock::Unlock(Lockable* target, long* result) : LockGuard(target, result, &Lockable::Unlock, "Unlock", __func__) {}
 
-Unlock::Unlock(Lockable* target) : mTarget(target), mResult(nullptr) {
-  long rc = mTarget->Unlock();
-  if (rc) {
-    KTN_LOG("Unlock returned %ld", rc);
-    return;
-  }
-  mEngaged = true;
-}
+Unlock::Unlock(Lockable* target) : LockGuard(target, nullptr, &Lockable::Unlock, "Unlock", __func__) {}
 
 Unlock::~Unlock() {
-  if (!mTarget || !mEngaged) return;
-  long rc = mTarget->Lock();
-  if (!rc) return;
-  KTN_LOG("Lock returned %ld", rc);
-  if (mResult && *mResult == 0) *mResult = rc;
+  Leave(&Lockable::Lock, "Lock", __func__);
 }
 
 }  // namespace Core

@@ -1,12 +1,12 @@
 // Scoped guard that releases a held Lockable for one block and takes it back at the end.
 #pragma once
 
-#include "Core/Lockable.h"
+#include "Core/LockGuard.h"
 
 namespace KTN {
 namespace Core {
 
-class Unlock {
+class Unlock : private LockGuard {
  public:
   // Unlocks target, which the caller holds; *result (must not be null) receives the
   // status. A failure to lock again at the end of the block goes into *result unless an
@@ -15,14 +15,6 @@ class Unlock {
   explicit Unlock(Lockable* target);
   // Locks again only if the constructor's unlock succeeded.
   virtual ~Unlock();
-
-  Unlock(const Unlock&) = delete;
-  Unlock& operator=(const Unlock&) = delete;
-
- private:
-  Lockable* mTarget;
-  long* mResult;
-  bool mEngaged = false;
 };
 
 }  // namespace Core

@@ -408,13 +408,17 @@ void CTimeCode::Set(unsigned h, unsigned m, unsigned s, unsigned f) {
   Set(format, NormaliseFrameCount(total), false);
 }
 
-void CTimeCode::Set(const char* text) {
-  TimeCode record = {};
-  ConvertStringToTimeCode(text, &record);
+void CTimeCode::SetFields(const TimeCode& record) {
   hours = record.hours;
   minutes = record.minutes;
   seconds = record.seconds;
   frames = record.frames;
+}
+
+void CTimeCode::Set(const char* text) {
+  TimeCode record = {};
+  ConvertStringToTimeCode(text, &record);
+  SetFields(record);
 }
 
 void CTimeCode::Set(const std::string& text) {
@@ -432,10 +436,7 @@ void CTimeCode::Set(const CTimeCode& other, bool convert, bool roundUp) {
 void CTimeCode::SetBCD(unsigned bcd) {
   TimeCode record = {};
   ConvertFrameCountBCDToTimeCode(bcd, &record);
-  hours = record.hours;
-  minutes = record.minutes;
-  seconds = record.seconds;
-  frames = record.frames;
+  SetFields(record);
 }
 
 void CTimeCode::SetSerialBCD(unsigned bcd) {
@@ -445,10 +446,7 @@ void CTimeCode::SetSerialBCD(unsigned bcd) {
 }
 
 void CTimeCode::SetSerialTc(const TimeCode& srcSerial, bool convert) {
-  hours = srcSerial.hours;
-  minutes = srcSerial.minutes;
-  seconds = srcSerial.seconds;
-  frames = srcSerial.frames;
+  SetFields(srcSerial);
   TimeCodeFormat srcFormat = tcfFromDuration(srcSerial.frameDuration, srcSerial.timeScale, srcSerial.dropFrame, -1);
   if (tcfToTps(srcFormat) != srcSerial.framesPerSecond) srcFormat = tcfToSerialTcf(srcFormat);
   TIMECODE_ASSERT(tcfToTps(srcFormat) == srcSerial.framesPerSecond);

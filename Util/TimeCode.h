@@ -162,6 +162,8 @@ class CTimeCode {
   bool RelativeTCToAbsoluteTC(std::string text);
 
  private:
+  // Copies the four fields of a plain record; the format is kept.
+  void SetFields(const TimeCode& record);
   // hours << 24 | minutes << 16 | seconds << 8 | frameByte.
   uint32_t Packed(uint8_t frameByte) const;
 };
