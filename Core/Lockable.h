@@ -21,6 +21,9 @@ class Lockable {
   long Lock();
   long Unlock();
 
+  // True once Init has succeeded.
+  bool IsInitialised() const { return mInitialised; }
+
  protected:
   // The mutex itself; Event waits on it with its condition variable.
   pthread_mutex_t mMutex;

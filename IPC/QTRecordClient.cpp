@@ -1,0 +1,108 @@
+// The plug-in's handle on one running recording server.
+#include "IPC/QTRecordClient.h"
+
+#include <errno.h>
+#include <libgen.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "IPC/SigpipeBlock.h"
+#include "Util/Log.h"
+
+namespace KTN {
+
+namespace {
+
+// Closes streams opened by an Init that failed before the endpoint took them over:
+// the read stream first, then the write stream.
+void CloseStreams(FILE* readStream, FILE* writeStream) {
+  if (readStream && fclose(readStream) != 0) KTN_LOG("fclose(readStream) returned %ld", static_cast<long>(errno));
+  if (writeStream && fclose(writeStream) != 0) KTN_LOG("fclose(writeStream) returned %ld", static_cast<long>(errno));
+}
+
+}  // namespace
+
+QTRecordClient::~QTRecordClient() {
+  mTask.WaitUntilExit();
+  if (mReadStream && fclose(mReadStream) != 0) KTN_LOG("fclose(mReadStream) returned %ld", static_cast<long>(errno));
+  mReadStream = nullptr;
+  mResponsePipe.CloseReadEnd();
+  mResponsePipe.CloseWriteEnd();
+  if (mWriteStream) {
+    // Closing flushes what a failed write left buffered, into a server that may be gone.
+    SigpipeBlock noSigpipe;
+    if (fclose(mWriteStream) != 0) KTN_LOG("fclose(mWriteStream) returned %ld", static_cast<long>(errno));
+  }
+  mWriteStream = nullptr;
+  mCommandPipe.CloseReadEnd();
+  mCommandPipe.CloseWriteEnd();
+}
+
+long QTRecordClient::Init(const char* path) {
+  if (mLock.Init() != 0) {
+    KTN_LOG("Failed to create the command lock");
+    return ENOMEM;
+  }
+  if (long rc = mCommandPipe.Open()) {
+    KTN_LOG("Failed to create the command pipe");
+    return rc;
+  }
+  errno = 0;
+  FILE* writeStream = fdopen(mCommandPipe.WriteEnd(), "w");
+  if (!writeStream && errno != 0) {
+    long error = errno;
+    KTN_LOG("fdopen of writeStream failed with %ld (%s)", error, strerror(errno));
+    return error;
+  }
+  if (writeStream) mCommandPipe.TakeWriteEnd();
+  if (long rc = mResponsePipe.Open()) {
+    KTN_LOG("Failed to create the response pipe");
+    CloseStreams(nullptr, writeStream);
+    return rc;
+  }
+  errno = 0;
+  FILE* readStream = fdopen(mResponsePipe.ReadEnd(), "r");
+  if (!readStream && errno != 0) {
+    long error = errno;
+    KTN_LOG("fdopen of readStream failed with %ld (%s)", error, strerror(errno));
+    CloseStreams(nullptr, writeStream);
+    return error;
+  }
+  if (readStream) mResponsePipe.TakeReadEnd();
+  if (long rc = SimpleEndpointIPC::Init(readStream, writeStream)) {
+    KTN_LOG("RecordClient::Init returned %ld", rc);
+    CloseStreams(readStream, writeStream);
+    return rc;
+  }
+  // From here the endpoint owns the streams; the destructor closes them.
+  char* copy = strdup(path);
+  if (!copy) {
+    KTN_LOG("strdup failed");
+    return ENOMEM;
+  }
+  long result = 0;
+  errno = 0;
+  const char* directory = dirname(copy);
+  if (!directory && errno != 0) {
+    result = errno;
+    KTN_LOG("dirname returned %ld (%s)", result, strerror(errno));
+  } else {
+    result = mTask.Launch(path, directory, mCommandPipe.ReadEnd(), mResponsePipe.WriteEnd());
+  }
+  free(copy);
+  // The child holds its own copies of these ends. Closing ours means a server that dies,
+  // or never started, reads as the end of the stream instead of a wait for ever.
+  mCommandPipe.CloseReadEnd();
+  mResponsePipe.CloseWriteEnd();
+  return result;
+}
+
+void QTRecordClient::Lock() {
+  if (mLock.IsInitialised()) mLock.Lock();
+}
+
+void QTRecordClient::Unlock() {
+  if (mLock.IsInitialised()) mLock.Unlock();
+}
+
+}  // namespace KTN

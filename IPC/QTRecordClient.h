@@ -1,0 +1,44 @@
+// The plug-in's handle on one running recording server: launch, serialised commands, wait.
+#pragma once
+
+#include <sys/types.h>
+
+#include "Core/Lockable.h"
+#include "IPC/Pipe.h"
+#include "IPC/QTRecordClientIPC.h"
+#include "IPC/ServerProcess.h"
+
+namespace KTN {
+
+// Constructed, Init (the server runs from then on), commands from any thread, Exit,
+// destruction. There is no restart: a client whose server died answers 5 to every command.
+class QTRecordClient : public QTRecordClientIPC {
+ public:
+  QTRecordClient() = default;
+  // Waits for the server process to end, then closes the read stream, the response pipe,
+  // the write stream and the command pipe. The owner sends Exit first; without it the
+  // server's input is still open and the wait does not end.
+  ~QTRecordClient() override;
+
+  // Launches the server executable at path (UTF-8) in the executable's own folder, with a
+  // command pipe as its standard input and a response pipe as its standard output. 0 when
+  // the server has been launched, else an errno value with one failure line.
+  long Init(const char* path);
+  using QTRecordClientIPC::Init;
+
+  // Hold the client's lock for one whole command exchange (not recursive).
+  void Lock() override;
+  void Unlock() override;
+
+  // The server's process ID, or 0 when none was launched.
+  pid_t ServerPid() const { return mTask.Pid(); }
+
+ private:
+  // Serialises command exchanges (write, flush, read acknowledgement) between threads.
+  Core::Lockable mLock;
+  ServerProcess mTask;
+  Pipe mCommandPipe;   // write end: mWriteStream; read end: the server's standard input
+  Pipe mResponsePipe;  // read end: mReadStream; write end: the server's standard output
+};
+
+}  // namespace KTN

@@ -1,0 +1,180 @@
+// Tests of the server process client against a real child process (the stand-in server).
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "IPC/QTRecordClient.h"
+#include "Util/CapturedStderr.h"
+#include "Util/FourCC.h"
+
+namespace KTN {
+namespace {
+
+namespace fs = std::filesystem;
+using Util::CapturedStderr;
+
+int OpenDescriptorCount() {
+  int count = 0;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    (void)entry;
+    ++count;
+  }
+  return count;
+}
+
+// A scratch folder holding a copy of the stand-in server under the given folder name.
+class ServerFolder {
+ public:
+  explicit ServerFolder(const std::string& folderName) {
+    char pattern[] = "/tmp/ktn-ipc-test-XXXXXX";
+    mRoot = mkdtemp(pattern);
+    mFolder = mRoot + "/" + folderName;
+    fs::create_directories(mFolder);
+    fs::copy_file(FAKE_RECORD_SERVER, ServerPath());
+  }
+  ~ServerFolder() { fs::remove_all(mRoot); }
+  std::string ServerPath() const { return mFolder + "/QTRecordServer"; }
+  const std::string& Folder() const { return mFolder; }
+  const std::string& Root() const { return mRoot; }
+
+ private:
+  std::string mRoot;
+  std::string mFolder;
+};
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path);
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+TEST(QTRecordClientTest, ServerRunsInItsOwnFolderEvenWithSpacesInThePath) {
+  ServerFolder folder("My Disk/Kestrin Capture.bundle/Contents/Resources");
+  std::string report = folder.Root() + "/where the server ran.txt";
+  {
+    QTRecordClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    EXPECT_GT(client.ServerPid(), 0);
+    EXPECT_EQ(0, client.SetFilePath(report.c_str()));
+    EXPECT_EQ(static_cast<long>(Util::FourCC("appl")), client.GetCodecManufacturer(static_cast<int>(Util::FourCC("jpeg"))));
+    EXPECT_EQ(0, client.Exit());
+  }
+  EXPECT_EQ(folder.Folder(), ReadFile(report));
+}
+
+TEST(QTRecordClientTest, DestructionAfterExitReapsTheServerAndClosesEverything) {
+  ServerFolder folder("A/B");
+  int descriptorsBefore = OpenDescriptorCount();
+  pid_t pid = 0;
+  {
+    QTRecordClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    pid = client.ServerPid();
+    EXPECT_EQ(0, client.Begin());
+    EXPECT_EQ(0, client.Exit());
+  }
+  EXPECT_EQ(-1, kill(pid, 0)) << "the server has been waited for";
+  EXPECT_EQ(ESRCH, errno);
+  EXPECT_EQ(descriptorsBefore, OpenDescriptorCount()) << "both streams and all pipe ends are closed";
+}
+
+TEST(QTRecordClientTest, KilledServerAnswers5AndDestructionDoesNotHang) {
+  ServerFolder folder("killed");
+  sigset_t maskBefore;
+  pthread_sigmask(SIG_SETMASK, nullptr, &maskBefore);
+  {
+    QTRecordClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    EXPECT_EQ(0, client.Begin());
+    ASSERT_EQ(0, kill(client.ServerPid(), SIGKILL));
+    CapturedStderr captured;
+    EXPECT_EQ(5, client.Begin());
+    // A long argument makes sure the write itself hits the closed pipe, with SIGPIPE at its
+    // default action: the test process would die here if the client let the signal through.
+    std::string path(4000, 'p');
+    EXPECT_EQ(5, client.SetFilePath(path.c_str()));
+    EXPECT_EQ(5, client.Stop());
+    EXPECT_EQ("*** SendCommandSync[#]: ReadLine returned 5\n*** SendCommandSync[#]: ReadLine returned 5\n"
+              "*** SendCommandSync[#]: ReadLine returned 5\n",
+              captured.Text());
+  }
+  sigset_t maskAfter, pending;
+  pthread_sigmask(SIG_SETMASK, nullptr, &maskAfter);
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&maskBefore, SIGPIPE), sigismember(&maskAfter, SIGPIPE)) << "signal mask restored";
+  EXPECT_EQ(0, sigismember(&pending, SIGPIPE)) << "no SIGPIPE left pending";
+  struct sigaction action;
+  sigaction(SIGPIPE, nullptr, &action);
+  EXPECT_EQ(SIG_DFL, action.sa_handler) << "the process's disposition was never changed";
+}
+
+TEST(QTRecordClientTest, LaunchFailureReturnsItsErrno) {
+  int descriptorsBefore = OpenDescriptorCount();
+  {
+    QTRecordClient client;
+    CapturedStderr captured;
+    EXPECT_EQ(ENOENT, client.Init("/nonexistent/Kestrin/QTRecordServer"));
+    EXPECT_EQ("*** Launch[#]: posix_spawn(/nonexistent/Kestrin/QTRecordServer) failed with errno 2 "
+              "(No such file or directory)\n",
+              captured.Text());
+    CapturedStderr again;
+    EXPECT_EQ(5, client.Begin()) << "no server: the command fails at once instead of waiting";
+    again.Text();
+  }
+  EXPECT_EQ(descriptorsBefore, OpenDescriptorCount());
+}
+
+TEST(QTRecordClientTest, NonExecutableServerIsRefused) {
+  ServerFolder folder("plain");
+  fs::permissions(folder.ServerPath(), fs::perms::owner_read | fs::perms::owner_write);
+  QTRecordClient client;
+  CapturedStderr captured;
+  long rc = client.Init(folder.ServerPath().c_str());
+  std::string text = captured.Text();
+  // As root the execute bit is still required, so this is EACCES for everyone.
+  EXPECT_EQ(EACCES, rc) << text;
+}
+
+TEST(QTRecordClientTest, DestroyingAnUninitialisedClientDoesNothing) {
+  int descriptorsBefore = OpenDescriptorCount();
+  { QTRecordClient client; }
+  EXPECT_EQ(descriptorsBefore, OpenDescriptorCount());
+}
+
+TEST(QTRecordClientTest, ExchangesFromSeveralThreadsStayWhole) {
+  ServerFolder folder("threads");
+  QTRecordClient client;
+  ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 250; ++i) {
+        long expected = 0;
+        long rc = (i + t) % 2 ? client.SetVideoWidth(i) : client.GetCodecManufacturer(static_cast<int>(Util::FourCC("jpeg")));
+        expected = (i + t) % 2 ? 0 : static_cast<long>(Util::FourCC("appl"));
+        if (rc != expected) ++failures;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(0, failures);
+  EXPECT_EQ(0, client.Exit());
+}
+
+}  // namespace
+}  // namespace KTN

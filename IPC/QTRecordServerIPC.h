@@ -1,0 +1,60 @@
+// The recorder's commands on the server side: parse each line and call one operation per command.
+#pragma once
+
+#include <stdint.h>
+
+#include "IPC/SimpleServerIPC.h"
+
+namespace KTN {
+
+// A concrete server supplies the pure operations; the numeric setters store their value
+// in the matching field and answer 0 unless overridden. All run on the server loop's
+// thread and return the status to acknowledge.
+class QTRecordServerIPC : public SimpleServerIPC {
+ public:
+  // Dispatches by exact command word. "Exit" stops the loop (answering 0, argument
+  // ignored); unknown commands and commands missing their argument answer 22 with a
+  // diagnostic line, and the loop goes on.
+  long Execute(const char* command, const char* argument, bool* stop) override;
+
+  // The vendor code of the codec type as the status itself; 0 when not written here.
+  virtual long GetCodecManufacturer(int codecType) = 0;
+  virtual long Begin() = 0;
+  virtual long SetVideoEnabled(bool enabled) = 0;
+  virtual long SetVideoDuration(long long duration);
+  virtual long SetVideoTimescale(long long timescale);
+  virtual long SetVideoWidth(int width);
+  virtual long SetVideoHeight(int height);
+  virtual long SetPixelAspectRatioX(int x);
+  virtual long SetPixelAspectRatioY(int y);
+  virtual long SetVideoCodecType(int codecType);
+  virtual long SetVideoCodecVendor(int codecVendor);
+  virtual long SetVideoCodecQuality(int quality);
+  virtual long SetAudioEnabled(bool enabled) = 0;
+  virtual long SetAudioChannels(int channels);
+  virtual long SetAudioType(int bitsPerSample);
+  virtual long SetAudioRate(int rate);
+  virtual long SetFilePath(const char* path) = 0;
+  virtual long Prepare() = 0;
+  virtual long MapVideo(unsigned long long size) = 0;
+  virtual long MapAudio(unsigned long long size) = 0;
+  virtual long Stop() = 0;
+  // Reached by no command: the end of the input, where a server finishes any open movie.
+  virtual long InputEnded() = 0;
+
+ protected:
+  int64_t mVideoDuration = 0;   // one frame, in mVideoTimescale units
+  int64_t mVideoTimescale = 0;  // units per second
+  int32_t mVideoWidth = 0;
+  int32_t mVideoHeight = 0;
+  int32_t mPixelAspectRatioX = 0;
+  int32_t mPixelAspectRatioY = 0;
+  int32_t mVideoCodecType = 0;
+  int32_t mVideoCodecVendor = 0;
+  int32_t mVideoCodecQuality = 0;
+  int32_t mAudioChannels = 0;
+  int32_t mAudioType = 0;  // bits per sample
+  int32_t mAudioRate = 0;  // Hz
+};
+
+}  // namespace KTN

@@ -1,0 +1,39 @@
+// A child process running the recording server, with its standard input and output redirected.
+#pragma once
+
+#include <sys/types.h>
+
+namespace KTN {
+
+class ServerProcess {
+ public:
+  ServerProcess() = default;
+  // Does not wait: the owner calls WaitUntilExit first.
+  ~ServerProcess() = default;
+
+  ServerProcess(const ServerProcess&) = delete;
+  ServerProcess& operator=(const ServerProcess&) = delete;
+
+  // Starts the executable at path (no shell, no arguments) in the working directory
+  // directory, with standardInput and standardOutput as its descriptors 0 and 1 and this
+  // process's standard error as its own. The child inherits no other descriptor, a clear
+  // signal mask and default signal actions. 0 or the errno of the failed launch, with one
+  // failure line.
+  long Launch(const char* path, const char* directory, int standardInput, int standardOutput);
+
+  // Blocks until the child has ended. Returns at once when nothing was launched or it has
+  // been waited for already.
+  void WaitUntilExit();
+
+  // The child's process ID, or 0 when none was launched.
+  pid_t Pid() const { return mPid; }
+  // The wait status of the ended child (as waitpid reports it), or -1.
+  int ExitStatus() const { return mExitStatus; }
+
+ private:
+  pid_t mPid = 0;
+  int mExitStatus = -1;
+  bool mWaited = false;
+};
+
+}  // namespace KTN

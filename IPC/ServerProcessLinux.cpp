@@ -1,0 +1,76 @@
+// Launching the recording server on Linux: posix_spawn with glibc's chdir and closefrom actions.
+#include <errno.h>
+#include <signal.h>
+#include <spawn.h>
+#include <string.h>
+#include <sys/wait.h>
+
+#include "IPC/ServerProcess.h"
+#include "Util/Log.h"
+
+extern char** environ;
+
+namespace KTN {
+
+namespace {
+
+// Owns the spawn attributes and file actions for one launch.
+struct SpawnSetup {
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+  SpawnSetup() {
+    posix_spawn_file_actions_init(&actions);
+    posix_spawnattr_init(&attributes);
+  }
+  ~SpawnSetup() {
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+  }
+};
+
+}  // namespace
+
+long ServerProcess::Launch(const char* path, const char* directory, int standardInput, int standardOutput) {
+  SpawnSetup setup;
+  long rc = posix_spawn_file_actions_adddup2(&setup.actions, standardInput, STDIN_FILENO);
+  if (!rc) rc = posix_spawn_file_actions_adddup2(&setup.actions, standardOutput, STDOUT_FILENO);
+  // Nothing of the host's reaches the server but the two pipes and standard error.
+  if (!rc) rc = posix_spawn_file_actions_addclosefrom_np(&setup.actions, STDERR_FILENO + 1);
+  if (!rc) rc = posix_spawn_file_actions_addchdir_np(&setup.actions, directory);
+  // The host may block or catch signals; the server starts with a clean slate.
+  sigset_t noSignals, allSignals;
+  sigemptyset(&noSignals);
+  sigfillset(&allSignals);
+  if (!rc) rc = posix_spawnattr_setsigmask(&setup.attributes, &noSignals);
+  if (!rc) rc = posix_spawnattr_setsigdefault(&setup.attributes, &allSignals);
+  if (!rc) rc = posix_spawnattr_setflags(&setup.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  if (rc) {
+    KTN_LOG("posix_spawn set-up failed with errno %ld (%s)", rc, strerror(static_cast<int>(rc)));
+    return rc;
+  }
+  char* const arguments[] = {const_cast<char*>(path), nullptr};
+  pid_t pid = 0;
+  rc = posix_spawn(&pid, path, &setup.actions, &setup.attributes, arguments, environ);
+  if (rc) {
+    KTN_LOG("posix_spawn(%s) failed with errno %ld (%s)", path, rc, strerror(static_cast<int>(rc)));
+    return rc;
+  }
+  mPid = pid;
+  return 0;
+}
+
+void ServerProcess::WaitUntilExit() {
+  if (mPid <= 0 || mWaited) return;
+  int status = 0;
+  pid_t waited;
+  while ((waited = waitpid(mPid, &status, 0)) < 0 && errno == EINTR) {
+  }
+  if (waited < 0) {
+    KTN_LOG("waitpid(%d) failed with errno %ld (%s)", static_cast<int>(mPid), static_cast<long>(errno), strerror(errno));
+  } else {
+    mExitStatus = status;
+  }
+  mWaited = true;
+}
+
+}  // namespace KTN

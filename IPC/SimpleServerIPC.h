@@ -1,0 +1,18 @@
+// The server end of the line protocol: read a command, execute it, acknowledge it.
+#pragma once
+
+#include "IPC/SimpleEndpointIPC.h"
+
+namespace KTN {
+
+class SimpleServerIPC : public SimpleEndpointIPC {
+ public:
+  // Serves commands on the calling thread until a command sets stop (0, after that
+  // command's acknowledgement) or the input ends (5) or an acknowledgement fails (errno).
+  virtual long Run();
+  // Executes one command; argument is null when the line had no space. The result is
+  // the acknowledged status. Setting *stop ends Run after the acknowledgement.
+  virtual long Execute(const char* command, const char* argument, bool* stop) = 0;
+};
+
+}  // namespace KTN
