@@ -1,0 +1,42 @@
+// Test support: what a written movie holds, read back with libavformat.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace KTN {
+
+struct ProbedStream {
+  bool present = false;
+  uint32_t codecTag = 0;
+  int width = 0;
+  int height = 0;
+  int timeBaseNum = 0;   // the stream's sample duration and timescale, reduced
+  int timeBaseDen = 0;
+  int64_t packets = 0;
+  int64_t lastPts = -1;       // in the stream's own time base
+  int64_t totalDuration = 0;  // in the stream's own time base
+  int channels = 0;
+  int sampleRate = 0;
+  int bitsPerSample = 0;
+  std::string fieldOrder;     // "progressive", "tt", "bb" or "unknown"
+  std::vector<uint8_t> bytes;  // every packet's data, concatenated
+  std::vector<int64_t> pts;
+};
+
+struct ProbedMovie {
+  bool opened = false;
+  ProbedStream video;
+  ProbedStream audio;
+  bool decodedEveryVideoFrame = false;
+};
+
+// Opens the movie at path and reads every packet; decodes the video when decode is set.
+ProbedMovie ProbeMovie(const std::string& path, bool decode);
+
+// Output of a command line run by the shell, without its final line feed.
+std::string CommandOutput(const std::string& commandLine);
+
+}  // namespace KTN

@@ -1,0 +1,187 @@
+// The recording server: the recorder's commands writing real QuickTime movies.
+#include "Server/MovieRecordServer.h"
+
+#include <errno.h>
+
+#include "IPC/RecorderCommands.h"
+#include "Server/CodecTable.h"
+#include "Util/FourCC.h"
+#include "Util/Log.h"
+#include "Util/Printer.h"
+
+namespace KTN {
+
+namespace {
+
+constexpr uint32_t kServerVendor = Util::FourCC("appl");
+
+}  // namespace
+
+MovieRecordServer::MovieRecordServer(const ServerOptions& options) : mOptions(options) {}
+
+MovieRecordServer::~MovieRecordServer() {
+  FinishRecording();
+}
+
+long MovieRecordServer::GetCodecManufacturer(int codecType) {
+  return FindServerCodec(static_cast<uint32_t>(codecType)) ? static_cast<long>(kServerVendor) : 0;
+}
+
+long MovieRecordServer::Begin() {
+  if (mQueue) {
+    KTN_LOG("Begin during a recording: finishing %s first", mPath.c_str());
+    FinishRecording();
+  }
+  mVideoEnabled = mAudioEnabled = false;
+  mPath.clear();
+  mVideoDuration = mVideoTimescale = 0;
+  mVideoWidth = mVideoHeight = mPixelAspectRatioX = mPixelAspectRatioY = 0;
+  mVideoCodecType = mVideoCodecVendor = mVideoCodecQuality = 0;
+  mAudioChannels = mAudioType = mAudioRate = 0;
+  return 0;
+}
+
+long MovieRecordServer::SetVideoEnabled(bool enabled) {
+  mVideoEnabled = enabled;
+  return 0;
+}
+
+long MovieRecordServer::SetAudioEnabled(bool enabled) {
+  mAudioEnabled = enabled;
+  return 0;
+}
+
+long MovieRecordServer::SetFilePath(const char* path) {
+  mPath = path;
+  return 0;
+}
+
+long MovieRecordServer::Prepare() {
+  if (mQueue) {
+    KTN_LOG("Prepare during a recording: finishing %s first", mPath.c_str());
+    FinishRecording();
+  }
+  MovieSettings settings;
+  settings.path = mPath;
+  settings.videoEnabled = mVideoEnabled;
+  settings.codec = FindServerCodec(static_cast<uint32_t>(mVideoCodecType));
+  if (mVideoEnabled && !settings.codec) {
+    KTN_LOG("Codec type %s is not one this server writes", Util::Printer::Fcc(mVideoCodecType));
+    return EINVAL;
+  }
+  settings.deviceFormat = DeviceInputFormat(static_cast<uint32_t>(mVideoCodecType));
+  settings.width = mVideoWidth;
+  settings.height = mVideoHeight;
+  settings.frameDuration = mVideoDuration;
+  settings.timescale = mVideoTimescale;
+  settings.pixelAspectX = mPixelAspectRatioX;
+  settings.pixelAspectY = mPixelAspectRatioY;
+  settings.quality = mVideoCodecQuality;
+  settings.audioEnabled = mAudioEnabled;
+  settings.channels = mAudioChannels;
+  settings.bitsPerSample = mAudioType;
+  settings.sampleRate = mAudioRate;
+  if (long rc = mWriter.Open(settings)) return rc;
+
+  mVideoRowBytes = mWriter.VideoRowBytes();
+  uint64_t budget = mOptions.backlogBytes;
+  if (!budget) {
+    // About one second of video, and never less than two frames.
+    uint64_t frameBytes = mVideoEnabled ? mVideoRowBytes * static_cast<uint64_t>(mVideoHeight) : 0;
+    uint64_t framesPerSecond = mVideoEnabled ? (mVideoTimescale + mVideoDuration - 1) / mVideoDuration : 0;
+    budget = frameBytes * (framesPerSecond > 2 ? framesPerSecond : 2);
+  }
+  mNextFrame = 0;
+  mNextSample = 0;
+  mDroppedFrames = 0;
+  mQueue.reset(new WriteQueue(budget, [this](MediaItem& item) { return WriteItem(item); }, mOptions.writeDelayMillis));
+  return 0;
+}
+
+long MovieRecordServer::MapSegment(const char* key, unsigned long long size,
+                                   std::unique_ptr<Core::SharedMemory>& segment) {
+  segment.reset(new Core::SharedMemory(key));
+  void* address = nullptr;
+  if (long rc = segment->Map(address, true)) return rc;
+  if (segment->Size() != size) {
+    KTN_LOG("Segment %s holds %llu bytes, not the %llu announced", key, segment->Size(), size);
+    return EINVAL;
+  }
+  return 0;
+}
+
+long MovieRecordServer::MapVideo(unsigned long long size) {
+  if (!mQueue || !mVideoEnabled) {
+    KTN_LOG("MapVideo without a prepared video recording");
+    return EINVAL;
+  }
+  if (long rc = mQueue->FirstError()) return rc;
+  std::unique_ptr<Core::SharedMemory> segment;
+  if (long rc = MapSegment(kVideoShmKey, size, segment)) return rc;
+  // Whole rows of the device's format; uncompressed types store exactly the configured
+  // height, compressed ones crop surplus rows (NTSC's 486 lines for its 480-line DV).
+  uint64_t rows = size / mVideoRowBytes;
+  bool compressed = FindServerCodec(static_cast<uint32_t>(mVideoCodecType))->compressed;
+  if (size == 0 || size % mVideoRowBytes != 0 || (compressed ? rows < static_cast<uint64_t>(mVideoHeight)
+                                                             : rows != static_cast<uint64_t>(mVideoHeight))) {
+    KTN_LOG("Video segment of %llu bytes is not %s%d rows of %llu bytes", size, compressed ? "at least " : "",
+            mVideoHeight, static_cast<unsigned long long>(mVideoRowBytes));
+    return EINVAL;
+  }
+  MediaItem item;
+  item.video = true;
+  item.segment = std::move(segment);
+  item.position = mNextFrame++;
+  if (!mQueue->PushVideo(std::move(item))) {
+    // The frame's slot in time stays empty, so later frames and the sound keep their times.
+    ++mDroppedFrames;
+    return kDroppedFramesStatus;
+  }
+  return 0;
+}
+
+long MovieRecordServer::MapAudio(unsigned long long size) {
+  if (!mQueue || !mAudioEnabled) {
+    KTN_LOG("MapAudio without a prepared audio recording");
+    return EINVAL;
+  }
+  if (long rc = mQueue->FirstError()) return rc;
+  std::unique_ptr<Core::SharedMemory> segment;
+  if (long rc = MapSegment(kAudioShmKey, size, segment)) return rc;
+  uint64_t frameBytes = static_cast<uint64_t>(mAudioChannels) * static_cast<uint64_t>(mAudioType / 8);
+  if (size == 0 || size % frameBytes != 0) {
+    KTN_LOG("Audio segment of %llu bytes is not whole sample frames of %llu bytes", size,
+            static_cast<unsigned long long>(frameBytes));
+    return EINVAL;
+  }
+  MediaItem item;
+  item.segment = std::move(segment);
+  item.position = mNextSample;
+  mNextSample += static_cast<int64_t>(size / frameBytes);
+  mQueue->PushAudio(std::move(item));
+  return 0;
+}
+
+long MovieRecordServer::WriteItem(MediaItem& item) {
+  if (item.video) return mWriter.WriteVideo(std::move(item.segment), item.position);
+  return mWriter.WriteAudio(std::move(item.segment), item.position);
+}
+
+long MovieRecordServer::FinishRecording() {
+  if (!mQueue) return 0;
+  mQueue->Drain();
+  long writeError = mQueue->FirstError();
+  mQueue.reset();
+  long finishError = mWriter.Finish();
+  return writeError ? writeError : finishError;
+}
+
+long MovieRecordServer::Stop() {
+  return FinishRecording();
+}
+
+long MovieRecordServer::InputEnded() {
+  return FinishRecording();
+}
+
+}  // namespace KTN

@@ -1,0 +1,69 @@
+// The recording server: the recorder's commands writing real QuickTime movies.
+#pragma once
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+
+#include "IPC/QTRecordServerIPC.h"
+#include "Server/MovieWriter.h"
+#include "Server/WriteQueue.h"
+
+namespace KTN {
+
+// Knobs for tests and diagnostics, from the server's command line (the plug-in passes none).
+struct ServerOptions {
+  uint64_t backlogBytes = 0;     // 0: about one second of video
+  unsigned writeDelayMillis = 0; // hold back every write, as a slow disk would
+};
+
+// Runs on the command loop's thread; the writing happens on the WriteQueue's thread.
+class MovieRecordServer : public QTRecordServerIPC {
+ public:
+  explicit MovieRecordServer(const ServerOptions& options);
+  // Finishes a recording still open.
+  ~MovieRecordServer() override;
+
+  // 'appl' for every codec type written here, 0 for any other.
+  long GetCodecManufacturer(int codecType) override;
+  // A fresh configuration; a recording still open is finished first.
+  long Begin() override;
+  long SetVideoEnabled(bool enabled) override;
+  long SetAudioEnabled(bool enabled) override;
+  long SetFilePath(const char* path) override;
+  // Creates the movie and writes its header: 22 with the reason for a missing path or an
+  // impossible configuration, the errno when the file cannot be created.
+  long Prepare() override;
+  // Map the named segment read-only, check it, queue it and answer at once: 0, 7 for a
+  // frame dropped because the backlog is full (its time slot is kept), 22 for a segment
+  // that breaks the configuration (nothing is written), or the recording's first write
+  // error (28 once the disk is full).
+  long MapVideo(unsigned long long size) override;
+  long MapAudio(unsigned long long size) override;
+  // Writes everything queued, the index and closes the movie: 0 or the recording's first
+  // write error. 0 when no recording is open.
+  long Stop() override;
+  // The plug-in's end of the pipe has gone: finish any open movie.
+  long InputEnded() override;
+
+ private:
+  // Maps the segment named key read-only and checks that it holds size bytes.
+  long MapSegment(const char* key, unsigned long long size, std::unique_ptr<Core::SharedMemory>& segment);
+  long WriteItem(MediaItem& item);
+  long FinishRecording();
+
+  const ServerOptions mOptions;
+  bool mVideoEnabled = false;
+  bool mAudioEnabled = false;
+  std::string mPath;
+
+  MovieWriter mWriter;
+  std::unique_ptr<WriteQueue> mQueue;  // exists while a recording is open
+  uint64_t mVideoRowBytes = 0;
+  int64_t mNextFrame = 0;   // frame number of the next MapVideo, dropped frames included
+  int64_t mNextSample = 0;  // sample number of the next MapAudio
+  uint64_t mDroppedFrames = 0;
+};
+
+}  // namespace KTN

@@ -1,0 +1,378 @@
+// Writes one QuickTime movie with FFmpeg's libavformat, libavcodec and libswscale.
+#include "Server/MovieWriter.h"
+
+#include <errno.h>
+#include <string.h>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
+#include <libswscale/swscale.h>
+}
+
+#include "Util/FourCC.h"
+#include "Util/Printer.h"
+#include "Util/RowBytes.h"
+
+#include "Util/Log.h"
+
+namespace KTN {
+
+namespace {
+
+// The errno behind an FFmpeg error, or EIO for FFmpeg's own codes.
+long ErrnoOf(int averror) {
+  return averror < 0 && averror > -4096 ? -averror : EIO;
+}
+
+// Logs an FFmpeg failure in the name of the caller and returns its errno.
+long ReportAv(const char* caller, int line, const char* call, int averror) {
+  char text[AV_ERROR_MAX_STRING_SIZE];
+  av_strerror(averror, text, sizeof text);
+  Util::LogFailure(caller, line, "%s failed with %d (%s)\n", call, averror, text);
+  return ErrnoOf(averror);
+}
+
+#define REPORT_AV(call, averror) ReportAv(__func__, __LINE__, call, averror)
+
+// A segment's mapping as the backing store of an FFmpeg buffer: unmapped when the last
+// reference to the packet data goes.
+void ReleaseSegment(void* opaque, uint8_t*) {
+  delete static_cast<Core::SharedMemory*>(opaque);
+}
+
+AVPacket* WrapSegment(std::unique_ptr<Core::SharedMemory> segment) {
+  AVPacket* packet = av_packet_alloc();
+  if (!packet) return nullptr;
+  uint8_t* data = static_cast<uint8_t*>(segment->Address());
+  size_t size = static_cast<size_t>(segment->Size());
+  packet->buf = av_buffer_create(data, size, ReleaseSegment, segment.get(), AV_BUFFER_FLAG_READONLY);
+  if (!packet->buf) {
+    av_packet_free(&packet);
+    return nullptr;
+  }
+  segment.release();  // now owned by the buffer
+  packet->data = data;
+  packet->size = static_cast<int>(size);
+  return packet;
+}
+
+// FFmpeg keeps a codec tag with its first character in the low byte; ours spell it from
+// the high byte.
+uint32_t FfmpegTag(uint32_t fourCC) {
+  return __builtin_bswap32(fourCC);
+}
+
+AVCodecID PcmCodec(int bitsPerSample) {
+  switch (bitsPerSample) {
+    case 16: return AV_CODEC_ID_PCM_S16LE;  // 'sowt'
+    case 24: return AV_CODEC_ID_PCM_S24LE;  // 'in24', little-endian
+    case 32: return AV_CODEC_ID_PCM_S32LE;  // 'in32', little-endian
+    default: return AV_CODEC_ID_NONE;
+  }
+}
+
+// The JPEG quantiser for a codec quality of 0..1023: 1023 is 1, the best there is.
+int JpegQuantiser(int quality) {
+  int clamped = quality < 0 ? 0 : quality > 1023 ? 1023 : quality;
+  return 1 + (1023 - clamped) * 30 / 1023;
+}
+
+}  // namespace
+
+MovieWriter::MovieWriter() = default;
+
+MovieWriter::~MovieWriter() {
+  if (IsOpen()) Finish();
+}
+
+uint64_t MovieWriter::VideoRowBytes() const {
+  return Util::RowBytes(mSettings.deviceFormat, static_cast<uint32_t>(mSettings.width));
+}
+
+long MovieWriter::CheckSettings(const MovieSettings& s) const {
+  if (s.path.empty()) {
+    KTN_LOG("No movie path: SetFilePath must come before Prepare");
+    return EINVAL;
+  }
+  if (!s.videoEnabled && !s.audioEnabled) {
+    KTN_LOG("Neither video nor audio is enabled");
+    return EINVAL;
+  }
+  if (s.videoEnabled) {
+    if (!s.codec) {
+      KTN_LOG("Codec type is not one this server writes");
+      return EINVAL;
+    }
+    if (s.width <= 0 || s.height <= 0 || s.width > 8192 || s.height > 8192) {
+      KTN_LOG("Frame size %dx%d is not recordable", s.width, s.height);
+      return EINVAL;
+    }
+    if (s.frameDuration <= 0 || s.timescale <= 0 || s.frameDuration > INT32_MAX || s.timescale > INT32_MAX) {
+      KTN_LOG("Frame duration %lld / timescale %lld is not a frame rate", static_cast<long long>(s.frameDuration),
+              static_cast<long long>(s.timescale));
+      return EINVAL;
+    }
+  }
+  if (s.audioEnabled) {
+    if (PcmCodec(s.bitsPerSample) == AV_CODEC_ID_NONE) {
+      KTN_LOG("Audio sample type of %d bits is not 16, 24 or 32", s.bitsPerSample);
+      return EINVAL;
+    }
+    if (s.channels < 1 || s.channels > 16) {
+      KTN_LOG("Audio channel count %d is not 1 to 16", s.channels);
+      return EINVAL;
+    }
+    if (s.sampleRate < 8000 || s.sampleRate > 192000) {
+      KTN_LOG("Audio rate %d Hz is not 8000 to 192000", s.sampleRate);
+      return EINVAL;
+    }
+  }
+  return 0;
+}
+
+long MovieWriter::Open(const MovieSettings& settings) {
+  if (IsOpen()) {
+    KTN_LOG("A movie is already open");
+    return EINVAL;
+  }
+  if (long rc = CheckSettings(settings)) return rc;
+  mSettings = settings;
+  mFirstError = 0;
+  int rc = avformat_alloc_output_context2(&mFormat, nullptr, "mov", mSettings.path.c_str());
+  if (rc < 0 || !mFormat) {
+    Release();
+    return REPORT_AV("avformat_alloc_output_context2", rc < 0 ? rc : AVERROR(ENOMEM));
+  }
+  long result = 0;
+  if (mSettings.videoEnabled) result = AddVideoStream();
+  if (!result && mSettings.audioEnabled) result = AddAudioStream();
+  if (!result && (rc = avio_open(&mFormat->pb, mSettings.path.c_str(), AVIO_FLAG_WRITE)) < 0) {
+    result = REPORT_AV("avio_open", rc);
+    KTN_LOG("Cannot create the movie %s", mSettings.path.c_str());
+  }
+  if (!result && (rc = avformat_write_header(mFormat, nullptr)) < 0) result = REPORT_AV("avformat_write_header", rc);
+  if (result) Release();
+  return result;
+}
+
+long MovieWriter::AddVideoStream() {
+  const ServerCodec& codec = *mSettings.codec;
+  AVRational timeBase;
+  av_reduce(&timeBase.num, &timeBase.den, mSettings.frameDuration, mSettings.timescale, INT32_MAX);
+  AVRational aspect = {mSettings.pixelAspectX > 0 ? mSettings.pixelAspectX : 1,
+                       mSettings.pixelAspectY > 0 ? mSettings.pixelAspectY : 1};
+  int storedWidth = codec.storedWidth ? static_cast<int>(codec.storedWidth) : mSettings.width;
+  int storedHeight = codec.storedHeight ? static_cast<int>(codec.storedHeight) : mSettings.height;
+  // A scaled raster keeps the picture's shape: the pixels widen by what the width lost.
+  aspect = av_mul_q(aspect, AVRational{mSettings.width, storedWidth});
+  av_reduce(&aspect.num, &aspect.den, aspect.num, aspect.den, 65535);
+
+  mVideoStream = avformat_new_stream(mFormat, nullptr);
+  if (!mVideoStream) return REPORT_AV("avformat_new_stream", AVERROR(ENOMEM));
+  // The mov muxer picks the DV fourcc from this time base (720p50: den 50; 1080i50: 25).
+  mVideoStream->time_base = timeBase;
+  mVideoStream->avg_frame_rate = av_inv_q(timeBase);
+  mVideoStream->sample_aspect_ratio = aspect;
+
+  if (!codec.encoderName) {
+    AVCodecParameters* par = mVideoStream->codecpar;
+    par->codec_type = AVMEDIA_TYPE_VIDEO;
+    par->codec_id = codec.codecId;
+    par->codec_tag = FfmpegTag(codec.codecType);
+    par->format = codec.encoderFormat;
+    par->width = mSettings.width;
+    par->height = mSettings.height;
+    par->sample_aspect_ratio = aspect;
+    par->field_order = codec.fieldOrder;
+    par->bits_per_coded_sample = codec.codecId == AV_CODEC_ID_RAWVIDEO ? 16 : codec.codecId == AV_CODEC_ID_V210 ? 20 : 30;
+    return 0;
+  }
+
+  const AVCodec* encoder = avcodec_find_encoder_by_name(codec.encoderName);
+  if (!encoder) {
+    KTN_LOG("FFmpeg has no %s encoder for %s", codec.encoderName, Util::Printer::Fcc(static_cast<int>(codec.codecType)));
+    return EINVAL;
+  }
+  mEncoder = avcodec_alloc_context3(encoder);
+  if (!mEncoder) return REPORT_AV("avcodec_alloc_context3", AVERROR(ENOMEM));
+  mEncoder->width = storedWidth;
+  mEncoder->height = storedHeight;
+  mEncoder->pix_fmt = codec.encoderFormat;
+  mEncoder->time_base = timeBase;
+  mEncoder->framerate = av_inv_q(timeBase);
+  mEncoder->sample_aspect_ratio = aspect;
+  mEncoder->field_order = codec.fieldOrder;
+  mEncoder->thread_count = 0;  // as many as the encoder can use
+  if (codec.profile != FF_PROFILE_UNKNOWN) mEncoder->profile = codec.profile;
+  if (codec.codecId == AV_CODEC_ID_MJPEG) {
+    int quantiser = JpegQuantiser(mSettings.quality);
+    mEncoder->flags |= AV_CODEC_FLAG_QSCALE;
+    mEncoder->global_quality = FF_QP2LAMBDA * quantiser;
+    mEncoder->qmin = 1;
+    mEncoder->qmax = quantiser > 1 ? quantiser : 1;
+  }
+  if (mFormat->oformat->flags & AVFMT_GLOBALHEADER) mEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  int rc = avcodec_open2(mEncoder, encoder, nullptr);
+  if (rc < 0) return REPORT_AV("avcodec_open2", rc);
+  rc = avcodec_parameters_from_context(mVideoStream->codecpar, mEncoder);
+  if (rc < 0) return REPORT_AV("avcodec_parameters_from_context", rc);
+  if (codec.codecId != AV_CODEC_ID_DVVIDEO) mVideoStream->codecpar->codec_tag = FfmpegTag(codec.codecType);
+
+  mScaler = sws_getContext(mSettings.width, mSettings.height, AV_PIX_FMT_UYVY422, storedWidth, storedHeight,
+                           codec.encoderFormat, SWS_BICUBIC, nullptr, nullptr, nullptr);
+  if (!mScaler) {
+    KTN_LOG("sws_getContext failed for %dx%d to %dx%d", mSettings.width, mSettings.height, storedWidth, storedHeight);
+    return EINVAL;
+  }
+  mFrame = av_frame_alloc();
+  if (!mFrame) return REPORT_AV("av_frame_alloc", AVERROR(ENOMEM));
+  mFrame->format = codec.encoderFormat;
+  mFrame->width = storedWidth;
+  mFrame->height = storedHeight;
+  rc = av_frame_get_buffer(mFrame, 0);
+  if (rc < 0) return REPORT_AV("av_frame_get_buffer", rc);
+  mPacket = av_packet_alloc();
+  if (!mPacket) return REPORT_AV("av_packet_alloc", AVERROR(ENOMEM));
+  return 0;
+}
+
+long MovieWriter::AddAudioStream() {
+  mAudioStream = avformat_new_stream(mFormat, nullptr);
+  if (!mAudioStream) return REPORT_AV("avformat_new_stream", AVERROR(ENOMEM));
+  AVCodecParameters* par = mAudioStream->codecpar;
+  par->codec_type = AVMEDIA_TYPE_AUDIO;
+  par->codec_id = PcmCodec(mSettings.bitsPerSample);
+  par->sample_rate = mSettings.sampleRate;
+  if (mSettings.channels <= 8) {
+    av_channel_layout_default(&par->ch_layout, mSettings.channels);
+  } else {
+    av_channel_layout_uninit(&par->ch_layout);
+    par->ch_layout.order = AV_CHANNEL_ORDER_UNSPEC;
+    par->ch_layout.nb_channels = mSettings.channels;
+  }
+  par->bits_per_coded_sample = mSettings.bitsPerSample;
+  par->block_align = mSettings.channels * mSettings.bitsPerSample / 8;
+  par->frame_size = 1;
+  mAudioStream->time_base = AVRational{1, mSettings.sampleRate};
+  return 0;
+}
+
+long MovieWriter::WritePacket(AVPacket* packet, AVStream* stream, int64_t timeBaseNum, int64_t timeBaseDen) {
+  packet->stream_index = stream->index;
+  av_packet_rescale_ts(packet, AVRational{static_cast<int>(timeBaseNum), static_cast<int>(timeBaseDen)},
+                       stream->time_base);
+  int rc = av_interleaved_write_frame(mFormat, packet);
+  if (rc >= 0 && mFormat->pb->error < 0) rc = mFormat->pb->error;  // a failed buffered write
+  if (rc < 0) {
+    long error = REPORT_AV("av_interleaved_write_frame", rc);
+    if (!mFirstError) mFirstError = error;
+    return error;
+  }
+  return 0;
+}
+
+long MovieWriter::WriteVideo(std::unique_ptr<Core::SharedMemory> segment, int64_t frameIndex) {
+  if (!mVideoStream) return EINVAL;
+  if (mFirstError) return mFirstError;
+  AVRational timeBase;
+  av_reduce(&timeBase.num, &timeBase.den, mSettings.frameDuration, mSettings.timescale, INT32_MAX);
+  if (!mEncoder) {
+    AVPacket* packet = WrapSegment(std::move(segment));
+    if (!packet) return REPORT_AV("av_buffer_create", AVERROR(ENOMEM));
+    packet->pts = packet->dts = frameIndex;
+    packet->duration = 1;
+    packet->flags |= AV_PKT_FLAG_KEY;
+    long rc = WritePacket(packet, mVideoStream, timeBase.num, timeBase.den);
+    av_packet_free(&packet);
+    return rc;
+  }
+  int rc = av_frame_make_writable(mFrame);  // the encoder may still hold the last picture
+  if (rc < 0) return REPORT_AV("av_frame_make_writable", rc);
+  const uint64_t rowBytes = VideoRowBytes();
+  // NTSC arrives as 486 lines; its DV raster is the 480 from line 4 on, which keeps the
+  // field order. Any other surplus is cut at the bottom.
+  const uint64_t rows = segment->Size() / rowBytes;
+  const uint64_t topCrop = rows == 486 && mSettings.height == 480 ? 4 : 0;
+  const uint8_t* source[1] = {static_cast<const uint8_t*>(segment->Address()) + topCrop * rowBytes};
+  const int strides[1] = {static_cast<int>(rowBytes)};
+  sws_scale(mScaler, source, strides, 0, mSettings.height, mFrame->data, mFrame->linesize);
+  mFrame->pts = frameIndex;
+  mFrame->interlaced_frame = mSettings.codec->fieldOrder == AV_FIELD_TT || mSettings.codec->fieldOrder == AV_FIELD_BB;
+  mFrame->top_field_first = mSettings.codec->fieldOrder == AV_FIELD_TT;
+  if (mEncoder->codec_id == AV_CODEC_ID_MJPEG) mFrame->quality = mEncoder->global_quality;
+  return Encode(mFrame);
+}
+
+long MovieWriter::Encode(AVFrame* frame) {
+  int rc = avcodec_send_frame(mEncoder, frame);
+  if (rc < 0) {
+    long error = REPORT_AV("avcodec_send_frame", rc);
+    if (!mFirstError) mFirstError = error;
+    return error;
+  }
+  for (;;) {
+    rc = avcodec_receive_packet(mEncoder, mPacket);
+    if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return 0;
+    if (rc < 0) {
+      long error = REPORT_AV("avcodec_receive_packet", rc);
+      if (!mFirstError) mFirstError = error;
+      return error;
+    }
+    if (long error = WritePacket(mPacket, mVideoStream, mEncoder->time_base.num, mEncoder->time_base.den)) {
+      av_packet_unref(mPacket);
+      return error;
+    }
+  }
+}
+
+long MovieWriter::WriteAudio(std::unique_ptr<Core::SharedMemory> segment, int64_t firstSample) {
+  if (!mAudioStream) return EINVAL;
+  if (mFirstError) return mFirstError;
+  int64_t samples = static_cast<int64_t>(segment->Size()) / mAudioStream->codecpar->block_align;
+  AVPacket* packet = WrapSegment(std::move(segment));
+  if (!packet) return REPORT_AV("av_buffer_create", AVERROR(ENOMEM));
+  packet->pts = packet->dts = firstSample;
+  packet->duration = samples;
+  packet->flags |= AV_PKT_FLAG_KEY;
+  long rc = WritePacket(packet, mAudioStream, 1, mSettings.sampleRate);
+  av_packet_free(&packet);
+  return rc;
+}
+
+long MovieWriter::Finish() {
+  if (!IsOpen()) return 0;
+  if (mEncoder && !mFirstError) Encode(nullptr);
+  // The trailer is written even after a write error, so what reached the disk plays.
+  int rc = av_write_trailer(mFormat);
+  if (rc < 0) {
+    long error = REPORT_AV("av_write_trailer", rc);
+    if (!mFirstError) mFirstError = error;
+  }
+  if (mFormat->pb) {
+    avio_flush(mFormat->pb);
+    if (mFormat->pb->error < 0 && !mFirstError) mFirstError = REPORT_AV("avio_flush", mFormat->pb->error);
+    rc = avio_closep(&mFormat->pb);
+    if (rc < 0 && !mFirstError) mFirstError = REPORT_AV("avio_closep", rc);
+  }
+  long result = mFirstError;
+  Release();
+  return result;
+}
+
+void MovieWriter::Release() {
+  if (mFormat && mFormat->pb) avio_closep(&mFormat->pb);
+  avformat_free_context(mFormat);
+  mFormat = nullptr;
+  mVideoStream = nullptr;
+  mAudioStream = nullptr;
+  avcodec_free_context(&mEncoder);
+  sws_freeContext(mScaler);
+  mScaler = nullptr;
+  av_frame_free(&mFrame);
+  av_packet_free(&mPacket);
+}
+
+}  // namespace KTN

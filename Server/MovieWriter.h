@@ -1,0 +1,96 @@
+// Writes one QuickTime movie with FFmpeg: the file, its streams and encoders, samples, trailer.
+#pragma once
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+
+#include "Core/SharedMemory.h"
+#include "Server/CodecTable.h"
+
+struct AVCodecContext;
+struct AVFormatContext;
+struct AVFrame;
+struct AVPacket;
+struct AVStream;
+struct SwsContext;
+
+namespace KTN {
+
+// What to write, as the recorder's setters configured it.
+struct MovieSettings {
+  std::string path;
+  bool videoEnabled = false;
+  const ServerCodec* codec = nullptr;
+  uint32_t deviceFormat = 0;  // pixel format of the arriving rows
+  int width = 0;              // pixels of the standard (the rows' width)
+  int height = 0;             // lines to store (before any scaling)
+  int64_t frameDuration = 0;  // in timescale units
+  int64_t timescale = 0;      // units per second
+  int pixelAspectX = 0;
+  int pixelAspectY = 0;
+  int quality = 0;            // 0..1023, 1023 the best the encoder has
+  bool audioEnabled = false;
+  int channels = 0;
+  int bitsPerSample = 0;      // 16, 24 or 32, signed little-endian
+  int sampleRate = 0;         // Hz
+};
+
+// Used by one thread at a time (the server's writer thread while recording). Every
+// operation returns 0 or an errno value with one failure line; FFmpeg errors that carry
+// no errno read as 5 (EIO).
+class MovieWriter {
+ public:
+  MovieWriter();
+  // Finishes a movie still open, so nothing handed over is lost.
+  ~MovieWriter();
+
+  MovieWriter(const MovieWriter&) = delete;
+  MovieWriter& operator=(const MovieWriter&) = delete;
+
+  // Checks the settings (22 with the reason when impossible), creates the file, its
+  // streams and encoders and writes the header.
+  long Open(const MovieSettings& settings);
+
+  // Bytes a video segment must hold for `rows` device rows; the row size of the device
+  // format at the configured width.
+  uint64_t VideoRowBytes() const;
+
+  // Writes frame number frameIndex (its time is frameIndex frame durations) from the
+  // segment's rows, which the caller has checked. Takes the segment: uncompressed rows
+  // become the movie's samples without a copy and the mapping goes when they are written.
+  long WriteVideo(std::unique_ptr<Core::SharedMemory> segment, int64_t frameIndex);
+  // Writes the segment's interleaved sample frames starting at sample number firstSample.
+  long WriteAudio(std::unique_ptr<Core::SharedMemory> segment, int64_t firstSample);
+
+  // Flushes the encoder, writes the index (trailer) and closes the file. Returns the
+  // first error of the recording or of finishing it.
+  long Finish();
+
+  bool IsOpen() const { return mFormat != nullptr; }
+
+ private:
+  // Checks what Open needs; 22 with one failure line naming the reason.
+  long CheckSettings(const MovieSettings& settings) const;
+  long AddVideoStream();
+  long AddAudioStream();
+  // Sends a frame (null: flush) to the encoder and writes what comes out.
+  long Encode(AVFrame* frame);
+  // Rescales and writes a packet (taking its reference); records and returns errors.
+  long WritePacket(AVPacket* packet, AVStream* stream, int64_t timeBaseNum, int64_t timeBaseDen);
+  // Frees every FFmpeg object; the file is closed if still open.
+  void Release();
+
+  MovieSettings mSettings;
+  AVFormatContext* mFormat = nullptr;
+  AVStream* mVideoStream = nullptr;
+  AVStream* mAudioStream = nullptr;
+  AVCodecContext* mEncoder = nullptr;  // null for uncompressed types
+  SwsContext* mScaler = nullptr;
+  AVFrame* mFrame = nullptr;           // the encoder's input picture, reused
+  AVPacket* mPacket = nullptr;
+  long mFirstError = 0;
+};
+
+}  // namespace KTN

@@ -1,0 +1,430 @@
+// Tests of the recording server executable, driven through QTRecordClient with real segments
+// and read back with libavformat, ffprobe and mediainfo.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Core/SharedMemory.h"
+#include "IPC/Pipe.h"
+#include "IPC/QTRecordClient.h"
+#include "IPC/ServerProcess.h"
+#include "Server/MovieProbe.h"
+#include "Util/CapturedStderr.h"
+#include "Util/FourCC.h"
+#include "Util/RowBytes.h"
+
+namespace KTN {
+namespace {
+
+namespace fs = std::filesystem;
+using Util::CapturedStderr;
+using Util::FourCC;
+
+// A scratch folder for movies, removed at the end.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    char pattern[] = "/tmp/ktn-server-test-XXXXXX";
+    mPath = mkdtemp(pattern);
+  }
+  ~ScratchFolder() { fs::remove_all(mPath); }
+  std::string File(const std::string& name) const { return mPath + "/" + name; }
+  const std::string& Path() const { return mPath; }
+
+ private:
+  std::string mPath;
+};
+
+// What one recording is configured with.
+struct Take {
+  uint32_t codecType;
+  int width;
+  int height;      // configured (stored before any scaling)
+  int deviceRows;  // rows the device delivers
+  int timescale;
+  int duration;
+  int channels;
+  int bits;
+  int rate;
+};
+
+uint32_t DeviceFormat(uint32_t codecType) {
+  return codecType == FourCC("v210") || codecType == FourCC("r210") ? codecType : FourCC("2vuy");
+}
+
+// A deterministic picture: bytes that vary along the row and from frame to frame, in the
+// legal 8-bit video range where the device format is 2vuy.
+std::vector<uint8_t> FramePayload(const Take& take, int frame) {
+  uint64_t rowBytes = Util::RowBytes(DeviceFormat(take.codecType), static_cast<uint32_t>(take.width));
+  std::vector<uint8_t> bytes(rowBytes * static_cast<uint64_t>(take.deviceRows));
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(16 + (i * 7 + frame * 13) % 220);
+  return bytes;
+}
+
+std::vector<uint8_t> AudioPayload(const Take& take, int packet, int sampleFrames) {
+  std::vector<uint8_t> bytes(static_cast<size_t>(sampleFrames * take.channels * take.bits / 8));
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i * 31 + packet * 3);
+  return bytes;
+}
+
+// Creates the named segment, fills it and hands it over with command, as the plug-in does.
+long HandOver(QTRecordClient& client, const char* key, const std::vector<uint8_t>& payload, bool video) {
+  Core::SharedMemory segment(key);
+  if (long rc = segment.Create(payload.size())) return rc;
+  void* address = nullptr;
+  if (long rc = segment.Map(address, false)) return rc;
+  memcpy(address, payload.data(), payload.size());
+  return video ? client.MapVideo(payload.size()) : client.MapAudio(payload.size());
+}
+
+long Configure(QTRecordClient& client, const Take& take, const std::string& path, bool video = true, bool audio = true) {
+  long rc = client.Begin();
+  if (!rc) rc = client.SetVideoEnabled(video);
+  if (!rc) rc = client.SetVideoDuration(take.duration);
+  if (!rc) rc = client.SetVideoTimescale(take.timescale);
+  if (!rc) rc = client.SetVideoWidth(take.width);
+  if (!rc) rc = client.SetVideoHeight(take.height);
+  if (!rc) rc = client.SetPixelAspectRatioX(1);
+  if (!rc) rc = client.SetPixelAspectRatioY(1);
+  if (!rc) rc = client.SetVideoCodecType(static_cast<int>(take.codecType));
+  if (!rc) rc = client.SetVideoCodecVendor(static_cast<int>(FourCC("appl")));
+  if (!rc) rc = client.SetVideoCodecQuality(1023);
+  if (!rc) rc = client.SetAudioEnabled(audio);
+  if (!rc) rc = client.SetAudioChannels(take.channels);
+  if (!rc) rc = client.SetAudioType(take.bits);
+  if (!rc) rc = client.SetAudioRate(take.rate);
+  if (!rc) rc = client.SetFilePath(path.c_str());
+  if (!rc) rc = client.Prepare();
+  return rc;
+}
+
+// A client running the real server; sends Exit on the way out.
+class ServerSession {
+ public:
+  explicit ServerSession(const std::string& serverPath = QT_RECORD_SERVER) {
+    mStatus = mClient.Init(serverPath.c_str());
+  }
+  ~ServerSession() {
+    if (mStatus == 0) mClient.Exit();
+  }
+  QTRecordClient& Client() { return mClient; }
+  long Status() const { return mStatus; }
+
+ private:
+  QTRecordClient mClient;
+  long mStatus;
+};
+
+constexpr int kFrames = 6;
+constexpr int kSamplesPerPacket = 1600;
+
+// Every codec type of the formats table, at a standard that allows it.
+const Take kTakes[] = {
+    {FourCC("2vuy"), 720, 486, 486, 30000, 1001, 2, 16, 48000},
+    {FourCC("v210"), 1920, 1080, 1080, 30000, 1001, 8, 24, 48000},
+    {FourCC("r210"), 2048, 1556, 1556, 24000, 1001, 16, 32, 48000},
+    {FourCC("jpeg"), 1920, 1080, 1080, 25, 1, 2, 16, 48000},
+    {FourCC("dvc "), 720, 480, 486, 30000, 1001, 2, 16, 48000},
+    {FourCC("dvcp"), 720, 576, 576, 25, 1, 2, 16, 48000},
+    {FourCC("dv5n"), 720, 480, 486, 30000, 1001, 2, 24, 48000},
+    {FourCC("dv5p"), 720, 576, 576, 25, 1, 8, 16, 48000},
+    {FourCC("dvh6"), 1920, 1080, 1080, 30000, 1001, 2, 16, 48000},
+    {FourCC("dvh5"), 1920, 1080, 1080, 25, 1, 2, 16, 48000},
+    {FourCC("dvhp"), 1280, 720, 720, 60000, 1001, 2, 16, 48000},
+    {FourCC("dvhq"), 1280, 720, 720, 50, 1, 2, 16, 48000},
+    {FourCC("apch"), 1920, 1080, 1080, 25, 1, 2, 16, 48000},
+    {FourCC("ap4h"), 1920, 1080, 1080, 25, 1, 16, 32, 48000},
+};
+
+struct Stored {
+  uint32_t codecType;
+  int width;
+  int height;
+  const char* fieldOrder;
+};
+
+const Stored kStored[] = {
+    {FourCC("2vuy"), 720, 486, "unknown"},   {FourCC("v210"), 1920, 1080, "unknown"},
+    {FourCC("r210"), 2048, 1556, "unknown"}, {FourCC("jpeg"), 1920, 1080, "unknown"},
+    {FourCC("dvc "), 720, 480, "bb"},        {FourCC("dvcp"), 720, 576, "bb"},
+    {FourCC("dv5n"), 720, 480, "bb"},        {FourCC("dv5p"), 720, 576, "bb"},
+    {FourCC("dvh6"), 1280, 1080, "tt"},      {FourCC("dvh5"), 1440, 1080, "tt"},
+    {FourCC("dvhp"), 960, 720, "progressive"}, {FourCC("dvhq"), 960, 720, "progressive"},
+    {FourCC("apch"), 1920, 1080, "unknown"}, {FourCC("ap4h"), 1920, 1080, "unknown"},
+};
+
+std::string Spelled(uint32_t code) {
+  return std::string{static_cast<char>(code >> 24), static_cast<char>(code >> 16), static_cast<char>(code >> 8),
+                     static_cast<char>(code)};
+}
+
+class CodecRecordingTest : public testing::TestWithParam<int> {};
+
+TEST_P(CodecRecordingTest, RecordsFramesAndSoundThatReadBack) {
+  const Take& take = kTakes[GetParam()];
+  const Stored& stored = kStored[GetParam()];
+  ASSERT_EQ(take.codecType, stored.codecType);
+  ScratchFolder folder;
+  std::string path = folder.File("take " + Spelled(take.codecType) + ".mov");
+  std::vector<uint8_t> sentVideo, sentAudio;
+  {
+    ServerSession session;
+    ASSERT_EQ(0, session.Status());
+    QTRecordClient& client = session.Client();
+    ASSERT_EQ(static_cast<long>(FourCC("appl")), client.GetCodecManufacturer(static_cast<int>(take.codecType)));
+    ASSERT_EQ(0, Configure(client, take, path));
+    for (int frame = 0; frame < kFrames; ++frame) {
+      std::vector<uint8_t> picture = FramePayload(take, frame);
+      ASSERT_EQ(0, HandOver(client, kVideoShmKey, picture, true)) << frame;
+      sentVideo.insert(sentVideo.end(), picture.begin(), picture.end());
+      std::vector<uint8_t> sound = AudioPayload(take, frame, kSamplesPerPacket);
+      ASSERT_EQ(0, HandOver(client, kAudioShmKey, sound, false)) << frame;
+      sentAudio.insert(sentAudio.end(), sound.begin(), sound.end());
+    }
+    ASSERT_EQ(0, client.Stop());
+  }
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_EQ(Spelled(take.codecType), Spelled(movie.video.codecTag));
+  EXPECT_EQ(stored.width, movie.video.width);
+  EXPECT_EQ(stored.height, movie.video.height);
+  EXPECT_EQ(kFrames, movie.video.packets);
+  EXPECT_EQ(stored.fieldOrder, movie.video.fieldOrder);
+  EXPECT_TRUE(movie.decodedEveryVideoFrame);
+  // The movie's duration is kFrames frames of the take's rate.
+  EXPECT_EQ(static_cast<int64_t>(kFrames) * take.duration * movie.video.timeBaseDen,
+            movie.video.totalDuration * static_cast<int64_t>(take.timescale) * movie.video.timeBaseNum);
+  if (take.codecType == FourCC("2vuy") || take.codecType == FourCC("v210") || take.codecType == FourCC("r210")) {
+    EXPECT_TRUE(movie.video.bytes == sentVideo) << "uncompressed samples are the device's bytes";
+  }
+  EXPECT_EQ(take.channels, movie.audio.channels);
+  EXPECT_EQ(take.rate, movie.audio.sampleRate);
+  const char* audioTag = take.bits == 16 ? "sowt" : take.bits == 24 ? "in24" : "in32";
+  EXPECT_EQ(audioTag, Spelled(movie.audio.codecTag));
+  EXPECT_TRUE(movie.audio.bytes == sentAudio) << "sound is stored byte for byte";
+  EXPECT_EQ(kFrames * kSamplesPerPacket, movie.audio.totalDuration);
+
+  // The same facts as two independent readers see them.
+  std::string quoted = "'" + path + "'";
+  EXPECT_EQ(Spelled(take.codecType) + "," + std::to_string(stored.width) + "," + std::to_string(stored.height) + "," +
+                std::to_string(kFrames),
+            CommandOutput("ffprobe -v error -select_streams v:0 -show_entries "
+                          "stream=codec_tag_string,width,height,nb_frames -of csv=p=0 " +
+                          quoted));
+  char rate[32];
+  snprintf(rate, sizeof rate, "%.3f", static_cast<double>(take.timescale) / take.duration);
+  std::string mediaInfo =
+      CommandOutput("mediainfo --Inform='Video;%CodecID%,%Width%,%Height%,%FrameRate%,%FrameCount%' " + quoted);
+  EXPECT_EQ(Spelled(take.codecType) + "," + std::to_string(stored.width) + "," + std::to_string(stored.height) + "," +
+                rate + "," + std::to_string(kFrames),
+            mediaInfo);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryCodecType, CodecRecordingTest, testing::Range(0, 14),
+                         [](const testing::TestParamInfo<int>& info) {
+                           std::string name = Spelled(kTakes[info.param].codecType);
+                           for (char& c : name) if (c == ' ') c = '_';
+                           return name;
+                         });
+
+TEST(QTRecordServerTest, VendorIsApplForWrittenTypesAndZeroOtherwise) {
+  ServerSession session;
+  ASSERT_EQ(0, session.Status());
+  for (const Take& take : kTakes) {
+    EXPECT_EQ(static_cast<long>(FourCC("appl")), session.Client().GetCodecManufacturer(static_cast<int>(take.codecType)));
+  }
+  EXPECT_EQ(0, session.Client().GetCodecManufacturer(static_cast<int>(FourCC("avc1"))));
+  EXPECT_EQ(0, session.Client().GetCodecManufacturer(0));
+}
+
+TEST(QTRecordServerTest, PrepareRefusesWhatItCannotWrite) {
+  ScratchFolder folder;
+  CapturedStderr captured;  // before the launch, so the server's standard error is captured too
+  ServerSession session;
+  QTRecordClient& client = session.Client();
+  Take take = kTakes[0];
+  EXPECT_EQ(22, Configure(client, take, "")) << "no path";  // SetFilePath with an empty path sends no argument
+  take.codecType = FourCC("avc1");
+  EXPECT_EQ(22, Configure(client, take, folder.File("a.mov")));
+  take = kTakes[0];
+  take.bits = 20;
+  EXPECT_EQ(22, Configure(client, take, folder.File("b.mov")));
+  take = kTakes[0];
+  EXPECT_EQ(ENOENT, Configure(client, take, folder.File("missing folder/c.mov")));
+  EXPECT_EQ(EISDIR, Configure(client, take, folder.Path()));
+  std::string text = captured.Text();
+  EXPECT_NE(std::string::npos, text.find("Codec type 'avc1' is not one this server writes")) << text;
+  EXPECT_NE(std::string::npos, text.find("Audio sample type of 20 bits is not 16, 24 or 32")) << text;
+  EXPECT_NE(std::string::npos, text.find("Cannot create the movie " + folder.File("missing folder/c.mov"))) << text;
+  EXPECT_FALSE(fs::exists(folder.File("a.mov")));
+  EXPECT_FALSE(fs::exists(folder.File("b.mov")));
+}
+
+TEST(QTRecordServerTest, MapBeforePrepareIsRefused) {
+  CapturedStderr captured;
+  {
+    ServerSession session;
+    QTRecordClient& client = session.Client();
+    std::vector<uint8_t> payload(100);
+    EXPECT_EQ(22, HandOver(client, kVideoShmKey, payload, true));
+    EXPECT_EQ(22, HandOver(client, kAudioShmKey, payload, false));
+  }
+  EXPECT_EQ("*** MapVideo[#]: MapVideo without a prepared video recording\n"
+            "*** MapAudio[#]: MapAudio without a prepared audio recording\n",
+            captured.Text());
+}
+
+TEST(QTRecordServerTest, SegmentsThatBreakTheConfigurationAreRefusedAndNotWritten) {
+  ScratchFolder folder;
+  std::string path = folder.File("checked.mov");
+  const Take& take = kTakes[1];  // v210 1080: exactly 1080 rows of 5120 bytes
+  {
+    CapturedStderr captured;
+    ServerSession session;
+    QTRecordClient& client = session.Client();
+    ASSERT_EQ(0, Configure(client, take, path));
+    std::vector<uint8_t> good = FramePayload(take, 0);
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, good, true));
+    std::vector<uint8_t> shortFrame(good.size() - 5120);
+    EXPECT_EQ(22, HandOver(client, kVideoShmKey, shortFrame, true)) << "uncompressed needs the exact height";
+    std::vector<uint8_t> ragged(good.size() + 7);
+    EXPECT_EQ(22, HandOver(client, kVideoShmKey, ragged, true)) << "not whole rows";
+    std::vector<uint8_t> halfSample(8 * 3 * 10 + 1);
+    EXPECT_EQ(22, HandOver(client, kAudioShmKey, halfSample, false)) << "not whole sample frames";
+    // A size that differs from the segment's is refused before anything is read.
+    {
+      Core::SharedMemory segment(kVideoShmKey);
+      ASSERT_EQ(0, segment.Create(good.size()));
+      EXPECT_EQ(22, client.MapVideo(good.size() * 2));
+    }
+    std::string text = captured.Text();
+    EXPECT_NE(std::string::npos, text.find("Video segment of 5524480 bytes is not 1080 rows of 5120 bytes")) << text;
+    EXPECT_NE(std::string::npos, text.find("holds 5529600 bytes, not the 11059200 announced")) << text;
+    EXPECT_NE(std::string::npos, text.find("Video segment of 5529607 bytes is not 1080 rows of 5120 bytes")) << text;
+    EXPECT_NE(std::string::npos, text.find("Audio segment of 241 bytes is not whole sample frames of 24 bytes")) << text;
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, good, true));
+    EXPECT_EQ(0, client.Stop());
+  }
+  ProbedMovie movie = ProbeMovie(path, false);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_EQ(2, movie.video.packets) << "only the two good frames";
+  EXPECT_EQ(0, movie.audio.packets);
+}
+
+TEST(QTRecordServerTest, StopWithoutRecordingAnswers0TwiceInARow) {
+  ServerSession session;
+  EXPECT_EQ(0, session.Client().Stop());
+  EXPECT_EQ(0, session.Client().Stop());
+}
+
+TEST(QTRecordServerTest, SecondStopAfterARecordingAnswers0) {
+  ScratchFolder folder;
+  ServerSession session;
+  ASSERT_EQ(0, Configure(session.Client(), kTakes[0], folder.File("twice.mov")));
+  ASSERT_EQ(0, HandOver(session.Client(), kVideoShmKey, FramePayload(kTakes[0], 0), true));
+  EXPECT_EQ(0, session.Client().Stop());
+  EXPECT_EQ(0, session.Client().Stop());
+  EXPECT_EQ(1, ProbeMovie(folder.File("twice.mov"), false).video.packets);
+}
+
+TEST(QTRecordServerTest, EndOfInputFinishesTheOpenMovie) {
+  ScratchFolder folder;
+  std::string path = folder.File("orphan.mov");
+  Pipe commands, answers;
+  ASSERT_EQ(0, commands.Open());
+  ASSERT_EQ(0, answers.Open());
+  ServerProcess process;
+  ASSERT_EQ(0, process.Launch(QT_RECORD_SERVER, folder.Path().c_str(), commands.ReadEnd(), answers.WriteEnd()));
+  commands.CloseReadEnd();
+  answers.CloseWriteEnd();
+  QTRecordClientIPC client;
+  FILE* writeStream = fdopen(commands.TakeWriteEnd(), "w");
+  FILE* readStream = fdopen(answers.TakeReadEnd(), "r");
+  client.Init(readStream, writeStream);
+  const Take& take = kTakes[0];
+  ASSERT_EQ(0, client.Begin());
+  ASSERT_EQ(0, client.SetVideoEnabled(true));
+  ASSERT_EQ(0, client.SetVideoDuration(take.duration));
+  ASSERT_EQ(0, client.SetVideoTimescale(take.timescale));
+  ASSERT_EQ(0, client.SetVideoWidth(take.width));
+  ASSERT_EQ(0, client.SetVideoHeight(take.height));
+  ASSERT_EQ(0, client.SetVideoCodecType(static_cast<int>(take.codecType)));
+  ASSERT_EQ(0, client.SetFilePath(path.c_str()));
+  ASSERT_EQ(0, client.Prepare());
+  for (int frame = 0; frame < 3; ++frame) {
+    std::vector<uint8_t> picture = FramePayload(take, frame);
+    Core::SharedMemory segment(kVideoShmKey);
+    ASSERT_EQ(0, segment.Create(picture.size()));
+    void* address = nullptr;
+    ASSERT_EQ(0, segment.Map(address, false));
+    memcpy(address, picture.data(), picture.size());
+    ASSERT_EQ(0, client.MapVideo(picture.size()));
+  }
+  CapturedStderr captured;
+  fclose(writeStream);  // the plug-in's process is gone
+  process.WaitUntilExit();
+  captured.Text();
+  fclose(readStream);
+  ProbedMovie movie = ProbeMovie(path, false);
+  ASSERT_TRUE(movie.opened) << "the movie has its index";
+  EXPECT_EQ(3, movie.video.packets);
+}
+
+TEST(QTRecordServerTest, FullBacklogDropsFramesButKeepsTheirTime) {
+  ScratchFolder folder;
+  std::string path = folder.File("dropped.mov");
+  const Take& take = kTakes[0];  // 2vuy NTSC, 699840-byte frames
+  // A server on a slow disk (each write held back 150 ms) with room for two frames.
+  std::string wrapper = folder.File("slow-server");
+  {
+    std::ofstream script(wrapper);
+    script << "#!/bin/sh\nexec '" << QT_RECORD_SERVER << "' --write-delay-ms 150 --backlog-bytes "
+           << 2 * 699840 << "\n";
+  }
+  fs::permissions(wrapper, fs::perms::owner_all);
+  std::vector<long> answers;
+  {
+    ServerSession session(wrapper);
+    ASSERT_EQ(0, session.Status());
+    ASSERT_EQ(0, Configure(session.Client(), take, path));
+    for (int frame = 0; frame < 10; ++frame) {
+      answers.push_back(HandOver(session.Client(), kVideoShmKey, FramePayload(take, frame), true));
+      ASSERT_EQ(0, HandOver(session.Client(), kAudioShmKey, AudioPayload(take, frame, 1602), false));
+    }
+    EXPECT_EQ(0, session.Client().Stop());
+  }
+  int dropped = 0;
+  for (long answer : answers) {
+    EXPECT_TRUE(answer == 0 || answer == 7) << answer;
+    dropped += answer == 7;
+  }
+  EXPECT_GT(dropped, 0) << "the backlog filled";
+  EXPECT_EQ(0, answers[0]);
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_TRUE(movie.decodedEveryVideoFrame);
+  EXPECT_EQ(10 - dropped, movie.video.packets);
+  // Written frames sit at their own frame numbers: a dropped frame leaves its slot empty.
+  std::vector<int64_t> expectedFrames;
+  for (int frame = 0; frame < 10; ++frame) if (answers[frame] == 0) expectedFrames.push_back(frame);
+  ASSERT_EQ(expectedFrames.size(), movie.video.pts.size());
+  for (size_t i = 0; i < expectedFrames.size(); ++i) {
+    EXPECT_EQ(expectedFrames[i] * take.duration * movie.video.timeBaseDen,
+              movie.video.pts[i] * static_cast<int64_t>(take.timescale) * movie.video.timeBaseNum)
+        << "frame " << expectedFrames[i];
+  }
+  EXPECT_EQ(10 * 1602, movie.audio.totalDuration) << "no sound is dropped";
+}
+
+}  // namespace
+}  // namespace KTN

@@ -1,0 +1,73 @@
+// The recording server's backlog: media handed over and waiting for the writer thread.
+#pragma once
+
+#include <stdint.h>
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "Core/SharedMemory.h"
+
+namespace KTN {
+
+// One video frame or audio packet, still in the segment the plug-in filled.
+struct MediaItem {
+  bool video = false;
+  std::unique_ptr<Core::SharedMemory> segment;  // mapped read-only
+  int64_t position = 0;  // frame number (video) or first sample number (audio)
+};
+
+// Items are written in arrival order on one writer thread, so the command loop can answer
+// as soon as a segment is mapped. Video is bounded by a byte budget; audio is never dropped
+// (it is small, and a gap in sound would break sync).
+class WriteQueue {
+ public:
+  // Writes one item on the writer thread; 0 or an errno value.
+  using Writer = std::function<long(MediaItem& item)>;
+
+  // Starts the writer thread. writeDelayMillis holds back every write (a test knob that
+  // stands for a slow disk).
+  WriteQueue(uint64_t videoBudgetBytes, Writer writer, unsigned writeDelayMillis);
+  // Drains and stops the writer thread.
+  ~WriteQueue();
+
+  WriteQueue(const WriteQueue&) = delete;
+  WriteQueue& operator=(const WriteQueue&) = delete;
+
+  // Queues a frame unless its bytes would take the video backlog over the budget; then it
+  // is refused (false) and the caller drops it.
+  bool PushVideo(MediaItem item);
+  void PushAudio(MediaItem item);
+
+  // Blocks until every queued item has been written, then stops the writer thread.
+  void Drain();
+
+  // The first write error of this recording, or 0. Safe from any thread.
+  long FirstError() const;
+
+  uint64_t VideoBudgetBytes() const { return mVideoBudgetBytes; }
+
+ private:
+  void Push(MediaItem item);
+  void WriterLoop();
+
+  const uint64_t mVideoBudgetBytes;
+  const Writer mWriter;
+  const unsigned mWriteDelayMillis;
+
+  // Protects mItems, mQueuedVideoBytes, mClosing and mFirstError.
+  mutable std::mutex mLock;
+  std::condition_variable mItemsChanged;
+  std::deque<MediaItem> mItems;
+  uint64_t mQueuedVideoBytes = 0;  // of items queued or being written
+  bool mClosing = false;
+  long mFirstError = 0;
+
+  std::thread mThread;
+};
+
+}  // namespace KTN

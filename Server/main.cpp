@@ -1,0 +1,45 @@
+// QTRecordServer: the recording server the plug-in launches; commands on stdin, answers on stdout.
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include "Server/MovieRecordServer.h"
+#include "Util/Log.h"
+
+namespace {
+
+// Reads the test and diagnostic knobs; the plug-in starts the server without arguments.
+bool ParseOptions(int argc, char** argv, KTN::ServerOptions& options) {
+  for (int i = 1; i < argc; ++i) {
+    if (strcmp(argv[i], "--backlog-bytes") == 0 && i + 1 < argc) {
+      options.backlogBytes = strtoull(argv[++i], nullptr, 10);
+    } else if (strcmp(argv[i], "--write-delay-ms") == 0 && i + 1 < argc) {
+      options.writeDelayMillis = static_cast<unsigned>(strtoul(argv[++i], nullptr, 10));
+    } else {
+      KTN_LOG("Unknown option %s (known: --backlog-bytes N, --write-delay-ms N)", argv[i]);
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  KTN::ServerOptions options;
+  if (!ParseOptions(argc, argv, options)) return 2;
+  // The plug-in may die at any moment: a failed acknowledgement must end the loop and let
+  // the movie be finished, not kill this process.
+  signal(SIGPIPE, SIG_IGN);
+  av_log_set_level(AV_LOG_ERROR);
+  KTN::MovieRecordServer server(options);
+  server.Init(stdin, stdout);
+  long rc = server.Run();
+  // After "Exit" as after the end of the input: nothing handed over is lost.
+  server.InputEnded();
+  return rc == 0 ? 0 : 1;
+}
