@@ -375,9 +375,31 @@ TEST(QTRecordServerTest, EndOfInputFinishesTheOpenMovie) {
   process.WaitUntilExit();
   captured.Text();
   fclose(readStream);
+  EXPECT_TRUE(WIFEXITED(process.ExitStatus()));
+  EXPECT_EQ(1, WEXITSTATUS(process.ExitStatus())) << "a lost plug-in is not a clean exit";
   ProbedMovie movie = ProbeMovie(path, false);
   ASSERT_TRUE(movie.opened) << "the movie has its index";
   EXPECT_EQ(3, movie.video.packets);
+}
+
+TEST(QTRecordServerTest, ExitEndsTheProcessWithStatus0) {
+  Pipe commands, answers;
+  ASSERT_EQ(0, commands.Open());
+  ASSERT_EQ(0, answers.Open());
+  ServerProcess process;
+  ASSERT_EQ(0, process.Launch(QT_RECORD_SERVER, "/", commands.ReadEnd(), answers.WriteEnd()));
+  commands.CloseReadEnd();
+  answers.CloseWriteEnd();
+  QTRecordClientIPC client;
+  FILE* writeStream = fdopen(commands.TakeWriteEnd(), "w");
+  FILE* readStream = fdopen(answers.TakeReadEnd(), "r");
+  client.Init(readStream, writeStream);
+  EXPECT_EQ(0, client.Exit());
+  process.WaitUntilExit();  // the command pipe is still open: only Exit ends the server
+  fclose(writeStream);
+  fclose(readStream);
+  EXPECT_TRUE(WIFEXITED(process.ExitStatus()));
+  EXPECT_EQ(0, WEXITSTATUS(process.ExitStatus()));
 }
 
 TEST(QTRecordServerTest, FullBacklogDropsFramesButKeepsTheirTime) {
