@@ -98,6 +98,16 @@ long MovieRecordServer::Prepare() {
   return 0;
 }
 
+long MovieRecordServer::AcceptSegment(bool enabled, const char* media, const char* key, unsigned long long size,
+                                      std::unique_ptr<Core::SharedMemory>& segment) {
+  if (!mQueue || !enabled) {
+    KTN_LOG("No prepared %s recording to take a segment", media);
+    return EINVAL;
+  }
+  if (long rc = mQueue->FirstError()) return rc;  // the recording has stopped taking media
+  return MapSegment(key, size, segment);
+}
+
 long MovieRecordServer::MapSegment(const char* key, unsigned long long size,
                                    std::unique_ptr<Core::SharedMemory>& segment) {
   segment.reset(new Core::SharedMemory(key));
@@ -111,13 +121,8 @@ long MovieRecordServer::MapSegment(const char* key, unsigned long long size,
 }
 
 long MovieRecordServer::MapVideo(unsigned long long size) {
-  if (!mQueue || !mVideoEnabled) {
-    KTN_LOG("MapVideo without a prepared video recording");
-    return EINVAL;
-  }
-  if (long rc = mQueue->FirstError()) return rc;
   std::unique_ptr<Core::SharedMemory> segment;
-  if (long rc = MapSegment(kVideoShmKey, size, segment)) return rc;
+  if (long rc = AcceptSegment(mVideoEnabled, "video", kVideoShmKey, size, segment)) return rc;
   // Whole rows of the device's format; uncompressed types store exactly the configured
   // height, compressed ones crop surplus rows (NTSC's 486 lines for its 480-line DV).
   uint64_t rows = size / mVideoRowBytes;
@@ -141,13 +146,8 @@ long MovieRecordServer::MapVideo(unsigned long long size) {
 }
 
 long MovieRecordServer::MapAudio(unsigned long long size) {
-  if (!mQueue || !mAudioEnabled) {
-    KTN_LOG("MapAudio without a prepared audio recording");
-    return EINVAL;
-  }
-  if (long rc = mQueue->FirstError()) return rc;
   std::unique_ptr<Core::SharedMemory> segment;
-  if (long rc = MapSegment(kAudioShmKey, size, segment)) return rc;
+  if (long rc = AcceptSegment(mAudioEnabled, "audio", kAudioShmKey, size, segment)) return rc;
   uint64_t frameBytes = static_cast<uint64_t>(mAudioChannels) * static_cast<uint64_t>(mAudioType / 8);
   if (size == 0 || size % frameBytes != 0) {
     KTN_LOG("Audio segment of %llu bytes is not whole sample frames of %llu bytes", size,

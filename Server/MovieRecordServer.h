@@ -48,6 +48,10 @@ class MovieRecordServer : public QTRecordServerIPC {
   long InputEnded() override;
 
  private:
+  // Checks that a recording with this medium enabled is open and has not failed, then maps
+  // the segment: 22 when none is, the recording's first write error, or MapSegment's result.
+  long AcceptSegment(bool enabled, const char* media, const char* key, unsigned long long size,
+                     std::unique_ptr<Core::SharedMemory>& segment);
   // Maps the segment named key read-only and checks that it holds size bytes.
   long MapSegment(const char* key, unsigned long long size, std::unique_ptr<Core::SharedMemory>& segment);
   long WriteItem(MediaItem& item);

@@ -78,7 +78,7 @@ std::vector<uint8_t> AudioPayload(const Take& take, int packet, int sampleFrames
 }
 
 // Creates the named segment, fills it and hands it over with command, as the plug-in does.
-long HandOver(QTRecordClient& client, const char* key, const std::vector<uint8_t>& payload, bool video) {
+long HandOver(QTRecordClientIPC& client, const char* key, const std::vector<uint8_t>& payload, bool video) {
   Core::SharedMemory segment(key);
   if (long rc = segment.Create(payload.size())) return rc;
   void* address = nullptr;
@@ -87,7 +87,7 @@ long HandOver(QTRecordClient& client, const char* key, const std::vector<uint8_t
   return video ? client.MapVideo(payload.size()) : client.MapAudio(payload.size());
 }
 
-long Configure(QTRecordClient& client, const Take& take, const std::string& path, bool video = true, bool audio = true) {
+long Configure(QTRecordClientIPC& client, const Take& take, const std::string& path, bool video = true, bool audio = true) {
   long rc = client.Begin();
   if (!rc) rc = client.SetVideoEnabled(video);
   if (!rc) rc = client.SetVideoDuration(take.duration);
@@ -123,6 +123,46 @@ class ServerSession {
  private:
   QTRecordClient mClient;
   long mStatus;
+};
+
+// The real server on two pipes without QTRecordClient, so a test can close its input or
+// read its exit status.
+class RawServer {
+ public:
+  explicit RawServer(const std::string& directory) {
+    if (mCommands.Open() || mAnswers.Open()) return;
+    if (mProcess.Launch(QT_RECORD_SERVER, directory.c_str(), mCommands.ReadEnd(), mAnswers.WriteEnd())) return;
+    mCommands.CloseReadEnd();
+    mAnswers.CloseWriteEnd();
+    mWriteStream = fdopen(mCommands.TakeWriteEnd(), "w");
+    mReadStream = fdopen(mAnswers.TakeReadEnd(), "r");
+    mClient.Init(mReadStream, mWriteStream);
+  }
+  ~RawServer() {
+    CloseInput();
+    mProcess.WaitUntilExit();
+    if (mReadStream) fclose(mReadStream);
+  }
+  bool Running() const { return mReadStream && mWriteStream; }
+  QTRecordClientIPC& Client() { return mClient; }
+  // As when the plug-in's process is gone.
+  void CloseInput() {
+    if (mWriteStream) fclose(mWriteStream);
+    mWriteStream = nullptr;
+  }
+  // Waits for the server to end and returns its wait status.
+  int ExitStatus() {
+    mProcess.WaitUntilExit();
+    return mProcess.ExitStatus();
+  }
+
+ private:
+  Pipe mCommands;
+  Pipe mAnswers;
+  ServerProcess mProcess;
+  FILE* mWriteStream = nullptr;
+  FILE* mReadStream = nullptr;
+  QTRecordClientIPC mClient;
 };
 
 constexpr int kFrames = 6;
@@ -279,8 +319,8 @@ TEST(QTRecordServerTest, MapBeforePrepareIsRefused) {
     EXPECT_EQ(22, HandOver(client, kVideoShmKey, payload, true));
     EXPECT_EQ(22, HandOver(client, kAudioShmKey, payload, false));
   }
-  EXPECT_EQ("*** MapVideo[#]: MapVideo without a prepared video recording\n"
-            "*** MapAudio[#]: MapAudio without a prepared audio recording\n",
+  EXPECT_EQ("*** AcceptSegment[#]: No prepared video recording to take a segment\n"
+            "*** AcceptSegment[#]: No prepared audio recording to take a segment\n",
             captured.Text());
 }
 
@@ -340,66 +380,30 @@ TEST(QTRecordServerTest, SecondStopAfterARecordingAnswers0) {
 TEST(QTRecordServerTest, EndOfInputFinishesTheOpenMovie) {
   ScratchFolder folder;
   std::string path = folder.File("orphan.mov");
-  Pipe commands, answers;
-  ASSERT_EQ(0, commands.Open());
-  ASSERT_EQ(0, answers.Open());
-  ServerProcess process;
-  ASSERT_EQ(0, process.Launch(QT_RECORD_SERVER, folder.Path().c_str(), commands.ReadEnd(), answers.WriteEnd()));
-  commands.CloseReadEnd();
-  answers.CloseWriteEnd();
-  QTRecordClientIPC client;
-  FILE* writeStream = fdopen(commands.TakeWriteEnd(), "w");
-  FILE* readStream = fdopen(answers.TakeReadEnd(), "r");
-  client.Init(readStream, writeStream);
+  RawServer server(folder.Path());
+  ASSERT_TRUE(server.Running());
+  QTRecordClientIPC& client = server.Client();
   const Take& take = kTakes[0];
-  ASSERT_EQ(0, client.Begin());
-  ASSERT_EQ(0, client.SetVideoEnabled(true));
-  ASSERT_EQ(0, client.SetVideoDuration(take.duration));
-  ASSERT_EQ(0, client.SetVideoTimescale(take.timescale));
-  ASSERT_EQ(0, client.SetVideoWidth(take.width));
-  ASSERT_EQ(0, client.SetVideoHeight(take.height));
-  ASSERT_EQ(0, client.SetVideoCodecType(static_cast<int>(take.codecType)));
-  ASSERT_EQ(0, client.SetFilePath(path.c_str()));
-  ASSERT_EQ(0, client.Prepare());
-  for (int frame = 0; frame < 3; ++frame) {
-    std::vector<uint8_t> picture = FramePayload(take, frame);
-    Core::SharedMemory segment(kVideoShmKey);
-    ASSERT_EQ(0, segment.Create(picture.size()));
-    void* address = nullptr;
-    ASSERT_EQ(0, segment.Map(address, false));
-    memcpy(address, picture.data(), picture.size());
-    ASSERT_EQ(0, client.MapVideo(picture.size()));
-  }
+  ASSERT_EQ(0, Configure(client, take, path, true, false));
+  for (int frame = 0; frame < 3; ++frame) ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, frame), true));
   CapturedStderr captured;
-  fclose(writeStream);  // the plug-in's process is gone
-  process.WaitUntilExit();
+  server.CloseInput();  // the plug-in's process is gone
+  int status = server.ExitStatus();
   captured.Text();
-  fclose(readStream);
-  EXPECT_TRUE(WIFEXITED(process.ExitStatus()));
-  EXPECT_EQ(1, WEXITSTATUS(process.ExitStatus())) << "a lost plug-in is not a clean exit";
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(1, WEXITSTATUS(status)) << "a lost plug-in is not a clean exit";
   ProbedMovie movie = ProbeMovie(path, false);
   ASSERT_TRUE(movie.opened) << "the movie has its index";
   EXPECT_EQ(3, movie.video.packets);
 }
 
 TEST(QTRecordServerTest, ExitEndsTheProcessWithStatus0) {
-  Pipe commands, answers;
-  ASSERT_EQ(0, commands.Open());
-  ASSERT_EQ(0, answers.Open());
-  ServerProcess process;
-  ASSERT_EQ(0, process.Launch(QT_RECORD_SERVER, "/", commands.ReadEnd(), answers.WriteEnd()));
-  commands.CloseReadEnd();
-  answers.CloseWriteEnd();
-  QTRecordClientIPC client;
-  FILE* writeStream = fdopen(commands.TakeWriteEnd(), "w");
-  FILE* readStream = fdopen(answers.TakeReadEnd(), "r");
-  client.Init(readStream, writeStream);
-  EXPECT_EQ(0, client.Exit());
-  process.WaitUntilExit();  // the command pipe is still open: only Exit ends the server
-  fclose(writeStream);
-  fclose(readStream);
-  EXPECT_TRUE(WIFEXITED(process.ExitStatus()));
-  EXPECT_EQ(0, WEXITSTATUS(process.ExitStatus()));
+  RawServer server("/");
+  ASSERT_TRUE(server.Running());
+  EXPECT_EQ(0, server.Client().Exit());
+  int status = server.ExitStatus();  // the command pipe is still open: only Exit ends the server
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(0, WEXITSTATUS(status));
 }
 
 TEST(QTRecordServerTest, FullBacklogDropsFramesButKeepsTheirTime) {
