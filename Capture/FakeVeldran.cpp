@@ -1,0 +1,192 @@
+// Test double: a configurable card behind the device API.
+#include "Capture/FakeVeldran.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include "Capture/VeldranAPILoader.h"
+
+namespace KTN {
+
+namespace {
+
+FakeVeldran* sInstalled = nullptr;
+
+// Reference counting shared by the fake's objects; the last Release deletes.
+template <typename Interface>
+class FakeObject : public Interface {
+ public:
+  VeldranResult QueryInterface(VeldranIID, void** out) override {
+    *out = nullptr;
+    return kVeldranNoInterface;
+  }
+  int32_t AddRef() override { return ++mCount; }
+  int32_t Release() override {
+    int32_t count = --mCount;
+    if (count == 0) delete this;
+    return count;
+  }
+
+ protected:
+  virtual ~FakeObject() = default;
+
+ private:
+  int32_t mCount = 1;
+};
+
+class FakeMode : public FakeObject<IVeldranDisplayMode> {
+ public:
+  explicit FakeMode(int index) : mIndex(index) {}
+  int32_t GetWidth() override { return 720; }
+  int32_t GetHeight() override { return 486; }
+  uint32_t GetDisplayMode() override { return VeldranCode("fk00") + static_cast<uint32_t>(mIndex); }
+  VeldranResult GetName(char** name) override {
+    *name = strdup("Fake mode");
+    return kVeldranOK;
+  }
+  VeldranResult GetFrameRate(int64_t* duration, int64_t* scale) override {
+    *duration = 1001;
+    *scale = 30000;
+    return kVeldranOK;
+  }
+  uint32_t GetFieldDominance() override { return ktnLowerFieldFirst; }
+
+ private:
+  int mIndex;
+};
+
+class FakeModeIterator : public FakeObject<IVeldranDisplayModeIterator> {
+ public:
+  VeldranResult Next(IVeldranDisplayMode** mode) override {
+    if (mNext >= sInstalled->modes) {
+      *mode = nullptr;
+      return kVeldranFalse;
+    }
+    *mode = new FakeMode(mNext++);
+    return kVeldranOK;
+  }
+
+ private:
+  int mNext = 0;
+};
+
+class FakeInput : public FakeObject<IVeldranInput> {
+ public:
+  int32_t AddRef() override {
+    ++sInstalled->inputReferences;
+    return FakeObject::AddRef();
+  }
+  int32_t Release() override {
+    --sInstalled->inputReferences;
+    return FakeObject::Release();
+  }
+  VeldranResult DoesSupportVideoMode(uint32_t mode, uint32_t format, uint32_t, uint32_t* support,
+                                     IVeldranDisplayMode** resultMode) override {
+    Record("DoesSupportVideoMode");
+    if (resultMode) *resultMode = nullptr;
+    auto found = sInstalled->support.find({mode, format});
+    *support = found != sInstalled->support.end() ? found->second
+               : format == ktnFormat8BitYUV         ? ktnSupportNative
+                                                    : ktnSupportNone;
+    return sInstalled->ResultOf("DoesSupportVideoMode");
+  }
+  VeldranResult GetDisplayModeIterator(IVeldranDisplayModeIterator** iterator) override {
+    Record("GetDisplayModeIterator");
+    VeldranResult rc = sInstalled->ResultOf("GetDisplayModeIterator");
+    *iterator = rc ? nullptr : new FakeModeIterator;
+    return rc;
+  }
+  VeldranResult SetScreenPreviewCallback(IVeldranScreenPreviewCallback*) override { return Record("SetScreenPreviewCallback"); }
+  VeldranResult EnableVideoInput(uint32_t, uint32_t, uint32_t flags) override {
+    Record("EnableVideoInput");
+    sInstalled->enableVideoFlags.push_back(flags);
+    return sInstalled->ResultOf(flags & ktnInputFlagEnableFormatDetection ? "EnableVideoInputDetect" : "EnableVideoInput");
+  }
+  VeldranResult DisableVideoInput() override { return Record("DisableVideoInput"); }
+  VeldranResult GetAvailableVideoFrameCount(uint32_t* count) override {
+    *count = 0;
+    return kVeldranOK;
+  }
+  VeldranResult EnableAudioInput(uint32_t, uint32_t, uint32_t) override { return Record("EnableAudioInput"); }
+  VeldranResult DisableAudioInput() override { return Record("DisableAudioInput"); }
+  VeldranResult GetAvailableAudioSampleFrameCount(uint32_t* count) override {
+    *count = 0;
+    return kVeldranOK;
+  }
+  VeldranResult StartStreams() override { return Record("StartStreams"); }
+  VeldranResult StopStreams() override { return Record("StopStreams"); }
+  VeldranResult PauseStreams() override { return Record("PauseStreams"); }
+  VeldranResult FlushStreams() override { return Record("FlushStreams"); }
+  VeldranResult SetCallback(IVeldranInputCallback* callback) override {
+    VeldranResult rc = Record(callback ? "SetCallback" : "SetCallback(null)");
+    if (!rc) sInstalled->callback = callback;
+    return rc;
+  }
+
+ private:
+  VeldranResult Record(const char* operation) {
+    sInstalled->calls.push_back(operation);
+    return sInstalled->ResultOf(operation);
+  }
+};
+
+class FakeDevice : public FakeObject<IVeldran> {
+ public:
+  VeldranResult QueryInterface(VeldranIID iid, void** out) override {
+    if (iid == IID_IVeldranInput) {
+      ++sInstalled->inputReferences;
+      *out = static_cast<IVeldranInput*>(new FakeInput);
+      return kVeldranOK;
+    }
+    *out = nullptr;
+    return kVeldranNoInterface;
+  }
+  VeldranResult GetModelName(char** name) override {
+    *name = strdup("Fake Veldran");
+    return kVeldranOK;
+  }
+};
+
+class FakeIterator : public FakeObject<IVeldranIterator> {
+ public:
+  VeldranResult Next(IVeldran** device) override {
+    if (mNext >= sInstalled->devices) {
+      *device = nullptr;
+      return kVeldranFalse;
+    }
+    ++mNext;
+    *device = new FakeDevice;
+    return kVeldranOK;
+  }
+
+ private:
+  int mNext = 0;
+};
+
+IVeldranIterator* CreateFakeIterator() {
+  return new FakeIterator;
+}
+
+}  // namespace
+
+FakeVeldran& FakeVeldran::Installed() {
+  return *sInstalled;
+}
+
+void FakeVeldran::Install() {
+  sInstalled = this;
+  VeldranEntryPoints entryPoints;
+  entryPoints.createIterator = CreateFakeIterator;
+  SetVeldranEntryPointsForTesting(entryPoints);
+}
+
+VeldranResult FakeVeldran::ResultOf(const std::string& operation) const {
+  auto found = results.find(operation);
+  return found != results.end() ? found->second : kVeldranOK;
+}
+
+void FakeVeldran::DeliverFrame(IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio) {
+  if (callback) callback->VideoInputFrameArrived(video, audio);
+}
+
+}  // namespace KTN

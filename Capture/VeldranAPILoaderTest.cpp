@@ -1,0 +1,61 @@
+// Tests of the device API loader. Every test runs in a process of its own (as CTest runs
+// them), so each sees the loader untried.
+#include <gtest/gtest.h>
+
+#include "Capture/APICapture.h"
+#include "Capture/VeldranAPILoader.h"
+#include "Util/CapturedStderr.h"
+
+namespace KTN {
+namespace {
+
+TEST(VeldranAPILoaderTest, MissingBundleGivesNullEveryTimeAndIsLookedForOnce) {
+  SetVeldranAPIBundlePathForTesting("/nonexistent/VeldranAPI.bundle");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(nullptr, CreateVeldranIteratorInstance());
+    EXPECT_EQ(nullptr, CreateOpenGLScreenPreviewHelper());
+    EXPECT_EQ(nullptr, CreateCocoaScreenPreview(nullptr));
+    EXPECT_EQ(nullptr, CreateVideoConversionInstance());
+  }
+  EXPECT_EQ(1, VeldranAPILoadAttempts());
+}
+
+TEST(VeldranAPILoaderTest, BundleWithOnlyTheIteratorFactory) {
+  VeldranEntryPoints entryPoints = LoadVeldranAPI(ITERATOR_ONLY_BUNDLE);
+  ASSERT_NE(nullptr, entryPoints.createIterator);
+  EXPECT_EQ(nullptr, entryPoints.createOpenGLPreview);
+  EXPECT_EQ(nullptr, entryPoints.createCocoaPreview);
+  EXPECT_EQ(nullptr, entryPoints.createVideoConversion);
+  IVeldranIterator* iterator = entryPoints.createIterator();
+  ASSERT_NE(nullptr, iterator);
+  IVeldran* device = reinterpret_cast<IVeldran*>(1);
+  EXPECT_EQ(kVeldranFalse, iterator->Next(&device));
+  EXPECT_EQ(nullptr, device);
+  EXPECT_EQ(0, iterator->Release());
+}
+
+TEST(VeldranAPILoaderTest, FactoriesGoThroughTheLoadedBundle) {
+  SetVeldranAPIBundlePathForTesting(ITERATOR_ONLY_BUNDLE);
+  IVeldranIterator* iterator = CreateVeldranIteratorInstance();
+  ASSERT_NE(nullptr, iterator);
+  iterator->Release();
+  EXPECT_EQ(nullptr, CreateOpenGLScreenPreviewHelper());
+  EXPECT_EQ(1, VeldranAPILoadAttempts());
+}
+
+TEST(VeldranAPILoaderTest, WithoutALibraryTheCaptureInputReportsIt) {
+  SetVeldranAPIBundlePathForTesting("/nonexistent/VeldranAPI.bundle");
+  APICapture* capture = new APICapture;
+  Util::CapturedStderr captured;
+  EXPECT_EQ(2, capture->Init());
+  EXPECT_EQ("*** FindVeldranInput[#]: CreateVeldranIteratorInstance failed\n*** Init[#]: GetVeldranInput returned 2 (0x2)\n",
+            captured.Text());
+  capture->Release();
+}
+
+TEST(VeldranAPILoaderTest, FixedPathIsTheDriversBundle) {
+  EXPECT_STREQ("/Library/Application Support/Kestrin Design/Kestrin Veldran/VeldranAPI.bundle", kVeldranAPIBundlePath);
+}
+
+}  // namespace
+}  // namespace KTN
