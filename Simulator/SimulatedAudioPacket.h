@@ -1,0 +1,29 @@
+// The sound of one captured frame from the simulated card.
+#pragma once
+
+#include <memory>
+
+#include "Simulator/SimulatedObject.h"
+
+namespace KTN {
+namespace Sim {
+
+class SimulatedAudioPacket : public SimulatedObject<IVeldranAudioInputPacket> {
+ public:
+  // sampleFrames frames of channels interleaved samples of bits (16 or 32), starting at
+  // sample number firstSample of the stream (48 kHz). getBytesFailure: an injected failure.
+  SimulatedAudioPacket(int64_t firstSample, int sampleFrames, int channels, int bits, VeldranResult getBytesFailure);
+
+  int32_t GetSampleFrameCount() override { return mSampleFrames; }
+  VeldranResult GetBytes(void** buffer) override;
+  VeldranResult GetPacketTime(int64_t* packetTime, int64_t timeScale) override;
+
+ private:
+  int64_t mFirstSample;
+  int mSampleFrames;
+  std::unique_ptr<uint8_t[]> mSamples;
+  VeldranResult mGetBytesFailure;
+};
+
+}  // namespace Sim
+}  // namespace KTN

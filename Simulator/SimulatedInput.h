@@ -1,0 +1,97 @@
+// The simulated card's input: modes and formats, and frames delivered on a capture thread.
+#pragma once
+
+#include <stdint.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "Simulator/FramePool.h"
+#include "Simulator/SimulatedModes.h"
+#include "Simulator/SimulatedObject.h"
+#include "Simulator/SimulatorSettings.h"
+#include "Simulator/SourceMovie.h"
+#include "Simulator/TestSignal.h"
+
+namespace KTN {
+namespace Sim {
+
+// After StartStreams a capture thread calls the input callback once per frame period with
+// the frame and its sound, scheduled on absolute time (it never drifts); a preview thread
+// hands the latest frame to the screen-preview callback. Every operation is safe from any
+// thread; StopStreams waits until no callback runs any more.
+class SimulatedInput : public SimulatedObject<IVeldranInput> {
+ public:
+  explicit SimulatedInput(const SimulatorSettings& settings);
+
+  // ktnSupportNative for '2vuy' and 'v210' (not above SD when the hardware flags say so) and
+  // 'r210' (when the flags allow it), ktnSupportWithConversion for 8-bit ARGB and BGRA.
+  static uint32_t Support(const SimulatedMode& mode, uint32_t pixelFormat, uint32_t hardwareFlags);
+
+  VeldranResult DoesSupportVideoMode(uint32_t mode, uint32_t pixelFormat, uint32_t flags, uint32_t* support,
+                                     IVeldranDisplayMode** resultMode) override;
+  VeldranResult GetDisplayModeIterator(IVeldranDisplayModeIterator** iterator) override;
+  VeldranResult SetScreenPreviewCallback(IVeldranScreenPreviewCallback* callback) override;
+  VeldranResult EnableVideoInput(uint32_t mode, uint32_t pixelFormat, uint32_t flags) override;
+  VeldranResult DisableVideoInput() override;
+  VeldranResult GetAvailableVideoFrameCount(uint32_t* count) override;
+  VeldranResult EnableAudioInput(uint32_t sampleRate, uint32_t sampleType, uint32_t channelCount) override;
+  VeldranResult DisableAudioInput() override;
+  VeldranResult GetAvailableAudioSampleFrameCount(uint32_t* count) override;
+  VeldranResult StartStreams() override;
+  VeldranResult StopStreams() override;
+  VeldranResult PauseStreams() override;
+  VeldranResult FlushStreams() override;
+  VeldranResult SetCallback(IVeldranInputCallback* callback) override;
+
+  // The mode video input is enabled in, or null.
+  const SimulatedMode* EnabledMode();
+
+ protected:
+  // Stops the streams and lets go of the callbacks.
+  ~SimulatedInput() override;
+
+ private:
+  void CaptureLoop();
+  void PreviewLoop();
+  // Picture and sound number n of the stream; either may come back null.
+  void MakeFrame(int64_t n, IVeldranVideoInputFrame** video, IVeldranAudioInputPacket** audio);
+  void StopThreads();
+
+  const SimulatorSettings mSettings;
+
+  // Protects everything down to mStreaming.
+  std::mutex mLock;
+  const SimulatedMode* mMode = nullptr;  // null: video input disabled
+  uint32_t mPixelFormat = 0;
+  bool mAudioEnabled = false;
+  int mAudioChannels = 0;
+  int mAudioBits = 0;
+  IVeldranInputCallback* mCallback = nullptr;                // one reference
+  IVeldranScreenPreviewCallback* mPreviewCallback = nullptr; // one reference
+  bool mStreaming = false;
+
+  // Made by EnableVideoInput; used by the capture thread only while streaming.
+  std::shared_ptr<FramePool> mPool;
+  std::unique_ptr<TestSignal> mSignal;
+  std::unique_ptr<SourceMovie> mSource;
+  int64_t mTimecodeStart = 0;  // frame count of the first frame's timecode
+  int64_t mTimecodeFrame = 0;  // runs on across stream restarts, as a house clock would
+
+  std::atomic<bool> mStopRequested{false};
+  std::thread mCaptureThread;
+  std::thread mPreviewThread;
+
+  // Protects mPreviewFrame and mPreviewStop: the capture thread leaves the latest frame
+  // there for the preview thread.
+  std::mutex mPreviewLock;
+  std::condition_variable mPreviewChanged;
+  IVeldranVideoFrame* mPreviewFrame = nullptr;  // one reference
+  bool mPreviewStop = false;
+};
+
+}  // namespace Sim
+}  // namespace KTN

@@ -1,0 +1,51 @@
+// One captured picture of the simulated card, with its stream time and timecode.
+#pragma once
+
+#include <memory>
+
+#include "Simulator/FramePool.h"
+#include "Simulator/SimulatedModes.h"
+#include "Simulator/SimulatedObject.h"
+#include "Simulator/SimulatorSettings.h"
+#include "Util/TimeCode.h"
+
+namespace KTN {
+namespace Sim {
+
+class SimulatedVideoFrame : public SimulatedObject<IVeldranVideoInputFrame> {
+ public:
+  // Picture number `index` of mode in pixelFormat; its buffer comes from pool (null when
+  // memory ran out: GetBytes then fails). timecode is the frame's timecode, or null.
+  SimulatedVideoFrame(std::shared_ptr<FramePool> pool, const SimulatedMode& mode, uint32_t pixelFormat,
+                      int64_t index, const Util::CTimeCode* timecode, const SimulatorSettings& settings);
+
+  // The writable picture, for the card that fills it.
+  uint8_t* Buffer() { return mBuffer.get(); }
+
+  int32_t GetWidth() override { return mMode.width; }
+  int32_t GetHeight() override { return mMode.height; }
+  int32_t GetRowBytes() override;
+  uint32_t GetPixelFormat() override { return mPixelFormat; }
+  uint32_t GetFlags() override { return 0; }
+  VeldranResult GetBytes(void** buffer) override;
+  VeldranResult GetStreamTime(int64_t* frameTime, int64_t* frameDuration, int64_t timeScale) override;
+  VeldranResult GetTimecode(uint32_t format, IVeldranTimecode** timecode) override;
+
+ protected:
+  ~SimulatedVideoFrame() override;
+
+ private:
+  std::shared_ptr<FramePool> mPool;
+  std::unique_ptr<uint8_t[]> mBuffer;
+  const SimulatedMode& mMode;
+  uint32_t mPixelFormat;
+  int64_t mIndex;
+  bool mHasTimecode;
+  Util::CTimeCode mTimecode;
+  TimecodeSource mTimecodeSource;
+  VeldranResult mGetBytesFailure;
+  VeldranResult mGetTimecodeFailure;
+};
+
+}  // namespace Sim
+}  // namespace KTN
