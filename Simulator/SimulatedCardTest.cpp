@@ -603,6 +603,30 @@ TEST(SimulatedCardTest, RealTimeDeliveryIsScheduledOnAbsoluteTime) {
   EXPECT_GE(elapsed, std::chrono::milliseconds(480));
 }
 
+TEST(SimulatedCardTest, SourceMoviePlaysInALoopInsteadOfTheBars) {
+  char folder[] = "/tmp/ktn-source-XXXXXX";
+  ASSERT_NE(nullptr, mkdtemp(folder));
+  std::string movie = std::string(folder) + "/source.mov";
+  // Ten frames of a flat mid-grey picture, made by FFmpeg's own command line.
+  std::string command = "ffmpeg -v error -y -f lavfi -i color=c=0x808080:size=320x240:rate=25 -frames:v 10 -c:v mjpeg '" +
+                        movie + "'";
+  ASSERT_EQ(0, system(command.c_str()));
+  SimulatedCard card({{"VELDRAN_SIM_SOURCE", movie.c_str()}});
+  std::vector<Seen> seen = Record(card, ktnModePAL, 25000, ktnFormat8BitYUV, 12, 12);
+  ASSERT_EQ(12u, seen.size());
+  for (int n : {0, 5, 11}) {
+    // Mid-grey everywhere, the bars' place included: luma about 126, no colour.
+    YCbCr top = Decode2vuy(&seen[n].picture[1440 * 10], BarCentre(720, 1));
+    YCbCr bottom = Decode2vuy(&seen[n].picture[1440 * 500], 360);
+    EXPECT_NEAR(126, top.y, 4) << n;
+    EXPECT_NEAR(128, top.cb, 3) << n;
+    EXPECT_NEAR(126, bottom.y, 4) << n;
+  }
+  EXPECT_EQ(seen[0].picture, seen[10].picture) << "the movie starts again after its tenth frame";
+  std::string cleanup = std::string("rm -rf '") + folder + "'";
+  EXPECT_EQ(0, system(cleanup.c_str()));
+}
+
 TEST(SimulatedCardTest, BadSettingsAreReportedAndTheDefaultKept) {
   Util::CapturedStderr captured;
   SimulatedCard card({{"VELDRAN_SIM_SPEED", "fast"}, {"VELDRAN_SIM_TIMECODE", "ltc"}});
