@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "Capture/VeldranAPILoader.h"
+#include "DeviceAPI/VeldranObject.h"
 
 namespace KTN {
 
@@ -12,29 +13,7 @@ namespace {
 
 FakeVeldran* sInstalled = nullptr;
 
-// Reference counting shared by the fake's objects; the last Release deletes.
-template <typename Interface>
-class FakeObject : public Interface {
- public:
-  VeldranResult QueryInterface(VeldranIID, void** out) override {
-    *out = nullptr;
-    return kVeldranNoInterface;
-  }
-  int32_t AddRef() override { return ++mCount; }
-  int32_t Release() override {
-    int32_t count = --mCount;
-    if (count == 0) delete this;
-    return count;
-  }
-
- protected:
-  virtual ~FakeObject() = default;
-
- private:
-  int32_t mCount = 1;
-};
-
-class FakeMode : public FakeObject<IVeldranDisplayMode> {
+class FakeMode : public VeldranObject<IVeldranDisplayMode> {
  public:
   explicit FakeMode(int index) : mIndex(index) {}
   int32_t GetWidth() override { return 720; }
@@ -55,7 +34,7 @@ class FakeMode : public FakeObject<IVeldranDisplayMode> {
   int mIndex;
 };
 
-class FakeModeIterator : public FakeObject<IVeldranDisplayModeIterator> {
+class FakeModeIterator : public VeldranObject<IVeldranDisplayModeIterator> {
  public:
   VeldranResult Next(IVeldranDisplayMode** mode) override {
     if (mNext >= sInstalled->modes) {
@@ -70,15 +49,15 @@ class FakeModeIterator : public FakeObject<IVeldranDisplayModeIterator> {
   int mNext = 0;
 };
 
-class FakeInput : public FakeObject<IVeldranInput> {
+class FakeInput : public VeldranObject<IVeldranInput> {
  public:
   int32_t AddRef() override {
     ++sInstalled->inputReferences;
-    return FakeObject::AddRef();
+    return VeldranObject::AddRef();
   }
   int32_t Release() override {
     --sInstalled->inputReferences;
-    return FakeObject::Release();
+    return VeldranObject::Release();
   }
   VeldranResult DoesSupportVideoMode(uint32_t mode, uint32_t format, uint32_t, uint32_t* support,
                                      IVeldranDisplayMode** resultMode) override {
@@ -130,7 +109,7 @@ class FakeInput : public FakeObject<IVeldranInput> {
   }
 };
 
-class FakeDevice : public FakeObject<IVeldran> {
+class FakeDevice : public VeldranObject<IVeldran> {
  public:
   VeldranResult QueryInterface(VeldranIID iid, void** out) override {
     if (iid == IID_IVeldranInput) {
@@ -147,7 +126,7 @@ class FakeDevice : public FakeObject<IVeldran> {
   }
 };
 
-class FakeIterator : public FakeObject<IVeldranIterator> {
+class FakeIterator : public VeldranObject<IVeldranIterator> {
  public:
   VeldranResult Next(IVeldran** device) override {
     if (mNext >= sInstalled->devices) {

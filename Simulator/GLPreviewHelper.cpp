@@ -24,14 +24,7 @@ VeldranResult GLPreviewHelper::InitializeGL() {
 }
 
 VeldranResult GLPreviewHelper::SetFrame(IVeldranVideoFrame* frame) {
-  if (frame) frame->AddRef();
-  IVeldranVideoFrame* old;
-  {
-    std::lock_guard<std::mutex> guard(mLock);
-    old = mFrame;
-    mFrame = frame;
-  }
-  if (old) old->Release();
+  ExchangeReference(mLock, mFrame, frame);
   return kVeldranOK;
 }
 

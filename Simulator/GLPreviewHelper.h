@@ -6,14 +6,14 @@
 #include <mutex>
 #include <vector>
 
-#include "Simulator/SimulatedObject.h"
+#include "DeviceAPI/VeldranObject.h"
 
 namespace KTN {
 namespace Sim {
 
 // SetFrame may come from any thread (the card's preview thread); InitializeGL and PaintGL
 // run with the view's OpenGL context current, under the view's lock.
-class GLPreviewHelper : public SimulatedObject<IVeldranGLScreenPreviewHelper> {
+class GLPreviewHelper : public VeldranObject<IVeldranGLScreenPreviewHelper> {
  public:
   VeldranResult InitializeGL() override;
   // Draws the frame over the whole viewport with fixed-function OpenGL (a textured quad

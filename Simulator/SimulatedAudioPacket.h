@@ -3,12 +3,12 @@
 
 #include <memory>
 
-#include "Simulator/SimulatedObject.h"
+#include "DeviceAPI/VeldranObject.h"
 
 namespace KTN {
 namespace Sim {
 
-class SimulatedAudioPacket : public SimulatedObject<IVeldranAudioInputPacket> {
+class SimulatedAudioPacket : public VeldranObject<IVeldranAudioInputPacket> {
  public:
   // sampleFrames frames of channels interleaved samples of bits (16 or 32), starting at
   // sample number firstSample of the stream (48 kHz). getBytesFailure: an injected failure.

@@ -1,7 +1,7 @@
 // One simulated card: its input and its device control, and the iterator that finds the cards.
 #pragma once
 
-#include "Simulator/SimulatedObject.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "Simulator/SimulatorSettings.h"
 
 namespace KTN {
@@ -12,7 +12,7 @@ class SimulatedDeviceControl;
 
 // A card is one piece of hardware: every query of it hands out the same input and device
 // control (with a new reference each).
-class SimulatedDevice : public SimulatedObject<IVeldran> {
+class SimulatedDevice : public VeldranObject<IVeldran> {
  public:
   explicit SimulatedDevice(const SimulatorSettings& settings, int index);
 
@@ -31,7 +31,7 @@ class SimulatedDevice : public SimulatedObject<IVeldran> {
 
 // Hands out the process's cards (VELDRAN_SIM_DEVICES of them), the same ones to every
 // iterator, so that all parts of a host talk to one piece of hardware.
-class SimulatedIterator : public SimulatedObject<IVeldranIterator> {
+class SimulatedIterator : public VeldranObject<IVeldranIterator> {
  public:
   explicit SimulatedIterator(const SimulatorSettings& settings) : mSettings(settings) {}
   VeldranResult Next(IVeldran** device) override;

@@ -3,13 +3,13 @@
 
 #include <mutex>
 
-#include "Simulator/SimulatedObject.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "Simulator/SimulatorSettings.h"
 
 namespace KTN {
 namespace Sim {
 
-class SimulatedDeviceControl : public SimulatedObject<IVeldranDeviceControl> {
+class SimulatedDeviceControl : public VeldranObject<IVeldranDeviceControl> {
  public:
   explicit SimulatedDeviceControl(const SimulatorSettings& settings);
 

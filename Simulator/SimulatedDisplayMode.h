@@ -4,12 +4,12 @@
 #include <stddef.h>
 
 #include "Simulator/SimulatedModes.h"
-#include "Simulator/SimulatedObject.h"
+#include "DeviceAPI/VeldranObject.h"
 
 namespace KTN {
 namespace Sim {
 
-class SimulatedDisplayMode : public SimulatedObject<IVeldranDisplayMode> {
+class SimulatedDisplayMode : public VeldranObject<IVeldranDisplayMode> {
  public:
   explicit SimulatedDisplayMode(const SimulatedMode& mode) : mMode(mode) {}
 
@@ -25,7 +25,7 @@ class SimulatedDisplayMode : public SimulatedObject<IVeldranDisplayMode> {
 };
 
 // Walks the 25 modes in table order.
-class SimulatedDisplayModeIterator : public SimulatedObject<IVeldranDisplayModeIterator> {
+class SimulatedDisplayModeIterator : public VeldranObject<IVeldranDisplayModeIterator> {
  public:
   VeldranResult Next(IVeldranDisplayMode** mode) override;
 

@@ -77,14 +77,7 @@ VeldranResult SimulatedInput::GetDisplayModeIterator(IVeldranDisplayModeIterator
 
 VeldranResult SimulatedInput::SetScreenPreviewCallback(IVeldranScreenPreviewCallback* callback) {
   if (VeldranResult rc = mSettings.Injected("SetScreenPreviewCallback")) return rc;
-  if (callback) callback->AddRef();
-  IVeldranScreenPreviewCallback* old;
-  {
-    std::lock_guard<std::mutex> guard(mLock);
-    old = mPreviewCallback;
-    mPreviewCallback = callback;
-  }
-  if (old) old->Release();
+  ExchangeReference(mLock, mPreviewCallback, callback);
   return kVeldranOK;
 }
 
@@ -201,14 +194,7 @@ VeldranResult SimulatedInput::FlushStreams() {
 
 VeldranResult SimulatedInput::SetCallback(IVeldranInputCallback* callback) {
   if (VeldranResult rc = mSettings.Injected("SetCallback")) return rc;
-  if (callback) callback->AddRef();
-  IVeldranInputCallback* old;
-  {
-    std::lock_guard<std::mutex> guard(mLock);
-    old = mCallback;
-    mCallback = callback;
-  }
-  if (old) old->Release();
+  ExchangeReference(mLock, mCallback, callback);
   return kVeldranOK;
 }
 

@@ -11,7 +11,7 @@
 
 #include "Simulator/FramePool.h"
 #include "Simulator/SimulatedModes.h"
-#include "Simulator/SimulatedObject.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "Simulator/SimulatorSettings.h"
 #include "Simulator/SourceMovie.h"
 #include "Simulator/TestSignal.h"
@@ -23,7 +23,7 @@ namespace Sim {
 // the frame and its sound, scheduled on absolute time (it never drifts); a preview thread
 // hands the latest frame to the screen-preview callback. Every operation is safe from any
 // thread; StopStreams waits until no callback runs any more.
-class SimulatedInput : public SimulatedObject<IVeldranInput> {
+class SimulatedInput : public VeldranObject<IVeldranInput> {
  public:
   explicit SimulatedInput(const SimulatorSettings& settings);
 

@@ -1,13 +1,13 @@
 // A frame's timecode as the simulated card reads it from the signal.
 #pragma once
 
-#include "Simulator/SimulatedObject.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
 namespace Sim {
 
-class SimulatedTimecode : public SimulatedObject<IVeldranTimecode> {
+class SimulatedTimecode : public VeldranObject<IVeldranTimecode> {
  public:
   explicit SimulatedTimecode(const Util::CTimeCode& timecode) : mTimecode(timecode) {}
 

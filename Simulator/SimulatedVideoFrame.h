@@ -5,14 +5,14 @@
 
 #include "Simulator/FramePool.h"
 #include "Simulator/SimulatedModes.h"
-#include "Simulator/SimulatedObject.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "Simulator/SimulatorSettings.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
 namespace Sim {
 
-class SimulatedVideoFrame : public SimulatedObject<IVeldranVideoInputFrame> {
+class SimulatedVideoFrame : public VeldranObject<IVeldranVideoInputFrame> {
  public:
   // Picture number `index` of mode in pixelFormat; its buffer comes from pool (null when
   // memory ran out: GetBytes then fails). timecode is the frame's timecode, or null.

@@ -1,19 +1,17 @@
-// Reference counting shared by every object the simulated card hands out.
+// Helpers for implementing device API objects: reference counting and swapping held references.
 #pragma once
 
 #include <stdint.h>
 
 #include <atomic>
+#include <mutex>
 
 #include "DeviceAPI/VeldranAPI.h"
-
-namespace KTN {
-namespace Sim {
 
 // Implements the three common operations for one interface. Created with one reference;
 // the last Release deletes. QueryInterface answers no other interface unless overridden.
 template <typename Interface>
-class SimulatedObject : public Interface {
+class VeldranObject : public Interface {
  public:
   VeldranResult QueryInterface(VeldranIID, void** out) override {
     if (out) *out = nullptr;
@@ -27,12 +25,24 @@ class SimulatedObject : public Interface {
   }
 
  protected:
-  SimulatedObject() = default;
-  virtual ~SimulatedObject() = default;
+  VeldranObject() = default;
+  virtual ~VeldranObject() = default;
 
  private:
   std::atomic<int32_t> mCount{1};
 };
 
-}  // namespace Sim
-}  // namespace KTN
+// Makes slot (guarded by lock) hold a reference to value (which may be null) and lets go of
+// the one it held. The old object is released outside the lock, since its last Release may
+// run code of its own.
+template <typename T>
+void ExchangeReference(std::mutex& lock, T*& slot, T* value) {
+  if (value) value->AddRef();
+  T* old;
+  {
+    std::lock_guard<std::mutex> guard(lock);
+    old = slot;
+    slot = value;
+  }
+  if (old) old->Release();
+}
