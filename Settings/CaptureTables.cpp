@@ -39,7 +39,7 @@ const SupportedStandard gSupportedStandards[kSupportedStandardCount] = {
     {"2K 1556p 25",     FourCC("2k25"), 2048, 1556,    25,    1,    1,   1, 0x4},
 };
 
-const SupportedPixelFormat gSupportedPixelFormats[kSupportedPixelFormatCount] = {
+SupportedPixelFormat gSupportedPixelFormats[kSupportedPixelFormatCount] = {
     // name                             codec           vendor          fixed w, h
     {"Uncompressed 8-bit 4:2:2",      FourCC("2vuy"), FourCC("KeyG"),   0,   0},
     {"Uncompressed 10-bit 4:2:2",     FourCC("v210"), FourCC("KeyG"),   0,   0},

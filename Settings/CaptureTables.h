@@ -35,7 +35,9 @@ constexpr size_t kSupportedStandardCount = 26;
 constexpr size_t kSupportedPixelFormatCount = 14;
 
 extern const SupportedStandard gSupportedStandards[kSupportedStandardCount];
-extern const SupportedPixelFormat gSupportedPixelFormats[kSupportedPixelFormatCount];
+// Not const: the record module fills the vendor of the rows that have none with the recording
+// server's answer when it opens (shared by every instance, written on the host's thread).
+extern SupportedPixelFormat gSupportedPixelFormats[kSupportedPixelFormatCount];
 
 // True when index names a row of the standards table that is not a separator.
 bool IsNamedStandardIndex(int index);
