@@ -1,0 +1,244 @@
+// kestrin-capture: drives the Kestrin Capture plug-in the way the video editor does.
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "Host/CardInfo.h"
+#include "Host/HostSettingsFile.h"
+#include "Host/PluginHost.h"
+#include "Host/RecordSession.h"
+#include "Settings/CaptureSettings.h"
+#include "Settings/CaptureTables.h"
+#include "Util/TimeCode.h"
+
+namespace {
+
+using namespace KTN;
+
+std::atomic<bool> sStop{false};
+
+void StopOnSignal(int) {
+  sStop = true;
+}
+
+const char kUsage[] =
+    "usage: kestrin-capture record -o MOVIE [--standard NAME|ROW] [--format NAME|ROW] [--channels 2|8|16]\n"
+    "                              [--bits 16|24|32] [--frames N | --seconds S] [--in HH:MM:SS:FF]\n"
+    "                              [--abort-on-drop] [--no-audio] [--plugin BUNDLE]\n"
+    "       kestrin-capture info\n";
+
+int Usage(const std::string& problem) {
+  if (!problem.empty()) fprintf(stderr, "kestrin-capture: %s\n", problem.c_str());
+  fputs(kUsage, stderr);
+  return 2;
+}
+
+bool ParseWhole(const char* text, long minimum, long maximum, long& value) {
+  char* end = nullptr;
+  long parsed = strtol(text, &end, 10);
+  if (!*text || *end || parsed < minimum || parsed > maximum) return false;
+  value = parsed;
+  return true;
+}
+
+// A standard by its menu name (any case) or its row; -1 when there is none.
+int FindStandard(const std::string& text) {
+  long row = 0;
+  if (ParseWhole(text.c_str(), 0, static_cast<long>(kSupportedStandardCount) - 1, row)) {
+    return IsNamedStandardIndex(static_cast<int>(row)) ? static_cast<int>(row) : -1;
+  }
+  for (size_t i = 0; i < kSupportedStandardCount; ++i) {
+    if (gSupportedStandards[i].name && strcasecmp(gSupportedStandards[i].name, text.c_str()) == 0) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+int FindFormat(const std::string& text) {
+  long row = 0;
+  if (ParseWhole(text.c_str(), 0, static_cast<long>(kSupportedPixelFormatCount) - 1, row)) return static_cast<int>(row);
+  for (size_t i = 0; i < kSupportedPixelFormatCount; ++i) {
+    if (strcasecmp(gSupportedPixelFormats[i].name, text.c_str()) == 0) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+// The rows a settings record was made from, found by its values as the settings dialog does.
+int CurrentStandard(const CaptureSettings& s) {
+  int found = 1;
+  for (size_t i = 0; i < kSupportedStandardCount; ++i) {
+    const SupportedStandard& row = gSupportedStandards[i];
+    if (row.name && (row.width == s.width || row.height == s.height) && row.timeScale == s.timeScale &&
+        row.frameDuration == s.frameDuration && row.pixelAspectX == s.pixelAspectX && row.displayMode == s.displayMode) {
+      found = static_cast<int>(i);
+    }
+  }
+  return found;
+}
+
+int CurrentFormat(const CaptureSettings& s) {
+  for (size_t i = 0; i < kSupportedPixelFormatCount; ++i) {
+    if (gSupportedPixelFormats[i].codecType == s.codecType) return static_cast<int>(i);
+  }
+  return 0;
+}
+
+std::string AllowedFormats(int standard) {
+  std::string list;
+  for (size_t f = 0; f < kSupportedPixelFormatCount; ++f) {
+    if (gSupportedStandards[standard].allowedFormats & (1u << f)) list += (list.empty() ? "\"" : ", \"") + std::string(gSupportedPixelFormats[f].name) + "\"";
+  }
+  return list;
+}
+
+int Record(int argc, char** argv) {
+  std::string movie, standardText, formatText, inText, bundle = PluginHost::DefaultBundlePath();
+  long channels = 0, bits = 0, frames = 0;
+  double seconds = 0;
+  bool abortOnDrop = false, noAudio = false;
+  for (int i = 0; i < argc; ++i) {
+    std::string option = argv[i];
+    auto value = [&](const char* name) -> const char* {
+      if (i + 1 >= argc) return nullptr;
+      (void)name;
+      return argv[++i];
+    };
+    const char* text = nullptr;
+    if (option == "-o" || option == "--output") {
+      if (!(text = value("-o"))) return Usage("-o needs a movie path");
+      movie = text;
+    } else if (option == "--standard") {
+      if (!(text = value("--standard"))) return Usage("--standard needs a name or row");
+      standardText = text;
+    } else if (option == "--format") {
+      if (!(text = value("--format"))) return Usage("--format needs a name or row");
+      formatText = text;
+    } else if (option == "--channels") {
+      if (!(text = value("--channels")) || !ParseWhole(text, 2, 16, channels) || (channels != 2 && channels != 8 && channels != 16)) {
+        return Usage("--channels must be 2, 8 or 16");
+      }
+    } else if (option == "--bits") {
+      if (!(text = value("--bits")) || !ParseWhole(text, 16, 32, bits) || (bits != 16 && bits != 24 && bits != 32)) {
+        return Usage("--bits must be 16, 24 or 32");
+      }
+    } else if (option == "--frames") {
+      if (!(text = value("--frames")) || !ParseWhole(text, 1, 0x7FFFFFFE, frames)) return Usage("--frames must be a whole number from 1");
+    } else if (option == "--seconds") {
+      char* end = nullptr;
+      if (!(text = value("--seconds")) || (seconds = strtod(text, &end)) <= 0 || *end || seconds > 86400) {
+        return Usage("--seconds must be a number of seconds above 0, at most a day");
+      }
+    } else if (option == "--in") {
+      if (!(text = value("--in"))) return Usage("--in needs a timecode HH:MM:SS:FF");
+      inText = text;
+    } else if (option == "--abort-on-drop") {
+      abortOnDrop = true;
+    } else if (option == "--no-audio") {
+      noAudio = true;
+    } else if (option == "--plugin") {
+      if (!(text = value("--plugin"))) return Usage("--plugin needs a bundle path");
+      bundle = text;
+    } else {
+      return Usage("unknown option " + option);
+    }
+  }
+  if (movie.empty()) return Usage("record needs -o MOVIE");
+  // The editor hands the plug-in absolute paths; the recording server runs in a folder of its own.
+  if (movie[0] != '/') {
+    char cwd[4096];
+    if (!getcwd(cwd, sizeof cwd)) return Usage("cannot tell the current folder for " + movie);
+    movie = std::string(cwd) + "/" + movie;
+  }
+  if (frames && seconds > 0) return Usage("give --frames or --seconds, not both");
+
+  // The blob the editor keeps with its preferences; options change it.
+  CaptureSettings settings;
+  if (!LoadHostSettings(settings) || settings.signature != kCaptureSettingsSignature ||
+      settings.version != kCaptureSettingsVersion) {
+    settings.SetDefaults();
+  }
+  if (!standardText.empty() || !formatText.empty() || channels || bits) {
+    int standard = standardText.empty() ? CurrentStandard(settings) : FindStandard(standardText);
+    if (standard < 0) return Usage("no standard \"" + standardText + "\" (see kestrin-capture info for the list)");
+    int format = formatText.empty() ? CurrentFormat(settings) : FindFormat(formatText);
+    if (format < 0) return Usage("no format \"" + formatText + "\"");
+    if (!(gSupportedStandards[standard].allowedFormats & (1u << format))) {
+      return Usage("\"" + std::string(gSupportedPixelFormats[format].name) + "\" cannot be recorded with \"" +
+                   gSupportedStandards[standard].name + "\"; choose one of " + AllowedFormats(standard));
+    }
+    settings.Update(standard, format, channels ? static_cast<int>(channels) : static_cast<int>(settings.audioChannels),
+                    bits ? static_cast<int>(bits) : static_cast<int>(settings.audioSampleType), 48000);
+    settings.signature = kCaptureSettingsSignature;
+    settings.version = kCaptureSettingsVersion;
+  }
+  std::string saved = SaveHostSettings(settings);
+  if (!saved.empty()) fprintf(stderr, "kestrin-capture: warning: %s\n", saved.c_str());
+
+  double frameRate = static_cast<double>(settings.timeScale) / settings.frameDuration;
+  int pairs = frameRate > 30.0 ? 2 : 1;  // above 30 fps the host counts frame pairs
+  RecordRequest request;
+  request.moviePath = movie;
+  request.audio = !noAudio;
+  request.abortOnDrop = abortOnDrop;
+  if (seconds > 0) frames = std::lround(seconds * frameRate / pairs);
+  if (frames) request.frames = static_cast<int32_t>(frames);
+  if (!inText.empty()) {
+    if (!frames) return Usage("--in needs --frames or --seconds");
+    unsigned h, m, s, f;
+    char a, b, c;
+    if (sscanf(inText.c_str(), "%2u%c%2u%c%2u%c%2u", &h, &a, &m, &b, &s, &c, &f) != 7 || h > 23 || m > 59 || s > 59) {
+      return Usage("--in must be a timecode HH:MM:SS:FF");
+    }
+    Util::TimeCode tc = {};
+    tc.hours = static_cast<uint8_t>(h), tc.minutes = static_cast<uint8_t>(m), tc.seconds = static_cast<uint8_t>(s);
+    tc.frames = static_cast<uint8_t>(f);
+    tc.framesPerSecond = static_cast<uint8_t>(std::ceil(frameRate - 1e-9));
+    tc.dropFrame = settings.frameDuration == 1001 && (tc.framesPerSecond == 30 || tc.framesPerSecond == 60);
+    if (f >= tc.framesPerSecond) return Usage("--in has more frames than the standard counts");
+    request.hasInPoint = true;
+    request.timecodeRate = tc.framesPerSecond;
+    request.dropFrame = tc.dropFrame;
+    request.inPointFrames = Util::ConvertTimeCodeToFrameCount(&tc);
+  }
+  if (frames) request.timeLimitSeconds = 2.0 * frames * pairs / frameRate + (request.hasInPoint ? 120 : 30);
+
+  PluginHost host;
+  std::string loaded = host.Load(bundle);
+  if (!loaded.empty()) {
+    fprintf(stderr, "kestrin-capture: %s\n", loaded.c_str());
+    return 3;
+  }
+  signal(SIGINT, StopOnSignal);
+  signal(SIGTERM, StopOnSignal);
+  RecordSession session(host, settings, sStop, true);
+  RecordOutcome outcome = session.Run(request);
+  if (outcome.droppedFrames) fprintf(stderr, "kestrin-capture: WARNING: the recording server dropped frames; the movie has gaps\n");
+  if (outcome.exitCode) {
+    fprintf(stderr, "kestrin-capture: %s\n", outcome.error.c_str());
+    return outcome.exitCode;
+  }
+  printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
+         outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return Usage("");
+  std::string command = argv[1];
+  if (command == "record") return Record(argc - 2, argv + 2);
+  if (command == "info") return PrintCardInfo(stdout);
+  if (command == "-h" || command == "--help" || command == "help") {
+    fputs(kUsage, stdout);
+    return 0;
+  }
+  return Usage("unknown command " + command);
+}
