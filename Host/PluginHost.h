@@ -27,6 +27,9 @@ class PluginHost {
   // string, or what went wrong in one line.
   std::string Load(const std::string& bundlePath);
 
+  // Drives a record module linked into this program instead of a loaded bundle.
+  void UseEntryPoint(RecEntryFunc entry) { mRecEntry = entry; }
+
   int32_t Call(int32_t selector, void* param1, intptr_t param2);
 
   rmStdParms* StdParms() { return &mStdParms; }

@@ -19,30 +19,18 @@
 
 #include "Capture/APICapture.h"
 #include "Capture/VeldranAPILoader.h"
+#include "Simulator/SimulatedCardLoader.h"
 #include "Util/CapturedStderr.h"
 
 namespace KTN {
 namespace {
 
-const char* const kVariables[] = {"VELDRAN_SIM_DEVICES", "VELDRAN_SIM_HARDWARE_FLAGS", "VELDRAN_SIM_TIMECODE",
-                                  "VELDRAN_SIM_TIMECODE_START", "VELDRAN_SIM_DECK", "VELDRAN_SIM_CUE",
-                                  "VELDRAN_SIM_SPEED", "VELDRAN_SIM_FAIL", "VELDRAN_SIM_SOURCE",
-                                  "VELDRAN_SIM_FORMAT_DETECTION"};
-
 // The simulated card's library with the given settings (unlisted ones at their defaults;
 // the speed defaults to as fast as possible here, so tests run in no time).
 class SimulatedCard {
  public:
-  using Setting = std::pair<const char*, const char*>;
-  SimulatedCard(std::initializer_list<Setting> settings = {}) {
-    for (const char* name : kVariables) unsetenv(name);
-    setenv("VELDRAN_SIM_SPEED", "0", 1);
-    for (const Setting& setting : settings) setenv(setting.first, setting.second, 1);
-    mEntryPoints = LoadVeldranAPI(SIMULATED_CARD_BUNDLE);
-    void* library = dlopen(SIMULATED_CARD_BUNDLE "/Contents/Linux/VeldranAPI.so", RTLD_NOW | RTLD_LOCAL);
-    auto reload = reinterpret_cast<void (*)()>(dlsym(library, "VeldranSimulatorReloadSettings"));
-    if (reload) reload();
-    SetVeldranEntryPointsForTesting(mEntryPoints);  // APICapture finds this card
+  SimulatedCard(std::initializer_list<SimulatedCardSetting> settings = {}) {
+    mEntryPoints = UseSimulatedCard(SIMULATED_CARD_BUNDLE, settings);
     IVeldranIterator* iterator = mEntryPoints.createIterator();
     if (iterator->Next(&mDevice) == kVeldranOK) {
       void* out = nullptr;

@@ -1,0 +1,67 @@
+// Test doubles: device frames, packets and timecodes with chosen contents.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "DeviceAPI/VeldranObject.h"
+
+namespace KTN {
+
+// A timecode of four fields (BCD and text derived from them).
+class FakeTimecode : public VeldranObject<IVeldranTimecode> {
+ public:
+  FakeTimecode(int h, int m, int s, int f) : mH(h), mM(m), mS(s), mF(f) {}
+  uint32_t GetBCD() override;
+  VeldranResult GetComponents(uint8_t* h, uint8_t* m, uint8_t* s, uint8_t* f) override;
+  VeldranResult GetString(char** text) override;
+  uint32_t GetFlags() override { return 0; }
+
+ private:
+  int mH, mM, mS, mF;
+};
+
+// A 2vuy picture of width x height filled with one byte, with an RP188 timecode or none.
+// Its references are counted so a test can see what the module still holds.
+class FakeVideoInputFrame : public VeldranObject<IVeldranVideoInputFrame> {
+ public:
+  FakeVideoInputFrame(int width, int height, uint8_t fill, bool hasTimecode = false, int h = 0, int m = 0, int s = 0,
+                      int f = 0);
+  int32_t References() { AddRef(); return Release(); }
+
+  int32_t GetWidth() override { return mWidth; }
+  int32_t GetHeight() override { return mHeight; }
+  int32_t GetRowBytes() override { return mWidth * 2; }
+  uint32_t GetPixelFormat() override { return VeldranCode("2vuy"); }
+  uint32_t GetFlags() override { return 0; }
+  VeldranResult GetBytes(void** buffer) override;
+  VeldranResult GetStreamTime(int64_t* time, int64_t* duration, int64_t) override;
+  VeldranResult GetTimecode(uint32_t format, IVeldranTimecode** timecode) override;
+
+ private:
+  int mWidth, mHeight;
+  std::vector<uint8_t> mBytes;
+  bool mHasTimecode;
+  int mH, mM, mS, mF;
+};
+
+// Interleaved 32-bit samples (as the card delivers 24-bit sound), each sample's bytes
+// counting up from a start value.
+class FakeAudioPacket : public VeldranObject<IVeldranAudioInputPacket> {
+ public:
+  FakeAudioPacket(int sampleFrames, int channels, int bytesPerSample);
+  int32_t References() { AddRef(); return Release(); }
+  const std::vector<uint8_t>& Bytes() const { return mBytes; }
+
+  int32_t GetSampleFrameCount() override { return mSampleFrames; }
+  VeldranResult GetBytes(void** buffer) override;
+  VeldranResult GetPacketTime(int64_t* time, int64_t) override;
+
+ private:
+  int mSampleFrames;
+  std::vector<uint8_t> mBytes;
+};
+
+}  // namespace KTN

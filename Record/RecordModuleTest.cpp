@@ -1,0 +1,552 @@
+// Tests of the record module driven through RecEntry in this process, with the host program's
+// memory functions and suites, the real recording server and the simulated card.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "Capture/Previewer.h"
+#include "Core/SharedMemory.h"
+#include "Host/PluginHost.h"
+#include "IPC/QTRecordClient.h"
+#include "Record/CapPriv.h"
+#include "Record/FakeDeviceFrames.h"
+#include "Record/RecordHandlers.h"
+#include "Record/RecordPlatform.h"
+#include "Server/MovieProbe.h"
+#include "Settings/CaptureTables.h"
+#include "Simulator/SimulatedCardLoader.h"
+#include "Util/CapturedStderr.h"
+#include "Util/FourCC.h"
+
+namespace KTN {
+namespace {
+
+namespace fs = std::filesystem;
+using Util::CapturedStderr;
+using Util::FourCC;
+
+struct StatusLog {
+  std::vector<std::string> texts;
+  std::vector<int64_t> counts;
+  int nullCalls = 0;
+};
+StatusLog sStatus;
+
+int32_t RecordStatus(int64_t, const char* text, int64_t count) {
+  if (!text) {
+    ++sStatus.nullCalls;
+    return 0;
+  }
+  sStatus.texts.push_back(text);
+  sStatus.counts.push_back(count);
+  return 0;
+}
+
+int32_t NoPreroll(int64_t) { return 0; }
+
+struct FormatReport {
+  int calls = 0;
+  int32_t width = 0, height = 0, parX = 0, parY = 0;
+  TimeRecord time = {};
+};
+FormatReport sReport;
+
+int32_t ReportFormat(int64_t, int32_t parX, int32_t parY, int32_t width, int32_t height, int32_t, TimeRecord time) {
+  ++sReport.calls;
+  sReport.parX = parX, sReport.parY = parY, sReport.width = width, sReport.height = height, sReport.time = time;
+  return 0;
+}
+
+// A signed settings record of a standard row and format row.
+CaptureSettings Settings(int standard, int format, int channels = 2, int bits = 16) {
+  CaptureSettings settings = {};
+  settings.Update(standard, format, channels, bits, 48000);
+  settings.signature = kCaptureSettingsSignature;
+  settings.version = kCaptureSettingsVersion;
+  return settings;
+}
+
+class RecordModuleTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    mHost.UseEntryPoint(RecEntry);
+    SetRecordServerPathForTesting(QT_RECORD_SERVER);
+    char pattern[] = "/tmp/ktn-record-test-XXXXXX";
+    mFolder = mkdtemp(pattern);
+    sStatus = StatusLog();
+    sReport = FormatReport();
+  }
+  void TearDown() override { fs::remove_all(mFolder); }
+
+  void UseCard(std::initializer_list<SimulatedCardSetting> settings = {}) { UseSimulatedCard(SIMULATED_CARD_BUNDLE, settings); }
+
+  // Opens an instance with a copy of blob (or none); returns it (possibly half-built).
+  CapPriv* Open(const void* blob, int32_t* result = nullptr, FormatReportFunc report = nullptr) {
+    recOpenParms parms = {};
+    parms.callbackID = 42;
+    void* copy = nullptr;
+    if (blob) {
+      copy = mHost.StdParms()->funcs->memoryFuncs->allocate(sizeof(CaptureSettings));
+      memcpy(copy, blob, sizeof(CaptureSettings));
+    }
+    parms.settings = copy;
+    parms.formatReport = report;
+    void* instance = nullptr;
+    int32_t rc = mHost.Call(recmod_Open, &instance, reinterpret_cast<intptr_t>(&parms));
+    if (result) *result = rc;
+    if (copy) mHost.StdParms()->funcs->memoryFuncs->dispose(copy);
+    return static_cast<CapPriv*>(instance);
+  }
+
+  recCapParmsRec8 Parms(const std::string& movie, int32_t frames = 0x7FFFFFFF) {
+    recCapParmsRec8 parms;
+    memset(&parms, 0, sizeof parms);
+    parms.videoEnabled = 1;
+    parms.audioEnabled = 1;
+    for (size_t i = 0; i < movie.size(); ++i) parms.path[i] = static_cast<uint16_t>(movie[i]);
+    parms.statusFunc = RecordStatus;
+    parms.prerollFunc = NoPreroll;
+    parms.frameCount = frames;
+    parms.timecodeRate = 25;
+    parms.reportDroppedFrames = 1;
+    return parms;
+  }
+
+  int32_t Prep(CapPriv* instance, recCapParmsRec8& parms) {
+    return mHost.Call(recmod_PrepRecord8, instance, reinterpret_cast<intptr_t>(&parms));
+  }
+  int32_t Start(CapPriv* instance) {
+    recStartReply reply = {};
+    return mHost.Call(recmod_StartRecord, instance, reinterpret_cast<intptr_t>(&reply));
+  }
+  int32_t Close(CapPriv* instance) { return mHost.Call(recmod_Close, instance, 0); }
+
+  PluginHost mHost;
+  std::string mFolder;
+};
+
+// ---- Selectors without an instance ----
+
+TEST_F(RecordModuleTest, UnhandledSelectorsReturn1AndTheHarmlessOnesReturn0) {
+  for (int32_t selector : {0, 4, 9, 10, 16, 17, 18, 20, 21, 22, 23, 24, 25, 27, 29, 30, 1000, -1}) {
+    EXPECT_EQ(rmUnsupported, mHost.Call(selector, nullptr, 0)) << selector;
+  }
+  uint8_t untouched[64];
+  memset(untouched, 0xAB, sizeof untouched);
+  for (int32_t selector : {1, 14}) {
+    EXPECT_EQ(rmNoErr, mHost.Call(selector, untouched, reinterpret_cast<intptr_t>(untouched))) << selector;
+  }
+  for (uint8_t byte : untouched) ASSERT_EQ(0xAB, byte);
+}
+
+TEST_F(RecordModuleTest, AudioFormatIsOne48kHzFormat) {
+  recAudioInfoRec info;
+  memset(&info, 0x5A, sizeof info);
+  long before = PluginHost::OutstandingBlocks();
+  EXPECT_EQ(rmNoErr, mHost.Call(recmod_GetAudioIndFormat, &info, 0));
+  EXPECT_EQ(FourCC("RAW "), info.subtype);
+  ASSERT_NE(nullptr, info.formatBuffer);
+  EXPECT_EQ(8u, static_cast<uint32_t*>(info.formatBuffer)[0]);
+  EXPECT_EQ(48000u, static_cast<uint32_t*>(info.formatBuffer)[1]);
+  EXPECT_EQ(before + 1, PluginHost::OutstandingBlocks()) << "allocated through the host";
+  mHost.StdParms()->funcs->memoryFuncs->dispose(info.formatBuffer);
+}
+
+TEST_F(RecordModuleTest, AudioFormatIndexOneIsTheEndWithoutTouchingTheRecord) {
+  recAudioInfoRec info;
+  memset(&info, 0x5A, sizeof info);
+  recAudioInfoRec before = info;
+  EXPECT_EQ(rmNoMoreFormats, mHost.Call(recmod_GetAudioIndFormat, &info, 1));
+  EXPECT_EQ(0, memcmp(&before, &info, sizeof info));
+}
+
+void* NoMemory(uint32_t) { return nullptr; }
+
+TEST_F(RecordModuleTest, AudioFormatWithoutMemoryIs6) {
+  recMemoryFuncs memory = *mHost.StdParms()->funcs->memoryFuncs;
+  memory.allocate = NoMemory;
+  recFuncs funcs = *mHost.StdParms()->funcs;
+  funcs.memoryFuncs = &memory;
+  rmStdParms parms = *mHost.StdParms();
+  parms.funcs = &funcs;
+  recAudioInfoRec info = {};
+  CapturedStderr captured;
+  EXPECT_EQ(rmOutOfMemory, RecEntry(recmod_GetAudioIndFormat, &parms, &info, 0));
+  EXPECT_EQ("*** recGetAudioIndFormat[#]: Failed to allocate 8 byte audio format buffer\n", captured.Text());
+}
+
+TEST_F(RecordModuleTest, SetupInfoAndModuleInformation) {
+  recSetupInfo setup;
+  memset(&setup, 0, sizeof setup);
+  EXPECT_EQ(rmNoErr, mHost.Call(recmod_GetSetupInfo, nullptr, reinterpret_cast<intptr_t>(&setup)));
+  EXPECT_EQ(1u, setup.word0);
+  EXPECT_EQ(1u, setup.word4);
+  EXPECT_EQ(0, memcmp("Settings\xC9", setup.buttonLabel, 10));
+  recModuleInfo info;
+  memset(&info, 0xEE, sizeof info);
+  EXPECT_EQ(rmNoErr, mHost.Call(recmod_Startup, &info, 0));
+  EXPECT_EQ(FourCC("MooV"), info.fileType);
+  EXPECT_EQ(FourCC("KTNW"), info.creator);
+  const uint32_t words[14] = {1, 1, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 1};
+  EXPECT_EQ(0, memcmp(words, info.words12, sizeof words));
+  EXPECT_EQ(1u, info.word68);
+  EXPECT_EQ(10u, info.word72);
+  EXPECT_EQ(1u, info.word144);
+  EXPECT_EQ(2048u, info.maxWidth);
+  EXPECT_EQ(1556u, info.maxHeight);
+  EXPECT_EQ(1000, info.aspectNumerator);
+  EXPECT_EQ(640u, info.defaultWidth);
+  std::string name;
+  for (uint16_t unit : info.displayName) {
+    if (!unit) break;
+    name.push_back(static_cast<char>(unit));
+  }
+  EXPECT_EQ("Kestrin Capture", name);
+  EXPECT_EQ(0, info.displayName[255]);
+  EXPECT_TRUE(std::regex_match(std::string(info.classID),
+                               std::regex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}")))
+      << info.classID;
+}
+
+// ---- Open and close ----
+
+TEST_F(RecordModuleTest, OpenWithNoCardReturns5AndLeavesTheInstance) {
+  UseCard({{"VELDRAN_SIM_DEVICES", "0"}});
+  int32_t rc = 0;
+  long blocks = PluginHost::OutstandingBlocks();
+  CapPriv* instance = Open(nullptr, &rc);
+  EXPECT_EQ(rmNoCaptureDevice, rc);
+  ASSERT_NE(nullptr, instance);
+  EXPECT_EQ(kCapPrivMagic, instance->magic);
+  EXPECT_EQ(nullptr, instance->apiCapture);
+  EXPECT_EQ(rmBadParameter, mHost.Call(recmod_SetActive, instance, 1)) << "later selectors refuse it";
+  EXPECT_EQ(rmNoErr, Close(instance));
+  EXPECT_EQ(blocks, PluginHost::OutstandingBlocks());
+}
+
+TEST_F(RecordModuleTest, CloseOfAnInstanceWithoutMagicFreesNothing) {
+  void* block = mHost.StdParms()->funcs->memoryFuncs->allocate(sizeof(CapPriv));
+  memset(block, 0, sizeof(CapPriv));
+  long blocks = PluginHost::OutstandingBlocks();
+  EXPECT_EQ(rmNoErr, Close(static_cast<CapPriv*>(block)));
+  EXPECT_EQ(blocks, PluginHost::OutstandingBlocks());
+  mHost.StdParms()->funcs->memoryFuncs->dispose(block);
+}
+
+TEST_F(RecordModuleTest, OpenAndCloseLeaveNothingBehind) {
+  UseCard();
+  long blocks = PluginHost::OutstandingBlocks();
+  CapPriv* instance = Open(nullptr);
+  ASSERT_NE(nullptr, instance);
+  EXPECT_NE(nullptr, instance->recordClient);
+  EXPECT_NE(nullptr, instance->errorSuite);
+  EXPECT_EQ(1, PluginHost::OutstandingSuites());
+  EXPECT_EQ(static_cast<uint32_t>(FourCC("appl")), gSupportedPixelFormats[12].codecVendor)
+      << "vendor-less formats take the server's vendor";
+  EXPECT_EQ(rmNoErr, Close(instance));
+  EXPECT_EQ(blocks, PluginHost::OutstandingBlocks());
+  EXPECT_EQ(0, PluginHost::OutstandingSuites());
+}
+
+TEST_F(RecordModuleTest, BlobOfVersion2IsIgnoredAtOpenAndReplacedInShowOptions) {
+  UseCard();
+  CaptureSettings blob = Settings(13, 3);
+  blob.version = 2;
+  CapPriv* instance = Open(&blob);
+  ASSERT_NE(nullptr, instance);
+  CaptureSettings defaults = {};
+  defaults.SetDefaults();
+  EXPECT_EQ(0, memcmp(&defaults, &instance->settings, sizeof defaults)) << "the defaults are used";
+  recSetupParms parms = {};
+  void* old = mHost.StdParms()->suites->memoryFuncs->allocate(sizeof blob);
+  memcpy(old, &blob, sizeof blob);
+  parms.settings = old;
+  long blocks = PluginHost::OutstandingBlocks();
+  CapturedStderr captured;
+  EXPECT_EQ(rmNoErr, mHost.Call(recmod_ShowOptions, instance, reinterpret_cast<intptr_t>(&parms)));
+  EXPECT_EQ("*** recShowOptions[#]: Failed to create a Settings dialog\n", captured.Text());
+  ASSERT_NE(nullptr, parms.settings);
+  EXPECT_EQ(0, memcmp(&instance->settings, parms.settings, sizeof blob)) << "a fresh copy of the instance's settings";
+  EXPECT_EQ(blocks, PluginHost::OutstandingBlocks()) << "the old blob was freed, a new one allocated";
+  mHost.StdParms()->suites->memoryFuncs->dispose(parms.settings);
+  Close(instance);
+}
+
+TEST_F(RecordModuleTest, ShowOptionsWithFlagsSetDoesNothing) {
+  recSetupParms parms = {};
+  parms.flags = 1;
+  EXPECT_EQ(rmNoErr, mHost.Call(recmod_ShowOptions, nullptr, reinterpret_cast<intptr_t>(&parms)));
+  EXPECT_EQ(nullptr, parms.settings);
+}
+
+TEST_F(RecordModuleTest, FormatReportOnlyWithARate) {
+  UseCard();
+  CaptureSettings blob = Settings(4, 0);  // PAL 4x3
+  CapPriv* instance = Open(&blob, nullptr, ReportFormat);
+  EXPECT_EQ(1, sReport.calls);
+  EXPECT_EQ(1440, sReport.width) << "twice the width, deliberately";
+  EXPECT_EQ(1152, sReport.height);
+  EXPECT_EQ(768, sReport.parX);
+  EXPECT_EQ(25, sReport.time.scale);
+  EXPECT_EQ(1, sReport.time.sampleSize);
+  Close(instance);
+  blob.timeScale = 0;
+  instance = Open(&blob, nullptr, ReportFormat);
+  EXPECT_EQ(1, sReport.calls) << "no call without a time scale";
+  Close(instance);
+  blob = Settings(4, 0);
+  blob.frameDuration = 0;
+  instance = Open(&blob, nullptr, ReportFormat);
+  EXPECT_EQ(1, sReport.calls) << "no call without a frame duration";
+  Close(instance);
+}
+
+TEST_F(RecordModuleTest, DeactivateThenActivateMakesANewPreviewer) {
+  UseCard();
+  CaptureSettings blob = Settings(4, 0);
+  CapPriv* instance = Open(&blob);
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, instance, 1));
+  Previewer* first = instance->previewer;
+  ASSERT_NE(nullptr, first);
+  EXPECT_EQ(first, Previewer::sCurrent.load()) << "registered with the card";
+  first->AddRef();  // keep it to tell it from its successor
+  EXPECT_EQ(rmNoErr, mHost.Call(recmod_SetActive, instance, 1)) << "activating again does nothing";
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, instance, 0));
+  EXPECT_EQ(nullptr, instance->previewer);
+  EXPECT_EQ(nullptr, Previewer::sCurrent.load());
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, instance, 1));
+  EXPECT_NE(nullptr, instance->previewer);
+  EXPECT_NE(first, instance->previewer);
+  first->Release();
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, instance, 0));
+  Close(instance);
+}
+
+// ---- Preparing a recording ----
+
+TEST_F(RecordModuleTest, FrameLimitsAndTheirDoublingAbove30Frames) {
+  UseCard();
+  CaptureSettings blob = Settings(8, 0);  // HD 720p 59.94
+  CapPriv* instance = Open(&blob);
+  recCapParmsRec8 parms = Parms(mFolder + "/limit.mov", 0x7FFFFFFF);
+  ASSERT_EQ(rmNoErr, Prep(instance, parms));
+  EXPECT_EQ(0, instance->frameLimit) << "0x7FFFFFFF means no limit";
+  parms.frameCount = 10;
+  ASSERT_EQ(rmNoErr, Prep(instance, parms));
+  EXPECT_EQ(20, instance->frameLimit) << "10 at 59.94 frames per second are 20 callbacks";
+  EXPECT_TRUE(fs::exists(mFolder + "/limit.mov"));
+  Close(instance);
+}
+
+TEST_F(RecordModuleTest, PrepareRefusesAnInstanceWithoutServerAndAPathItCannotCreate) {
+  CapturedStderr captured;
+  recCapParmsRec8 parms = Parms(mFolder + "/x.mov");
+  EXPECT_EQ(rmBadParameter, Prep(nullptr, parms));
+  EXPECT_NE(std::string::npos, captured.Text().find("Invalid capPtr (nil) or uninitialised record client"));
+  UseCard();
+  CapPriv* instance = Open(nullptr);
+  parms = Parms(mFolder + "/no such folder/x.mov");
+  CapturedStderr again;
+  EXPECT_EQ(rmBadParameter, Prep(instance, parms));
+  EXPECT_NE(std::string::npos, again.Text().find("Failed to create file"));
+  Close(instance);
+}
+
+// ---- The device thread's callback, driven directly ----
+
+class CallbackTest : public RecordModuleTest {
+ protected:
+  void SetUp() override {
+    RecordModuleTest::SetUp();
+    UseCard();
+    CaptureSettings blob = Settings(4, 0);  // PAL, 2vuy, stereo 16-bit
+    mInstance = Open(&blob);
+    ASSERT_NE(nullptr, mInstance);
+  }
+  void TearDown() override {
+    Close(mInstance);
+    RecordModuleTest::TearDown();
+  }
+  size_t Queued(bool video) { return video ? mInstance->videoQueue->size() : mInstance->audioQueue->size(); }
+  CapPriv* mInstance = nullptr;
+};
+
+TEST_F(CallbackTest, VideoOnlyAndAudioOnlyCallbacksEachCountOne) {
+  recCapParmsRec8 parms = Parms(mFolder + "/count.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FakeAudioPacket* packet = new FakeAudioPacket(1920, 2, 2);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  FrameArrivedCallback(mInstance, nullptr, packet);
+  EXPECT_EQ(2, mInstance->frameCount);
+  EXPECT_EQ(1u, Queued(true));
+  EXPECT_EQ(1u, Queued(false));
+  EXPECT_EQ(2, frame->References()) << "the queue holds a reference";
+  flush(mInstance);
+  EXPECT_EQ(1, frame->References());
+  frame->Release();
+  packet->Release();
+}
+
+TEST_F(CallbackTest, NothingIsQueuedWhileNotRecording) {
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  EXPECT_EQ(0, mInstance->frameCount);
+  EXPECT_EQ(1, frame->References());
+  frame->Release();
+  CapturedStderr captured;
+  FrameArrivedCallback(nullptr, frame, nullptr);
+  EXPECT_EQ("*** FrameArrivedCallback[#]: Invalid capPtr (nil) or uninitialised apiCapture or recordClient\n",
+            captured.Text());
+}
+
+TEST_F(CallbackTest, WithAStartTimecodeEarlierFramesAndEarlierSoundAreDropped) {
+  recCapParmsRec8 parms = Parms(mFolder + "/in.mov", 50);
+  parms.timecodeRate = 25;
+  parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  EXPECT_EQ(0x01000005u, mInstance->inPointBCD);
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  std::vector<FakeVideoInputFrame*> frames;
+  for (int f = 3; f <= 6; ++f) frames.push_back(new FakeVideoInputFrame(720, 576, 0x80, true, 1, 0, 0, f));
+  FakeAudioPacket* early = new FakeAudioPacket(1920, 2, 2);
+  FrameArrivedCallback(mInstance, nullptr, early);  // sound before the start
+  FrameArrivedCallback(mInstance, frames[0], early);  // 01:00:00:03
+  FrameArrivedCallback(mInstance, frames[1], early);  // 01:00:00:04
+  EXPECT_EQ(0, mInstance->frameCount);
+  EXPECT_FALSE(mInstance->started);
+  FrameArrivedCallback(mInstance, frames[2], early);  // 01:00:00:05: the in-point
+  FrameArrivedCallback(mInstance, frames[3], early);
+  EXPECT_TRUE(mInstance->started);
+  EXPECT_EQ(2, mInstance->frameCount);
+  EXPECT_EQ(2u, Queued(true));
+  EXPECT_EQ(2u, Queued(false));
+  EXPECT_TRUE(mInstance->startEvent.mSignalled);
+  EXPECT_EQ(1, frames[0]->References()) << "dropped frames keep no reference";
+  flush(mInstance);
+  for (FakeVideoInputFrame* frame : frames) frame->Release();
+  early->Release();
+}
+
+TEST_F(CallbackTest, RecordingFromNowStartsAtOnceAndRemembersTheFirstTimecode) {
+  recCapParmsRec8 parms = Parms(mFolder + "/now.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80, true, 10, 20, 30, 4);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  EXPECT_STREQ("10:20:30:04", mInstance->startTimeCodeString);
+  flush(mInstance);
+  frame->Release();
+}
+
+TEST_F(CallbackTest, LeftoverSegmentIsRemovedAndMadeAgain) {
+  recCapParmsRec8 parms = Parms(mFolder + "/leftover.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  Core::SharedMemory leftover(kVideoShmKey);
+  ASSERT_EQ(0, leftover.Create(16));  // left behind by a crashed run
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  CapturedStderr captured;
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  std::string text = captured.Text();
+  EXPECT_NE(std::string::npos, text.find("failed with errno 17 (File exists)")) << text;
+  EXPECT_EQ(std::string::npos, text.find("Create(")) << "the second Create succeeded";
+  EXPECT_EQ(1, frame->References()) << "handed over and released";
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  EXPECT_EQ(rmNoErr, recCloseRecord(mInstance));
+  frame->Release();
+  ProbedMovie movie = ProbeMovie(mFolder + "/leftover.mov", false);
+  EXPECT_EQ(1, movie.video.packets);
+}
+
+TEST_F(CallbackTest, TwentyFourBitSoundIsPackedToThreeBytes) {
+  CaptureSettings blob = Settings(4, 0, 2, 24);
+  Close(mInstance);
+  mInstance = Open(&blob);
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 1));  // the card: 32-bit samples
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 0));  // then quiet again
+  recCapParmsRec8 parms = Parms(mFolder + "/24bit.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FakeAudioPacket* packet = new FakeAudioPacket(1000, 2, 4);  // 8000 bytes of 32-bit samples
+  FrameArrivedCallback(mInstance, frame, packet);
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  frame->Release();
+  ProbedMovie movie = ProbeMovie(mFolder + "/24bit.mov", false);
+  ASSERT_EQ(6000u, movie.audio.bytes.size()) << "1000 stereo sample frames of 3 bytes";
+  for (size_t sample = 0; sample < 2000; ++sample) {
+    for (int b = 0; b < 3; ++b) {
+      ASSERT_EQ(packet->Bytes()[sample * 4 + 1 + b], movie.audio.bytes[sample * 3 + b]) << sample;
+    }
+  }
+  packet->Release();
+}
+
+TEST_F(CallbackTest, FailingStopLeavesTheQueuesFullUntilCloseRecordFlushesThem) {
+  recCapParmsRec8 parms = Parms(mFolder + "/stop.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  ASSERT_EQ(0, kill(mInstance->recordClient->ServerPid(), SIGKILL));
+  CapturedStderr captured;
+  EXPECT_EQ(5, recStopRecord(mInstance));
+  EXPECT_NE(std::string::npos, captured.Text().find("*** recStopRecord[#]: Stop returned 5\n"));
+  EXPECT_FALSE(mInstance->recording);
+  EXPECT_EQ(2u, Queued(true)) << "left full";
+  CapturedStderr again;
+  EXPECT_EQ(5, recCloseRecord(mInstance));
+  again.Text();
+  EXPECT_EQ(0u, Queued(true)) << "flushed by close record";
+  EXPECT_EQ(1, frame->References());
+  frame->Release();
+}
+
+TEST_F(CallbackTest, ReportHalvesTheCountAbove30FramesButNotWithTheWarning) {
+  CaptureSettings blob = Settings(7, 0);  // HD 720p 50
+  Close(mInstance);
+  mInstance = Open(&blob);
+  recCapParmsRec8 parms = Parms(mFolder + "/half.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  mInstance->frameCount = 10;
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ("Recording to disk", sStatus.texts.back());
+  EXPECT_EQ(5, sStatus.counts.back()) << "halved above 30 frames a second";
+  mInstance->droppedFrames = true;
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", sStatus.texts.back());
+  EXPECT_EQ(10, sStatus.counts.back()) << "not halved with the warning";
+  mInstance->abortOnDroppedFrames = true;
+  EXPECT_EQ(rmAborted, recServiceRecord(mInstance));
+  recStopRecord(mInstance);
+  EXPECT_EQ(1, sStatus.nullCalls) << "stop's last call carries no text";
+}
+
+TEST_F(CallbackTest, FrameLimitReachedAnswers9) {
+  recCapParmsRec8 parms = Parms(mFolder + "/nine.mov", 2);
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  EXPECT_EQ(rmFrameLimitReached, recServiceRecord(mInstance));
+  recStopRecord(mInstance);
+  frame->Release();
+}
+
+}  // namespace
+}  // namespace KTN
