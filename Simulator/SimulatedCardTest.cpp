@@ -615,6 +615,20 @@ TEST(SimulatedCardTest, SourceMoviePlaysInALoopInsteadOfTheBars) {
   EXPECT_EQ(0, system(cleanup.c_str()));
 }
 
+TEST(SimulatedCardTest, ABoundedSignalStopsAfterItsFrames) {
+  SimulatedCard card({{"VELDRAN_SIM_FRAMES", "5"}});
+  CaptureCount count;
+  APICapture* capture = new APICapture;
+  ASSERT_EQ(0, capture->Init());
+  ASSERT_EQ(0, capture->EnableVideoInMode(ktnModePAL, ktnFormat8BitYUV));
+  ASSERT_EQ(0, capture->Start(SlowFrameCallback, &count));
+  for (int i = 0; i < 200 && count.frames < 5; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ASSERT_EQ(0, capture->Stop());
+  EXPECT_EQ(5, count.frames);
+  capture->Release();
+}
+
 TEST(SimulatedCardTest, BadSettingsAreReportedAndTheDefaultKept) {
   Util::CapturedStderr captured;
   SimulatedCard card({{"VELDRAN_SIM_SPEED", "fast"}, {"VELDRAN_SIM_TIMECODE", "ltc"}});

@@ -1,10 +1,12 @@
 // The simulated card's device control.
 #include "Simulator/SimulatedDeviceControl.h"
 
+#include <stdio.h>
 #include <string.h>
 
 #include "Simulator/SimulatedInput.h"
 #include "Simulator/SimulatedModes.h"
+#include "Simulator/SimulatedVideoFrame.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
@@ -87,13 +89,20 @@ VeldranResult SimulatedDeviceControl::CheckStart(IVeldranVideoInputFrame* frame)
     if (!mHasCue) return kVeldranOK;
     cue = mCueBCD;
   }
-  IVeldranTimecode* timecode = nullptr;
-  if (frame->GetTimecode(ktnTimecodeRP188, &timecode) != kVeldranOK &&
-      frame->GetTimecode(ktnTimecodeVITC, &timecode) != kVeldranOK) {
-    return kVeldranFalse;
+  // The deck knows where its tape is, whatever timecode the signal carries. A frame of
+  // another card's making can only tell through its own timecode.
+  uint32_t bcd;
+  if (const SimulatedVideoFrame* simulated = dynamic_cast<const SimulatedVideoFrame*>(frame)) {
+    bcd = simulated->DeckTimecode().ToBCD();
+  } else {
+    IVeldranTimecode* timecode = nullptr;
+    if (frame->GetTimecode(ktnTimecodeRP188, &timecode) != kVeldranOK &&
+        frame->GetTimecode(ktnTimecodeVITC, &timecode) != kVeldranOK) {
+      return kVeldranFalse;
+    }
+    bcd = timecode->GetBCD();
+    timecode->Release();
   }
-  uint32_t bcd = timecode->GetBCD();
-  timecode->Release();
   return BCDOrder(bcd) >= BCDOrder(cue) ? kVeldranOK : kVeldranFalse;
 }
 

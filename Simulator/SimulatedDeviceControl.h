@@ -23,8 +23,8 @@ class SimulatedDeviceControl : public VeldranObject<IVeldranDeviceControl> {
   VeldranResult FastForward() override;
   // 0 with a deck attached, kVeldranFalse without.
   VeldranResult GetReadiness() override;
-  // 0 when the frame's timecode is at or after the cue point (any frame without a cue
-  // point); kVeldranFalse before it, or without a deck or a timecode.
+  // 0 when the frame's place on the deck is at or after the cue point (any frame without a
+  // cue point); kVeldranFalse before it, or without a deck.
   VeldranResult CheckStart(IVeldranVideoInputFrame* frame) override;
   VeldranResult GetSupportedInputDisplayModes(VeldranDeviceModeRecord* records, uint32_t bufferBytes,
                                               uint32_t* count) override;

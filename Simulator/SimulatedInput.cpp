@@ -3,6 +3,9 @@
 
 #include <time.h>
 
+#include <chrono>
+#include <thread>
+
 #include "Simulator/SimulatedAudioPacket.h"
 #include "Simulator/SimulatedDisplayMode.h"
 #include "Simulator/SimulatedVideoFrame.h"
@@ -207,8 +210,7 @@ void SimulatedInput::MakeFrame(int64_t n, IVeldranVideoInputFrame** video, IVeld
   const SimulatedMode& mode = *mMode;
   Util::CTimeCode timecode = Util::CTimeCode::FromFrame(mode.timecodeFormat,
                                                         static_cast<int>(mTimecodeStart + mTimecodeFrame), Util::tcfUnknown);
-  bool withTimecode = mSettings.timecode != TimecodeSource::kNone;
-  SimulatedVideoFrame* frame = new SimulatedVideoFrame(mPool, mode, mPixelFormat, n, withTimecode ? &timecode : nullptr, mSettings);
+  SimulatedVideoFrame* frame = new SimulatedVideoFrame(mPool, mode, mPixelFormat, n, timecode, mSettings);
   if (uint8_t* buffer = frame->Buffer()) {
     if (!mSource || !mSource->Render(buffer)) mSignal->Render(n, buffer);
   }
@@ -226,7 +228,26 @@ void SimulatedInput::CaptureLoop() {
   const double speed = mSettings.speed;
   const int64_t start = MonotonicNanos();
   for (int64_t n = 0; !mStopRequested; ++n, ++mTimecodeFrame) {
-    if (speed > 0) SleepUntil(start + static_cast<int64_t>(static_cast<double>(FrameStartNanos(n, mode)) / speed));
+    if (mSettings.framesPerStream && n >= mSettings.framesPerStream) {
+      // The signal has ended: wait to be stopped.
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      --n, --mTimecodeFrame;
+      continue;
+    }
+    if (speed > 0) {
+      int64_t deadline = start + static_cast<int64_t>(static_cast<double>(FrameStartNanos(n, mode)) / speed);
+      int64_t late = MonotonicNanos() - deadline;
+      int64_t period = static_cast<int64_t>(static_cast<double>(FrameStartNanos(1, mode)) / speed);
+      if (period > 0 && late > 2 * period) {
+        // Fallen behind (the machine was busy): like a card whose frames were not taken in
+        // time, lose the late ones rather than deliver them in a burst. Time and timecode go on.
+        int64_t skipped = late / period;
+        n += skipped;
+        mTimecodeFrame += skipped;
+      } else {
+        SleepUntil(deadline);
+      }
+    }
     if (mStopRequested) break;
     IVeldranVideoInputFrame* video = nullptr;
     IVeldranAudioInputPacket* audio = nullptr;

@@ -8,15 +8,14 @@ namespace KTN {
 namespace Sim {
 
 SimulatedVideoFrame::SimulatedVideoFrame(std::shared_ptr<FramePool> pool, const SimulatedMode& mode,
-                                         uint32_t pixelFormat, int64_t index, const Util::CTimeCode* timecode,
+                                         uint32_t pixelFormat, int64_t index, const Util::CTimeCode& timecode,
                                          const SimulatorSettings& settings)
     : mPool(std::move(pool)),
       mBuffer(mPool->Take()),
       mMode(mode),
       mPixelFormat(pixelFormat),
       mIndex(index),
-      mHasTimecode(timecode != nullptr),
-      mTimecode(timecode ? *timecode : Util::CTimeCode()),
+      mTimecode(timecode),
       mTimecodeSource(settings.timecode),
       mGetBytesFailure(settings.Injected("GetBytes")),
       mGetTimecodeFailure(settings.Injected("GetTimecode")) {}
@@ -50,8 +49,8 @@ VeldranResult SimulatedVideoFrame::GetTimecode(uint32_t format, IVeldranTimecode
   if (!timecode) return kVeldranInvalidArg;
   *timecode = nullptr;
   if (mGetTimecodeFailure) return mGetTimecodeFailure;
-  bool carried = mHasTimecode && ((format == ktnTimecodeRP188 && mTimecodeSource == TimecodeSource::kRP188) ||
-                                  (format == ktnTimecodeVITC && mTimecodeSource == TimecodeSource::kVITC));
+  bool carried = (format == ktnTimecodeRP188 && mTimecodeSource == TimecodeSource::kRP188) ||
+                 (format == ktnTimecodeVITC && mTimecodeSource == TimecodeSource::kVITC);
   if (!carried) return kVeldranNotFound;
   *timecode = new SimulatedTimecode(mTimecode);
   return kVeldranOK;

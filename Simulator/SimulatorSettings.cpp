@@ -91,6 +91,9 @@ SimulatorSettings ReadSimulatorSettings() {
   if (const char* text = getenv("VELDRAN_SIM_FORMAT_DETECTION")) {
     if (ParseLong("VELDRAN_SIM_FORMAT_DETECTION", text, 0, 1, value)) settings.formatDetection = value != 0;
   }
+  if (const char* text = getenv("VELDRAN_SIM_FRAMES")) {
+    if (ParseLong("VELDRAN_SIM_FRAMES", text, 0, 1000000000, value)) settings.framesPerStream = value;
+  }
   if (const char* text = getenv("VELDRAN_SIM_SOURCE")) settings.sourceMovie = text;
   if (const char* text = getenv("VELDRAN_SIM_FAIL")) {
     std::string list = text;

@@ -1,0 +1,426 @@
+// End to end: the real plug-in bundle as the editor loads it, the simulated card at the
+// driver's path (scripts/install-simulated-card), and the real recording server.
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Capture/VeldranAPILoader.h"
+#include "Core/SharedMemory.h"
+#include "Host/PluginHost.h"
+#include "Host/RecordSession.h"
+#include "Server/MovieProbe.h"
+#include "Settings/CaptureTables.h"
+#include "Simulator/SimulatedCardLoader.h"
+#include "Simulator/SimulatedModes.h"
+#include "Simulator/TestSignal.h"
+#include "Util/FourCC.h"
+#include "Util/TimeCode.h"
+
+namespace KTN {
+namespace {
+
+namespace fs = std::filesystem;
+using Util::FourCC;
+
+bool CardInstalled() {
+  return fs::exists(std::string(kVeldranAPIBundlePath) + "/Contents/Linux/VeldranAPI.so");
+}
+
+std::string Spelled(uint32_t code) {
+  return std::string{static_cast<char>(code >> 24), static_cast<char>(code >> 16), static_cast<char>(code >> 8),
+                     static_cast<char>(code)};
+}
+
+CaptureSettings Settings(int standard, int format, int channels = 2, int bits = 16) {
+  CaptureSettings settings = {};
+  settings.Update(standard, format, channels, bits, 48000);
+  settings.signature = kCaptureSettingsSignature;
+  settings.version = kCaptureSettingsVersion;
+  return settings;
+}
+
+class EndToEndTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(CardInstalled()) << "the simulated card is not installed: run scripts/install-simulated-card";
+    char pattern[] = "/tmp/ktn-e2e-XXXXXX";
+    mFolder = mkdtemp(pattern);
+    setenv("XDG_CONFIG_HOME", mFolder.c_str(), 1);  // the user's choices stay out of the real defaults
+  }
+  void TearDown() override { fs::remove_all(mFolder); }
+
+  // One recording through the bundle with the card configured as given.
+  RecordOutcome Record(const CaptureSettings& settings, RecordRequest request,
+                       std::initializer_list<SimulatedCardSetting> card, const std::string& bundle = KESTRIN_BUNDLE) {
+    SetSimulatedCardEnvironment(card);
+    // A card an earlier test of this process loaded re-reads its settings.
+    std::string library = std::string(kVeldranAPIBundlePath) + "/Contents/Linux/VeldranAPI.so";
+    if (void* loaded = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD)) {
+      if (auto reload = reinterpret_cast<void (*)()>(dlsym(loaded, "VeldranSimulatorReloadSettings"))) reload();
+    }
+    PluginHost host;
+    std::string loaded = host.Load(bundle);
+    EXPECT_EQ("", loaded);
+    std::atomic<bool> stop{false};
+    RecordSession session(host, settings, stop, false);
+    if (request.timeLimitSeconds == 0) request.timeLimitSeconds = 60;
+    return session.Run(request);
+  }
+
+  // A copy of the plug-in bundle whose server writes slowly (each write held back, room for
+  // two frames): the server has to drop frames, however fast this machine is.
+  std::string SlowServerBundle(unsigned long frameBytes) {
+    std::string bundle = mFolder + "/Slow.bundle";
+    fs::create_directories(bundle + "/Contents/Linux");
+    fs::create_directories(bundle + "/Contents/Resources");
+    fs::copy_file(std::string(KESTRIN_BUNDLE) + "/Contents/Linux/KestrinCapture.so", bundle + "/Contents/Linux/KestrinCapture.so");
+    std::string server = bundle + "/Contents/Resources/QTRecordServer";
+    FILE* script = fopen(server.c_str(), "w");
+    fprintf(script, "#!/bin/sh\nexec '%s/Contents/Resources/QTRecordServer' --write-delay-ms 60 --backlog-bytes %lu\n",
+            KESTRIN_BUNDLE, 2 * frameBytes);
+    fclose(script);
+    fs::permissions(server, fs::perms::owner_all);
+    return bundle;
+  }
+
+  std::string mFolder;
+};
+
+// Finds the card's picture number of a recorded frame (the recording starts a few frames
+// after the card did), then checks that every recorded frame is the card's, byte for byte.
+void ExpectTheCardsFrames(const Sim::SimulatedMode& mode, uint32_t format, const ProbedStream& video, int frames,
+                          int64_t firstIndex = -1) {
+  Sim::TestSignal signal(mode, format);
+  std::vector<uint8_t> picture(signal.FrameBytes());
+  ASSERT_EQ(picture.size() * static_cast<size_t>(frames), video.bytes.size());
+  int64_t first = firstIndex;
+  if (first < 0) {
+    for (int64_t k = 0; k < 3000 && first < 0; ++k) {
+      signal.Render(k, picture.data());
+      if (std::equal(picture.begin(), picture.end(), video.bytes.begin())) first = k;
+    }
+    ASSERT_GE(first, 0) << "the first frame is none of the card's first 3000";
+  }
+  for (int i = 0; i < frames; ++i) {
+    signal.Render(first + i, picture.data());
+    ASSERT_TRUE(std::equal(picture.begin(), picture.end(), video.bytes.begin() + static_cast<long>(picture.size()) * i))
+        << "frame " << i << " is not the card's picture " << first + i;
+  }
+}
+
+// ---- The recording matrix ----
+
+struct Pair {
+  int standard;
+  int format;
+};
+
+std::vector<Pair> Matrix() {
+  std::vector<Pair> pairs;
+  for (size_t s = 0; s < kSupportedStandardCount; ++s) {
+    if (!gSupportedStandards[s].name) continue;
+    for (size_t f = 0; f < 12; ++f) {  // 12 and 13 (ProRes) are allowed by no standard
+      if (gSupportedStandards[s].allowedFormats & (1u << f)) pairs.push_back({static_cast<int>(s), static_cast<int>(f)});
+    }
+  }
+  return pairs;
+}
+
+// What the movie stores for a format: the DV family's fixed rasters, else the standard's size.
+void StoredSize(uint32_t codec, const CaptureSettings& settings, int& width, int& height) {
+  width = static_cast<int>(settings.width);
+  height = static_cast<int>(settings.height);
+  if (codec == FourCC("dvh6")) width = 1280;
+  if (codec == FourCC("dvh5")) width = 1440;
+  if (codec == FourCC("dvhp") || codec == FourCC("dvhq")) width = 960;
+}
+
+class RecordingMatrixTest : public EndToEndTest, public testing::WithParamInterface<Pair> {};
+
+TEST_P(RecordingMatrixTest, ShortRecordingIsRightInEveryRespect) {
+  const Pair pair = GetParam();
+  CaptureSettings settings = Settings(pair.standard, pair.format);
+  const uint32_t codec = settings.codecType;
+  RecordRequest request;
+  request.moviePath = mFolder + "/take.mov";
+  request.frames = 3;
+  request.pluginCounts = true;
+  // Without timecode the plug-in starts at once and counts the frames itself; the card runs
+  // at real time, as a card does.
+  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "1"}});
+  ASSERT_EQ(0, outcome.exitCode) << outcome.error;
+  double rate = static_cast<double>(settings.timeScale) / settings.frameDuration;
+  int expected = rate > 30 ? 6 : 3;  // frame pairs above 30 frames a second
+
+  bool uncompressed = codec == FourCC("2vuy") || codec == FourCC("v210") || codec == FourCC("r210");
+  ProbedMovie movie = ProbeMovie(request.moviePath, !uncompressed);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_EQ(Spelled(codec), Spelled(movie.video.codecTag));
+  int width, height;
+  StoredSize(codec, settings, width, height);
+  EXPECT_EQ(width, movie.video.width);
+  EXPECT_EQ(height, movie.video.height);
+  // A frame arriving while the last hand-over drains may add one.
+  EXPECT_GE(movie.video.packets, expected);
+  EXPECT_LE(movie.video.packets, expected + 1);
+  if (!uncompressed) {
+    EXPECT_TRUE(movie.decodedEveryVideoFrame);
+  }
+  // The rate: every frame lasts one frame duration of the standard.
+  EXPECT_EQ(movie.video.packets * static_cast<int64_t>(settings.frameDuration) * movie.video.timeBaseDen,
+            movie.video.totalDuration * static_cast<int64_t>(settings.timeScale) * movie.video.timeBaseNum);
+  // The sound is exactly the video frames' duration, to the rounding of one sample.
+  double videoSeconds = movie.video.packets * static_cast<double>(settings.frameDuration) / settings.timeScale;
+  EXPECT_LT(std::fabs(movie.audio.totalDuration - videoSeconds * 48000), 1.0)
+      << movie.audio.totalDuration << " samples for " << movie.video.packets << " frames";
+  if (uncompressed) {
+    ExpectTheCardsFrames(*Sim::FindSimulatedMode(settings.displayMode), codec, movie.video,
+                         static_cast<int>(movie.video.packets));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryStandardAndFormat, RecordingMatrixTest, testing::ValuesIn(Matrix()),
+                         [](const testing::TestParamInfo<Pair>& info) {
+                           return "standard" + std::to_string(info.param.standard) + "_format" +
+                                  std::to_string(info.param.format);
+                         });
+
+// ---- Starting points, leftovers, dropped frames ----
+
+TEST_F(EndToEndTest, StartOnATimecodeDropsTheFramesBefore) {
+  CaptureSettings settings = Settings(4, 0);  // PAL 4x3, 2vuy
+  RecordRequest request;
+  request.moviePath = mFolder + "/in.mov";
+  request.frames = 5;
+  request.hasInPoint = true;
+  request.timecodeRate = 25;
+  Util::TimeCode in = {1, 0, 2, 0, 25, 1, 25, 0};  // 01:00:02:00: the card's 50th frame
+  request.inPointFrames = Util::ConvertTimeCodeToFrameCount(&in);
+  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_SPEED", "4"}});
+  ASSERT_EQ(0, outcome.exitCode) << outcome.error;
+  ProbedMovie movie = ProbeMovie(request.moviePath, false);
+  ASSERT_GE(movie.video.packets, 5);
+  ExpectTheCardsFrames(*Sim::FindSimulatedMode(settings.displayMode), FourCC("2vuy"), movie.video,
+                       static_cast<int>(movie.video.packets), 50);
+}
+
+TEST_F(EndToEndTest, StartWithADeckAtItsCuePoint) {
+  CaptureSettings settings = Settings(4, 1);  // PAL 4x3, v210
+  RecordRequest request;
+  request.moviePath = mFolder + "/deck.mov";
+  request.frames = 4;
+  request.pluginCounts = true;
+  // No timecode in the signal: the deck's start check decides (cue at its 25th frame).
+  RecordOutcome outcome = Record(settings, request,
+                                 {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_DECK", "1"},
+                                  {"VELDRAN_SIM_CUE", "01:00:01:00"}, {"VELDRAN_SIM_SPEED", "4"}});
+  ASSERT_EQ(0, outcome.exitCode) << outcome.error;
+  ProbedMovie movie = ProbeMovie(request.moviePath, false);
+  ASSERT_GE(movie.video.packets, 4);
+  ExpectTheCardsFrames(*Sim::FindSimulatedMode(settings.displayMode), FourCC("v210"), movie.video,
+                       static_cast<int>(movie.video.packets), 25);
+}
+
+TEST_F(EndToEndTest, LeftoverSegmentsOfACrashedRunAreCleared) {
+  for (const char* key : {kVideoShmKey, kAudioShmKey}) {
+    int fd = shm_open(key, O_RDWR | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    close(fd);
+  }
+  CaptureSettings settings = Settings(4, 0);
+  RecordRequest request;
+  request.moviePath = mFolder + "/leftover.mov";
+  request.frames = 3;
+  request.pluginCounts = true;
+  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "4"}});
+  ASSERT_EQ(0, outcome.exitCode) << outcome.error;
+  EXPECT_GE(ProbeMovie(request.moviePath, false).video.packets, 3);
+  EXPECT_FALSE(fs::exists(std::string("/dev/shm/") + kVideoShmKey)) << "nothing left behind this time";
+}
+
+TEST_F(EndToEndTest, DroppedFramesAreReportedAndTheMovieStillPlays) {
+  CaptureSettings settings = Settings(4, 0);  // PAL, 2vuy: 829440-byte frames
+  RecordRequest request;
+  request.moviePath = mFolder + "/dropped.mov";
+  request.frames = 60;
+  request.pluginCounts = true;
+  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "2"}},
+                                 SlowServerBundle(829440));
+  ASSERT_EQ(0, outcome.exitCode) << outcome.error;
+  EXPECT_TRUE(outcome.droppedFrames) << outcome.status;
+  EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", outcome.status);
+  ProbedMovie movie = ProbeMovie(request.moviePath, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_TRUE(movie.decodedEveryVideoFrame);
+  EXPECT_LT(movie.video.packets, 60);
+  EXPECT_GT(movie.video.packets, 2);
+}
+
+TEST_F(EndToEndTest, AbortOnDroppedFramesEndsTheRecording) {
+  CaptureSettings settings = Settings(4, 0);
+  RecordRequest request;
+  request.moviePath = mFolder + "/abort.mov";
+  request.frames = 400;
+  request.pluginCounts = true;
+  request.abortOnDrop = true;
+  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "2"}},
+                                 SlowServerBundle(829440));
+  EXPECT_EQ(7, outcome.exitCode);
+  EXPECT_EQ("recording aborted: the recording server dropped frames", outcome.error);
+  ProbedMovie movie = ProbeMovie(request.moviePath, false);
+  EXPECT_TRUE(movie.opened) << "what was written before the abort still plays";
+  EXPECT_LT(movie.video.packets, 400);
+}
+
+// ---- The host program as a process ----
+
+struct Child {
+  pid_t pid = -1;
+  std::string errorFile;
+};
+
+Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder) {
+  Child child;
+  child.errorFile = folder + "/stderr.txt";
+  child.pid = fork();
+  if (child.pid == 0) {
+    int error = open(child.errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(error, 2);
+    int null = open("/dev/null", O_WRONLY);
+    dup2(null, 1);
+    std::vector<char*> argv;
+    std::string program = KESTRIN_CAPTURE;
+    argv.push_back(const_cast<char*>(program.c_str()));
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    execv(program.c_str(), argv.data());
+    _exit(127);
+  }
+  return child;
+}
+
+// The child's exit status, or -1 if it has not ended within seconds.
+int WaitFor(pid_t pid, double seconds) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (std::chrono::steady_clock::now() < deadline) {
+    int status = 0;
+    if (waitpid(pid, &status, WNOHANG) == pid) return status;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return -1;
+}
+
+std::string ReadText(const std::string& path) {
+  FILE* file = fopen(path.c_str(), "r");
+  if (!file) return "";
+  std::string text;
+  char buffer[4096];
+  size_t got;
+  while ((got = fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, got);
+  fclose(file);
+  return text;
+}
+
+// The recording server the host program started.
+pid_t ServerOf(pid_t host) {
+  for (int i = 0; i < 200; ++i) {
+    std::string children = ReadText("/proc/" + std::to_string(host) + "/task/" + std::to_string(host) + "/children");
+    if (!children.empty()) return static_cast<pid_t>(atoi(children.c_str()));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return -1;
+}
+
+TEST_F(EndToEndTest, HostProgramSurvivesTheServerBeingKilled) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
+  Child host = StartHostProgram({"record", "-o", mFolder + "/killed.mov", "--standard", "PAL 4x3", "--format", "0",
+                                 "--seconds", "30"},
+                                mFolder);
+  pid_t server = ServerOf(host.pid);
+  ASSERT_GT(server, 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  ASSERT_EQ(0, kill(server, SIGKILL));
+  int status = WaitFor(host.pid, 20);
+  ASSERT_NE(-1, status) << "the host program hung";
+  ASSERT_TRUE(WIFEXITED(status)) << "the host program crashed";
+  EXPECT_NE(0, WEXITSTATUS(status));
+  std::string error = ReadText(host.errorFile);
+  EXPECT_NE(std::string::npos, error.find("kestrin-capture: recording failed:")) << error;
+}
+
+TEST_F(EndToEndTest, MovieOfAKilledHostProgramPlaysWithWhatWasHandedOver) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
+  std::string movie = mFolder + "/orphan.mov";
+  Child host = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "1", "--seconds", "30"},
+                                mFolder);
+  pid_t server = ServerOf(host.pid);
+  ASSERT_GT(server, 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+  ASSERT_EQ(0, kill(host.pid, SIGKILL));
+  WaitFor(host.pid, 5);
+  // The orphaned server sees the end of its input, finishes the movie and ends.
+  for (int i = 0; i < 500 && kill(server, 0) == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_NE(0, kill(server, 0)) << "the server finished";
+  ProbedMovie probed = ProbeMovie(movie, false);
+  ASSERT_TRUE(probed.opened);
+  EXPECT_GE(probed.video.packets, 25) << "about two seconds were handed over";
+  ExpectTheCardsFrames(*Sim::FindSimulatedMode(FourCC("pal ")), FourCC("v210"), probed.video,
+                       static_cast<int>(probed.video.packets));
+}
+
+struct BadCommand {
+  std::vector<std::string> arguments;
+  const char* error;
+};
+
+TEST_F(EndToEndTest, HostProgramRefusesBadInputInOneLine) {
+  const BadCommand cases[] = {
+      {{"record"}, "kestrin-capture: record needs -o MOVIE"},
+      {{"record", "-o", "x.mov", "--channels", "6"}, "kestrin-capture: --channels must be 2, 8 or 16"},
+      {{"record", "-o", "x.mov", "--bits", "20"}, "kestrin-capture: --bits must be 16, 24 or 32"},
+      {{"record", "-o", "x.mov", "--frames", "0"}, "kestrin-capture: --frames must be a whole number from 1"},
+      {{"record", "-o", "x.mov", "--standard", "Cinemascope"},
+       "kestrin-capture: no standard \"Cinemascope\" (see kestrin-capture info for the list)"},
+      {{"record", "-o", "x.mov", "--standard", "6"}, "kestrin-capture: no standard \"6\" (see kestrin-capture info for the list)"},
+      {{"record", "-o", "x.mov", "--standard", "HD 1080p 25", "--format", "DV PAL"},
+       "kestrin-capture: \"DV PAL\" cannot be recorded with \"HD 1080p 25\"; choose one of \"Uncompressed 8-bit 4:2:2\", "
+       "\"Uncompressed 10-bit 4:2:2\", \"Uncompressed RGB 10-bit 4:4:4\", \"JPEG\""},
+      {{"record", "-o", "x.mov", "--in", "01:00:00:00"}, "kestrin-capture: --in needs --frames or --seconds"},
+      {{"record", "-o", "x.mov", "--frames", "5", "--seconds", "1"}, "kestrin-capture: give --frames or --seconds, not both"},
+      {{"record", "-o", "x.mov", "--plugin"}, "kestrin-capture: --plugin needs a bundle path"},
+      {{"replay"}, "kestrin-capture: unknown command replay"},
+  };
+  for (const BadCommand& c : cases) {
+    Child host = StartHostProgram(c.arguments, mFolder);
+    int status = WaitFor(host.pid, 20);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(2, WEXITSTATUS(status)) << c.error;
+    std::string error = ReadText(host.errorFile);
+    EXPECT_EQ(std::string(c.error), error.substr(0, error.find('\n'))) << error;
+  }
+}
+
+TEST_F(EndToEndTest, HostProgramReportsAMissingPlugin) {
+  Child host = StartHostProgram({"record", "-o", mFolder + "/x.mov", "--plugin", "/nonexistent.bundle", "--frames", "1"},
+                                mFolder);
+  int status = WaitFor(host.pid, 20);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(3, WEXITSTATUS(status));
+  EXPECT_EQ(0u, ReadText(host.errorFile).find("kestrin-capture: cannot load the plug-in: "));
+}
+
+}  // namespace
+}  // namespace KTN
