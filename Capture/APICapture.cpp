@@ -4,6 +4,7 @@
 #include <errno.h>
 
 #include "Capture/VeldranAPILoader.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "Util/Log.h"
 #include "Util/Printer.h"
 
@@ -13,15 +14,6 @@ namespace {
 
 // The recordable pixel formats, probed in this order.
 const unsigned kFormatSet[] = {ktnFormat8BitYUV, ktnFormat10BitYUV, ktnFormat10BitRGB};
-
-// Releases a device API object at the end of a scope.
-template <typename T>
-struct Released {
-  T* object = nullptr;
-  ~Released() {
-    if (object) object->Release();
-  }
-};
 
 }  // namespace
 
@@ -47,12 +39,12 @@ long APICapture::Init() {
 }
 
 long APICapture::FindVeldranInput() {
-  Released<IVeldranIterator> iterator{CreateVeldranIteratorInstance()};
+  VeldranReleaser<IVeldranIterator> iterator{CreateVeldranIteratorInstance()};
   if (!iterator.object) {
     KTN_LOG("CreateVeldranIteratorInstance failed");
     return ENOENT;
   }
-  Released<IVeldran> device;
+  VeldranReleaser<IVeldran> device;
   if (VeldranResult rc = iterator.object->Next(&device.object)) {
     KTN_LOG("Iterator->Next returned %ld (0x%lx): Veldran hardware not found", static_cast<long>(rc), static_cast<long>(rc));
     return rc;
@@ -76,7 +68,7 @@ long APICapture::GetSupportedModes(IVeldranDisplayMode** modes, unsigned* len) {
     KTN_LOG("Zero-length array provided");
     return EINVAL;
   }
-  Released<IVeldranDisplayModeIterator> iterator;
+  VeldranReleaser<IVeldranDisplayModeIterator> iterator;
   if (VeldranResult rc = mInput->GetDisplayModeIterator(&iterator.object)) {
     KTN_LOG("GetDisplayModeIterator returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
     return rc;

@@ -46,3 +46,12 @@ void ExchangeReference(std::mutex& lock, T*& slot, T* value) {
   }
   if (old) old->Release();
 }
+
+// Releases the device API object it holds (if any) at the end of a scope.
+template <typename T>
+struct VeldranReleaser {
+  T* object = nullptr;
+  ~VeldranReleaser() {
+    if (object) object->Release();
+  }
+};

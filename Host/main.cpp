@@ -173,10 +173,9 @@ int Record(int argc, char** argv) {
       return Usage("\"" + std::string(gSupportedPixelFormats[format].name) + "\" cannot be recorded with \"" +
                    gSupportedStandards[standard].name + "\"; choose one of " + AllowedFormats(standard));
     }
-    settings.Update(standard, format, channels ? static_cast<int>(channels) : static_cast<int>(settings.audioChannels),
-                    bits ? static_cast<int>(bits) : static_cast<int>(settings.audioSampleType), 48000);
-    settings.signature = kCaptureSettingsSignature;
-    settings.version = kCaptureSettingsVersion;
+    settings = SignedCaptureSettings(standard, format,
+                                     channels ? static_cast<int>(channels) : static_cast<int>(settings.audioChannels),
+                                     bits ? static_cast<int>(bits) : static_cast<int>(settings.audioSampleType), 48000);
   }
   std::string saved = SaveHostSettings(settings);
   if (!saved.empty()) fprintf(stderr, "kestrin-capture: warning: %s\n", saved.c_str());

@@ -13,6 +13,7 @@
 #include "Settings/CaptureTables.h"
 #include "Settings/SettingsDialog.h"
 #include "Util/FourCC.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -28,15 +29,6 @@ bool IsSettingsBlob(const void* blob) {
   memcpy(&settings, blob, sizeof settings);
   return settings.signature == kCaptureSettingsSignature && settings.version == kCaptureSettingsVersion;
 }
-
-// Releases a device API object at the end of a scope.
-template <typename T>
-struct Released {
-  T* object = nullptr;
-  ~Released() {
-    if (object) object->Release();
-  }
-};
 
 }  // namespace
 
@@ -64,8 +56,8 @@ int32_t recOpen(rmStdParms* stdParms, CapPriv** out, recOpenParms* parms) {
   }
 
   int32_t result = rmNoErr;
-  Released<IVeldranIterator> iterator{CreateVeldranIteratorInstance()};
-  Released<IVeldran> device;
+  VeldranReleaser<IVeldranIterator> iterator{CreateVeldranIteratorInstance()};
+  VeldranReleaser<IVeldran> device;
   do {
     void* control = nullptr;
     if (!iterator.object || iterator.object->Next(&device.object) != kVeldranOK || !device.object ||

@@ -66,11 +66,7 @@ int32_t ReportFormat(int64_t, int32_t parX, int32_t parY, int32_t width, int32_t
 
 // A signed settings record of a standard row and format row.
 CaptureSettings Settings(int standard, int format, int channels = 2, int bits = 16) {
-  CaptureSettings settings = {};
-  settings.Update(standard, format, channels, bits, 48000);
-  settings.signature = kCaptureSettingsSignature;
-  settings.version = kCaptureSettingsVersion;
-  return settings;
+  return SignedCaptureSettings(standard, format, channels, bits, 48000);
 }
 
 class RecordModuleTest : public testing::Test {

@@ -40,21 +40,29 @@ long CreateSegment(Core::SharedMemory& segment, unsigned long size) {
   return rc;
 }
 
-// One video frame into the server: a fresh segment, a byte-for-byte copy, MapVideo.
-long HandOverVideo(CapPriv* instance, IVeldranVideoInputFrame* frame) {
-  unsigned long size = static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
-  Core::SharedMemory segment(kVideoShmKey);
+// Creates and maps a fresh segment of size bytes for one frame or packet and finds the
+// item's bytes; 0 or the failure, reported.
+template <typename Item>
+long OpenSegment(Core::SharedMemory& segment, unsigned long size, Item* item, void*& address, void*& bytes) {
   if (long rc = CreateSegment(segment, size)) return rc;
-  void* address = nullptr;
   if (long rc = segment.Map(address, false)) {
     KTN_LOG("Map returned %ld", rc);
     return rc;
   }
-  void* bytes = nullptr;
-  if (VeldranResult rc = frame->GetBytes(&bytes)) {
+  if (VeldranResult rc = item->GetBytes(&bytes)) {
     KTN_LOG("GetBytes returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
     return rc;
   }
+  return 0;
+}
+
+// One video frame into the server: a fresh segment, a byte-for-byte copy, MapVideo.
+long HandOverVideo(CapPriv* instance, IVeldranVideoInputFrame* frame) {
+  unsigned long size = static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
+  Core::SharedMemory segment(kVideoShmKey);
+  void* address = nullptr;
+  void* bytes = nullptr;
+  if (long rc = OpenSegment(segment, size, frame, address, bytes)) return rc;
   memcpy(address, bytes, size);
   long rc = instance->recordClient->MapVideo(size);
   if (rc == kDroppedFramesStatus) {
@@ -82,17 +90,9 @@ long HandOverAudio(CapPriv* instance, IVeldranAudioInputPacket* packet) {
   unsigned long samples = sampleFrames * settings.audioChannels;
   unsigned long size = samples * (settings.audioSampleType / 8);
   Core::SharedMemory segment(kAudioShmKey);
-  if (long rc = CreateSegment(segment, size)) return rc;
   void* address = nullptr;
-  if (long rc = segment.Map(address, false)) {
-    KTN_LOG("Map returned %ld", rc);
-    return rc;
-  }
   void* bytes = nullptr;
-  if (VeldranResult rc = packet->GetBytes(&bytes)) {
-    KTN_LOG("GetBytes returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
-    return rc;
-  }
+  if (long rc = OpenSegment(segment, size, packet, address, bytes)) return rc;
   if (settings.audioSampleType == 24) {
     const uint8_t* in = static_cast<const uint8_t*>(bytes);
     uint8_t* out = static_cast<uint8_t*>(address);
@@ -259,6 +259,7 @@ int32_t recServiceRecord(CapPriv* instance) {
     KTN_LOG("Invalid capPtr %p or uninitialised record client", static_cast<void*>(instance));
     return rmBadParameter;
   }
+  int64_t handedOver = 0;  // the frame count when the queues were last found empty
   for (;;) {
     IVeldranVideoInputFrame* frame = nullptr;
     IVeldranAudioInputPacket* packet = nullptr;
@@ -274,6 +275,9 @@ int32_t recServiceRecord(CapPriv* instance) {
         packet = instance->audioQueue->front();
         instance->audioQueue->pop_front();
       }
+      // Read with the queues empty and under their lock: the device thread counts a frame
+      // only after queueing it, so every frame this count includes has been handed over.
+      if (!frame && !packet) handedOver = instance->frameCount;
     }
     if (!frame && !packet) break;
     // A failure ends the loop; the items of that round keep their references.
@@ -288,16 +292,16 @@ int32_t recServiceRecord(CapPriv* instance) {
   int32_t result = 0;
   if (instance->statusFunc) {
     if (!(instance->reportDroppedFrames && instance->droppedFrames)) {
-      int64_t count = instance->frameCount;
+      int64_t count = handedOver;
       if (AboveThirtyFrames(instance->settings)) count /= 2;
       result = instance->statusFunc(instance->callbackID, kRecordingText, count);
     } else {
-      result = instance->statusFunc(instance->callbackID, kDroppedFramesText, instance->frameCount);
+      result = instance->statusFunc(instance->callbackID, kDroppedFramesText, handedOver);
     }
   }
   if (instance->abortOnDroppedFrames && instance->droppedFrames) return rmAborted;
   if (instance->frameLimit < 1) return result;
-  return instance->frameLimit > instance->frameCount ? result : rmFrameLimitReached;
+  return instance->frameLimit > handedOver ? result : rmFrameLimitReached;
 }
 
 void flush(CapPriv* instance) {

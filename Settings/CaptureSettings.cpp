@@ -62,4 +62,12 @@ void CaptureSettings::SetDefaults() {
   version = kCaptureSettingsVersion;
 }
 
+CaptureSettings SignedCaptureSettings(int standard, int format, int channels, int type, int rate) {
+  CaptureSettings settings = {};
+  settings.Update(standard, format, channels, type, rate);
+  settings.signature = kCaptureSettingsSignature;
+  settings.version = kCaptureSettingsVersion;
+  return settings;
+}
+
 }  // namespace KTN

@@ -57,6 +57,10 @@ static_assert(offsetof(CaptureSettings, audioSampleType) == 48, "blob layout");
 static_assert(offsetof(CaptureSettings, audioSampleRate) == 52, "blob layout");
 static_assert(offsetof(CaptureSettings, extraFlag) == 56, "blob layout");
 
+// A complete, signed record of these choices (Update, then the signature and version), as the
+// host keeps it; the choices are remembered in the user defaults as Update does.
+CaptureSettings SignedCaptureSettings(int standard, int format, int channels, int type, int rate);
+
 // The user-defaults keys of the five choices.
 extern const char* const kVideoStandardKey;  // row of gSupportedStandards
 extern const char* const kVideoFormatKey;    // row of gSupportedPixelFormats

@@ -227,8 +227,9 @@ void SimulatedInput::CaptureLoop() {
   const SimulatedMode& mode = *mMode;  // fixed while streaming
   const double speed = mSettings.speed;
   const int64_t start = MonotonicNanos();
+  int64_t delivered = 0;
   for (int64_t n = 0; !mStopRequested; ++n, ++mTimecodeFrame) {
-    if (mSettings.framesPerStream && n >= mSettings.framesPerStream) {
+    if (mSettings.framesPerStream && delivered >= mSettings.framesPerStream) {
       // The signal has ended: wait to be stopped.
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
       --n, --mTimecodeFrame;
@@ -272,6 +273,7 @@ void SimulatedInput::CaptureLoop() {
     mPreviewChanged.notify_one();
     video->Release();
     if (audio) audio->Release();
+    ++delivered;
   }
 }
 

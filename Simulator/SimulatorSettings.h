@@ -22,7 +22,7 @@ struct SimulatorSettings {
   std::string cuePoint;                 // VELDRAN_SIM_CUE: start check's cue timecode (empty: first frame)
   double speed = 1.0;                   // VELDRAN_SIM_SPEED: N times real time; 0 as fast as possible
   bool formatDetection = true;          // VELDRAN_SIM_FORMAT_DETECTION: 0 refuses the detection flag
-  int64_t framesPerStream = 0;          // VELDRAN_SIM_FRAMES: stop delivering after N frames (0: never)
+  int64_t framesPerStream = 0;          // VELDRAN_SIM_FRAMES: the signal ends after N frames delivered (0: never)
   std::string sourceMovie;              // VELDRAN_SIM_SOURCE: a movie played in a loop instead of bars
   // VELDRAN_SIM_FAIL: "Operation[=code],..." makes the named operations answer the code
   // (kVeldranFail when none is given).

@@ -44,12 +44,9 @@ std::string Spelled(uint32_t code) {
                      static_cast<char>(code)};
 }
 
+// A signed settings record of a standard row and format row.
 CaptureSettings Settings(int standard, int format, int channels = 2, int bits = 16) {
-  CaptureSettings settings = {};
-  settings.Update(standard, format, channels, bits, 48000);
-  settings.signature = kCaptureSettingsSignature;
-  settings.version = kCaptureSettingsVersion;
-  return settings;
+  return SignedCaptureSettings(standard, format, channels, bits, 48000);
 }
 
 class EndToEndTest : public testing::Test {
