@@ -1,6 +1,9 @@
 // The preview on Linux.
 #include "Capture/LinuxPreviewer.h"
 
+#include <QWidget>
+
+#include "Capture/PreviewGLView.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -9,8 +12,14 @@ Previewer* Previewer::Create() {
   return new LinuxPreviewer;
 }
 
-VeldranResult LinuxPreviewer::DrawFrame(IVeldranVideoFrame*) {
-  return 0;  // no view to draw into: the frame is dropped
+LinuxPreviewer::~LinuxPreviewer() {
+  if (PreviewGLView* view = mPreviewView.exchange(nullptr)) view->sayonara();
+}
+
+VeldranResult LinuxPreviewer::DrawFrame(IVeldranVideoFrame* frame) {
+  if (!frame) return 0;
+  if (PreviewGLView* view = mPreviewView.load()) view->updateVideoFrame(frame);
+  return 0;  // without a view the frame is dropped
 }
 
 void LinuxPreviewer::SetDisplay(pmDisplayPos* display) {
@@ -18,11 +27,37 @@ void LinuxPreviewer::SetDisplay(pmDisplayPos* display) {
     KTN_LOG("Invalid disp pointer");
     return;
   }
-  mHostView = display->window;
+  mHostView = static_cast<QWidget*>(display->window);
+  if (mHostView && !mPreviewView.load()) {
+    PreviewGLView* view = PreviewGLView::Create(nullptr);
+    if (!view) {
+      KTN_LOG("Failed to initialise a PreviewGLView instance");
+      return;
+    }
+    view->setGeometry(mHostView->rect());
+    mPreviewView = view;
+  }
+  if (PreviewGLView* view = mPreviewView.load()) view->setDisplay(display);
 }
 
 void LinuxPreviewer::SetView(prFloatRect* rect) {
-  if (!rect) KTN_LOG("Invalid view pointer");
+  PreviewGLView* view = mPreviewView.load();
+  if (view && mHostView && view->parentWidget() != mHostView) {
+    // A preview view left by an earlier previewer goes first.
+    if (QWidget* leftover = mHostView->findChild<QWidget*>(PreviewGLView::kTagName, Qt::FindDirectChildrenOnly)) {
+      leftover->hide();
+      leftover->setParent(nullptr);
+      leftover->deleteLater();
+    }
+    view->setParent(mHostView);
+    view->setGeometry(mHostView->rect());
+    view->show();
+  }
+  if (!rect) {
+    KTN_LOG("Invalid view pointer");
+    return;
+  }
+  if (view) view->setView(rect);
 }
 
 }  // namespace KTN

@@ -8,14 +8,17 @@ namespace KTN {
 
 struct CapPriv;
 
+// Created, run once and deleted on the host's main thread during its show-options call.
 class SettingsDialog {
  public:
-  // A new dialog of this platform, owned by the caller; null when the platform cannot show
-  // one.
+  // A new dialog of this platform, owned by the caller; null when none can be shown (no
+  // window system in this host).
   static SettingsDialog* Create(rmStdParms* stdParms, CaptureSettings* settings);
 
+  // Takes over the host's standard parameters and finds the host's main window through the
+  // window suite. settings is borrowed and edited in place on OK.
   SettingsDialog(rmStdParms* stdParms, CaptureSettings* settings);
-  virtual ~SettingsDialog() = default;
+  virtual ~SettingsDialog();
 
   SettingsDialog(const SettingsDialog&) = delete;
   SettingsDialog& operator=(const SettingsDialog&) = delete;
@@ -27,8 +30,9 @@ class SettingsDialog {
 
  protected:
   bool mCancelled = false;
-  CaptureSettings* mSettings;  // edited in place on OK; borrowed
-  void* mMainWindow = nullptr; // the host's main window, or null
+  CaptureSettings* mSettings;
+  rmStdParms mStdParms = {};
+  void* mMainWindow = nullptr;  // the host's main window, or null
 };
 
 }  // namespace KTN

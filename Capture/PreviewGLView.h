@@ -1,0 +1,54 @@
+// The OpenGL view of the live preview, placed in the host's capture window (Qt on Linux).
+#pragma once
+
+#include <QOpenGLWidget>
+#include <array>
+#include <mutex>
+
+#include "DeviceAPI/VeldranAPI.h"
+#include "Host/HostInterface.h"
+
+namespace KTN {
+
+// Drawn by the card's OpenGL preview helper. updateVideoFrame may be called on any thread
+// (the card's preview thread); everything else on the GUI thread.
+class PreviewGLView : public QOpenGLWidget {
+  Q_OBJECT
+
+ public:
+  // The tag a leftover preview view is found by in a host's view: 'KTNW'.
+  static constexpr uint32_t kTag = 0x4B544E57;
+  static const char* const kTagName;  // its object name
+
+  // A view in parent with the card's preview helper, or null (logged) when there is none.
+  static PreviewGLView* Create(QWidget* parent);
+  ~PreviewGLView() override;
+
+  uint32_t tag() const { return kTag; }
+
+  // Hands the helper the frame and asks for a repaint on the GUI thread.
+  void updateVideoFrame(IVeldranVideoFrame* frame);
+  // The projection: the part of the picture shown, (0, 0, 1, 1) being all of it.
+  void setView(const prFloatRect* rect);
+  // Clears, and sets the viewport from the display rectangle (x is its second integer, y
+  // its first, width and height the third and fourth).
+  void setDisplay(const pmDisplayPos* display);
+  // Removes the view from its parent and deletes it on the GUI thread, later.
+  void sayonara();
+
+ protected:
+  void initializeGL() override;
+  void paintGL() override;
+
+ private:
+  PreviewGLView(QWidget* parent, IVeldranGLScreenPreviewHelper* helper);
+  void ApplyState();
+
+  // Guards every use of the view's OpenGL context.
+  std::recursive_mutex mLock;
+  IVeldranGLScreenPreviewHelper* mVeldranScreenPreview;  // one reference
+  std::array<int, 4> mViewport = {0, 0, 0, 0};           // x, y, width, height; width 0: the whole view
+  std::array<double, 4> mOrtho = {-1, 1, -1, 1};         // left, right, bottom, top
+};
+
+}  // namespace KTN

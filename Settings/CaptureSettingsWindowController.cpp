@@ -1,0 +1,230 @@
+// The settings dialog's window on Linux.
+#include "Settings/CaptureSettingsWindowController.h"
+
+#include <unistd.h>
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QDialog>
+#include <QFile>
+#include <QImage>
+#include <QLabel>
+#include <QPushButton>
+#include <QUiLoader>
+
+#include "Settings/CaptureTables.h"
+#include "Util/FourCC.h"
+#include "Util/Log.h"
+
+namespace KTN {
+
+namespace {
+
+constexpr int kDefaultGrey = 89;
+
+// Item data of a pop-up's selected item, or -1.
+int SelectedTag(QComboBox* popup) {
+  QVariant tag = popup->currentData();
+  return tag.isValid() ? tag.toInt() : -1;
+}
+
+void SelectTag(QComboBox* popup, int tag) {
+  int index = popup->findData(tag);
+  if (index >= 0) popup->setCurrentIndex(index);
+}
+
+// The audio menus' items come from the UI file; their tags are its itemTags property.
+void TagItemsFromUi(QComboBox* popup) {
+  QStringList tags = popup->property("itemTags").toString().split(',', Qt::SkipEmptyParts);
+  for (int i = 0; i < popup->count() && i < tags.size(); ++i) popup->setItemData(i, tags[i].trimmed().toInt());
+}
+
+}  // namespace
+
+CaptureSettingsWindowController::CaptureSettingsWindowController(const std::string& uiPath) : mUiPath(uiPath) {}
+
+CaptureSettingsWindowController::~CaptureSettingsWindowController() {
+  delete mWindow.data();
+}
+
+QDialog* CaptureSettingsWindowController::window() {
+  if (mWindow) return mWindow;
+  QFile file(QString::fromStdString(mUiPath));
+  if (!file.open(QIODevice::ReadOnly)) {
+    KTN_LOG("Cannot open the dialog layout %s", mUiPath.c_str());
+    return nullptr;
+  }
+  QUiLoader loader;
+  QDialog* dialog = qobject_cast<QDialog*>(loader.load(&file));
+  if (!dialog) {
+    KTN_LOG("The dialog layout %s has no dialog: %s", mUiPath.c_str(), loader.errorString().toUtf8().constData());
+    return nullptr;
+  }
+  mWindow = dialog;
+  // The outlets, by object name.
+  mStandardTextField = dialog->findChild<QLabel*>("mStandardTextField");
+  mFormatTextField = dialog->findChild<QLabel*>("mFormatTextField");
+  mChannelsTextField = dialog->findChild<QLabel*>("mChannelsTextField");
+  mTypeTextField = dialog->findChild<QLabel*>("mTypeTextField");
+  mRateTextField = dialog->findChild<QLabel*>("mRateTextField");
+  mStandardPopup = dialog->findChild<QComboBox*>("mStandardPopup");
+  mFormatPopup = dialog->findChild<QComboBox*>("mFormatPopup");
+  mChannelsPopup = dialog->findChild<QComboBox*>("mChannelsPopup");
+  mTypePopup = dialog->findChild<QComboBox*>("mTypePopup");
+  mRatePopup = dialog->findChild<QComboBox*>("mRatePopup");
+  QPushButton* okButton = dialog->findChild<QPushButton*>("okButton");
+  QPushButton* cancelButton = dialog->findChild<QPushButton*>("cancelButton");
+  if (!mStandardTextField || !mFormatTextField || !mChannelsTextField || !mTypeTextField || !mRateTextField ||
+      !mStandardPopup || !mFormatPopup || !mChannelsPopup || !mTypePopup || !mRatePopup || !okButton || !cancelButton) {
+    KTN_LOG("The dialog layout %s lacks one of its parts", mUiPath.c_str());
+    delete mWindow.data();
+    return nullptr;
+  }
+  TagItemsFromUi(mChannelsPopup);
+  TagItemsFromUi(mTypePopup);
+  TagItemsFromUi(mRatePopup);
+  connect(mStandardPopup, QOverload<int>::of(&QComboBox::activated), this, &CaptureSettingsWindowController::standardMenuChanged);
+  connect(mFormatPopup, QOverload<int>::of(&QComboBox::activated), this, &CaptureSettingsWindowController::formatMenuChanged);
+  connect(okButton, &QPushButton::clicked, this, &CaptureSettingsWindowController::ok);
+  connect(cancelButton, &QPushButton::clicked, this, &CaptureSettingsWindowController::cancel);
+  dialog->installEventFilter(this);
+  mCancelled = false;  // awakeFromNib
+  return dialog;
+}
+
+void CaptureSettingsWindowController::setSettings(CaptureSettings* settings) {
+  mSettings = settings;
+}
+
+void CaptureSettingsWindowController::setMainWindow(QWidget* mainWindow) {
+  int level = kDefaultGrey;
+  if (mainWindow) {
+    // The host window's top-left pixel, as R, G, B, A bytes.
+    QImage pixel = mainWindow->grab(QRect(0, 0, 1, 1)).toImage().convertToFormat(QImage::Format_RGBA8888);
+    if (!pixel.isNull()) {
+      const uchar* bytes = pixel.constBits();
+      if (bytes[0] == bytes[1] && bytes[1] == bytes[2]) {
+        level = bytes[0];
+      } else {
+        KTN_LOG("Interface colour isn't grey: a: %u r: %u g: %u b: %u", bytes[3], bytes[2], bytes[1], bytes[0]);
+      }
+    }
+  }
+  mGreyLevel = level;
+  if (!mWindow) return;
+  QPalette palette = mWindow->palette();
+  palette.setColor(QPalette::Window, QColor(level, level, level));
+  mWindow->setPalette(palette);
+  mWindow->setAutoFillBackground(true);
+  if (level <= kDefaultGrey) {
+    // A dark interface: light labels.
+    for (QLabel* label : {mStandardTextField, mFormatTextField, mChannelsTextField, mTypeTextField, mRateTextField}) {
+      QPalette labelPalette = label->palette();
+      labelPalette.setColor(QPalette::WindowText, QColor::fromRgbF(0.75, 0.75, 0.75, 1.0));
+      label->setPalette(labelPalette);
+    }
+  }
+}
+
+void CaptureSettingsWindowController::populateStandardsMenu() {
+  mStandardPopup->clear();
+  bool separatorPending = false;
+  for (size_t i = 0; i < kSupportedStandardCount; ++i) {
+    const SupportedStandard& row = gSupportedStandards[i];
+    if (!row.name) {
+      separatorPending = true;
+      continue;
+    }
+    if (!(mSupportedStandards & (uint64_t{1} << i))) continue;  // the pending flag survives
+    if (separatorPending) {
+      mStandardPopup->insertSeparator(mStandardPopup->count());
+      mStandardPopup->setItemData(mStandardPopup->count() - 1, -1);
+    }
+    mStandardPopup->addItem(QString::fromLatin1(row.name), static_cast<int>(i));
+    separatorPending = false;
+    // Either dimension suffices: a format's fixed size may have replaced the other.
+    if (mSettings && (row.width == mSettings->width || row.height == mSettings->height) &&
+        row.timeScale == mSettings->timeScale && row.frameDuration == mSettings->frameDuration &&
+        row.pixelAspectX == mSettings->pixelAspectX && row.displayMode == mSettings->displayMode) {
+      mStandardPopup->setCurrentIndex(mStandardPopup->count() - 1);
+    }
+  }
+}
+
+void CaptureSettingsWindowController::populateFormatsMenu() {
+  int standard = SelectedTag(mStandardPopup);
+  // With nothing selected the tag reads as -1: no row, so no mask and no width.
+  uint32_t mask = standard >= 0 && static_cast<size_t>(standard) < kSupportedStandardCount
+                      ? gSupportedStandards[standard].allowedFormats
+                      : 0;
+  uint32_t width = standard >= 0 && static_cast<size_t>(standard) < kSupportedStandardCount ? gSupportedStandards[standard].width : 0;
+  mFormatPopup->clear();
+  for (size_t j = 0; j < kSupportedPixelFormatCount; ++j) {
+    if (!(mask & (1u << j))) continue;
+    const SupportedPixelFormat& format = gSupportedPixelFormats[j];
+    if (format.codecType == Util::FourCC("v210") && width > 720 && !mSupports_v210HD) continue;
+    if (format.codecType == Util::FourCC("r210") && !mSupports_r210) continue;
+    mFormatPopup->addItem(QString::fromLatin1(format.name), static_cast<int>(j));
+    if (mSettings && format.codecType == mSettings->codecType) mFormatPopup->setCurrentIndex(mFormatPopup->count() - 1);
+  }
+}
+
+void CaptureSettingsWindowController::setAudioMenus() {
+  if (!mSettings) return;
+  SelectTag(mChannelsPopup, static_cast<int>(mSettings->audioChannels));
+  SelectTag(mTypePopup, static_cast<int>(mSettings->audioSampleType));
+  SelectTag(mRatePopup, static_cast<int>(mSettings->audioSampleRate));
+}
+
+long CaptureSettingsWindowController::run() {
+  mShouldCloseNow = false;
+  mWindow->setWindowModality(Qt::ApplicationModal);
+  mWindow->show();
+  mWindow->raise();
+  mWindow->activateWindow();
+  // Poll rather than block, so that the host keeps servicing its own events meanwhile.
+  while (!mShouldCloseNow && mWindow && mWindow->isVisible()) {
+    QApplication::processEvents(QEventLoop::AllEvents, 5);
+    if (mShouldCloseNow) break;
+    usleep(10000);
+  }
+  if (mWindow) mWindow->hide();
+  return 0;
+}
+
+void CaptureSettingsWindowController::standardMenuChanged() {
+  populateFormatsMenu();
+}
+
+void CaptureSettingsWindowController::formatMenuChanged() {
+  // Kept even if the user then cancels, so a later repopulation keeps the same codec.
+  int format = SelectedTag(mFormatPopup);
+  if (mSettings && format >= 0 && static_cast<size_t>(format) < kSupportedPixelFormatCount) {
+    mSettings->codecType = gSupportedPixelFormats[format].codecType;
+  }
+}
+
+void CaptureSettingsWindowController::ok() {
+  int standard = SelectedTag(mStandardPopup);
+  int format = SelectedTag(mFormatPopup);
+  if (mSettings && IsNamedStandardIndex(standard) && IsPixelFormatIndex(format)) {
+    mSettings->Update(standard, format, SelectedTag(mChannelsPopup), SelectedTag(mTypePopup), SelectedTag(mRatePopup));
+  }
+  mShouldCloseNow = true;
+}
+
+void CaptureSettingsWindowController::cancel() {
+  mCancelled = true;
+  mShouldCloseNow = true;
+}
+
+bool CaptureSettingsWindowController::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == mWindow && event->type() == QEvent::Close) {
+    mCancelled = true;  // windowShouldClose: yes, as a cancel
+    mShouldCloseNow = true;
+  }
+  return QObject::eventFilter(watched, event);
+}
+
+}  // namespace KTN
