@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Host/CardInfo.h"
+#include "Host/GuiCommand.h"
 #include "Host/HostSettingsFile.h"
 #include "Host/PluginHost.h"
 #include "Host/RecordSession.h"
@@ -33,7 +34,8 @@ const char kUsage[] =
     "usage: kestrin-capture record -o MOVIE [--standard NAME|ROW] [--format NAME|ROW] [--channels 2|8|16]\n"
     "                              [--bits 16|24|32] [--frames N | --seconds S] [--in HH:MM:SS:FF]\n"
     "                              [--abort-on-drop] [--no-audio] [--plugin BUNDLE]\n"
-    "       kestrin-capture info\n";
+    "       kestrin-capture info\n"
+    "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE]\n";
 
 int Usage(const std::string& problem) {
   if (!problem.empty()) fprintf(stderr, "kestrin-capture: %s\n", problem.c_str());
@@ -235,6 +237,7 @@ int main(int argc, char** argv) {
   std::string command = argv[1];
   if (command == "record") return Record(argc - 2, argv + 2);
   if (command == "info") return PrintCardInfo(stdout);
+  if (command == "gui") return RunCaptureWindow(argc - 2, argv + 2);
   if (command == "-h" || command == "--help" || command == "help") {
     fputs(kUsage, stdout);
     return 0;

@@ -1,0 +1,120 @@
+// kestrin-capture gui: the capture window, with options for unattended screenshots.
+#include "Host/GuiCommand.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <QApplication>
+#include <QDialog>
+#include <QImage>
+#include <QPushButton>
+#include <QTimer>
+
+#include "Host/CaptureWindow.h"
+#include "Host/HostSettingsFile.h"
+
+namespace KTN {
+
+namespace {
+
+const char kGuiUsage[] =
+    "usage: kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] [--grey LEVEL]\n"
+    "                           [--screenshot-preview PNG] [--screenshot-options PNG] [--quit-after SECONDS]\n";
+
+// The options dialog, while it is shown.
+QDialog* OpenDialog() {
+  for (QWidget* widget : QApplication::topLevelWidgets()) {
+    if (QDialog* dialog = qobject_cast<QDialog*>(widget)) {
+      if (dialog->isVisible() && dialog->objectName() == "Settings") return dialog;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int RunCaptureWindow(int argc, char** argv) {
+  std::string movie = "capture.mov", bundle = PluginHost::DefaultBundlePath(), previewShot, optionsShot;
+  int grey = 60;
+  double quitAfter = 0;
+  for (int i = 0; i < argc; ++i) {
+    std::string option = argv[i];
+    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
+    if ((option == "-o" || option == "--plugin" || option == "--grey" || option == "--screenshot-preview" ||
+         option == "--screenshot-options" || option == "--quit-after") && !value) {
+      fprintf(stderr, "kestrin-capture: %s needs a value\n%s", option.c_str(), kGuiUsage);
+      return 2;
+    }
+    if (option == "-o") movie = argv[++i];
+    else if (option == "--plugin") bundle = argv[++i];
+    else if (option == "--grey") grey = atoi(argv[++i]);
+    else if (option == "--screenshot-preview") previewShot = argv[++i];
+    else if (option == "--screenshot-options") optionsShot = argv[++i];
+    else if (option == "--quit-after") quitAfter = atof(argv[++i]);
+    else {
+      fprintf(stderr, "kestrin-capture: unknown option %s\n%s", option.c_str(), kGuiUsage);
+      return 2;
+    }
+  }
+  if (movie[0] != '/') {
+    char cwd[4096];
+    if (getcwd(cwd, sizeof cwd)) movie = std::string(cwd) + "/" + movie;
+  }
+  int qtArgc = 1;
+  char* qtArgv[] = {const_cast<char*>("kestrin-capture"), nullptr};
+  QApplication application(qtArgc, qtArgv);
+
+  CaptureSettings settings;
+  if (!LoadHostSettings(settings) || settings.signature != kCaptureSettingsSignature ||
+      settings.version != kCaptureSettingsVersion) {
+    settings.SetDefaults();
+  }
+  PluginHost host;
+  std::string loaded = host.Load(bundle);
+  if (!loaded.empty()) {
+    fprintf(stderr, "kestrin-capture: %s\n", loaded.c_str());
+    return 3;
+  }
+  int status = 0;
+  {
+    CaptureWindow window(host, settings, movie, grey);
+    window.show();
+    std::string failure = window.Start();
+    if (!failure.empty()) {
+      fprintf(stderr, "kestrin-capture: %s\n", failure.c_str());
+      return 3;
+    }
+    if (!previewShot.empty()) {
+      QTimer::singleShot(1500, &window, [&window, &previewShot, &status] {
+        QImage preview = window.GrabPreview();
+        if (preview.isNull() || !preview.save(QString::fromStdString(previewShot))) {
+          fprintf(stderr, "kestrin-capture: cannot save the preview to %s\n", previewShot.c_str());
+          status = 4;
+        }
+      });
+    }
+    if (!optionsShot.empty()) {
+      // The dialog runs its own modal loop; a timer inside it takes the picture and cancels.
+      QTimer::singleShot(300, &window, [&window, &optionsShot, &status] {
+        QTimer::singleShot(700, [&optionsShot, &status] {
+          QDialog* dialog = OpenDialog();
+          if (!dialog || !dialog->grab().save(QString::fromStdString(optionsShot))) {
+            fprintf(stderr, "kestrin-capture: cannot save the options dialog to %s\n", optionsShot.c_str());
+            status = 4;
+          }
+          if (dialog) {
+            if (QPushButton* cancel = dialog->findChild<QPushButton*>("cancelButton")) cancel->click();
+          }
+        });
+        window.ShowOptions();
+      });
+    }
+    if (quitAfter > 0) QTimer::singleShot(static_cast<int>(quitAfter * 1000), &application, &QApplication::quit);
+    application.exec();
+  }
+  return status;
+}
+
+}  // namespace KTN
