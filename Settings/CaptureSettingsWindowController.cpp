@@ -23,10 +23,10 @@ namespace {
 
 constexpr int kDefaultGrey = 89;
 
-// Item data of a pop-up's selected item, or -1.
+// Item data of a pop-up's selected item; 0 with nothing selected, as a tag read from no item.
 int SelectedTag(QComboBox* popup) {
   QVariant tag = popup->currentData();
-  return tag.isValid() ? tag.toInt() : -1;
+  return tag.isValid() ? tag.toInt() : 0;
 }
 
 void SelectTag(QComboBox* popup, int tag) {
@@ -154,7 +154,6 @@ void CaptureSettingsWindowController::populateStandardsMenu() {
 
 void CaptureSettingsWindowController::populateFormatsMenu() {
   int standard = SelectedTag(mStandardPopup);
-  // With nothing selected the tag reads as -1: no row, so no mask and no width.
   uint32_t mask = standard >= 0 && static_cast<size_t>(standard) < kSupportedStandardCount
                       ? gSupportedStandards[standard].allowedFormats
                       : 0;

@@ -1,0 +1,342 @@
+// Tests of the settings dialog, driven with Qt Test on Qt's offscreen platform: menus built from
+// what the card reports, OK and Cancel, and the host window's grey.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QLabel>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+#include <functional>
+#include <vector>
+
+#include "DeviceAPI/VeldranObject.h"
+#include "Host/PluginHost.h"
+#include "Record/CapPriv.h"
+#include "Settings/CaptureSettingsWindowController.h"
+#include "Settings/CaptureTables.h"
+#include "Settings/FakeUserConfigDir.h"
+#include "Settings/LinuxSettingsDialog.h"
+#include "Settings/UserDefaults.h"
+#include "Util/CapturedStderr.h"
+#include "Util/FourCC.h"
+
+namespace KTN {
+namespace {
+
+using Util::FourCC;
+
+// A QApplication for the whole program, on the offscreen platform.
+class QtApplication : public testing::Environment {
+ public:
+  void SetUp() override {
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    static int argc = 1;
+    static char* argv[] = {const_cast<char*>("SettingsDialogTest"), nullptr};
+    mApplication = new QApplication(argc, argv);
+  }
+  void TearDown() override { delete mApplication; }
+
+ private:
+  QApplication* mApplication = nullptr;
+};
+const bool sQt = (testing::AddGlobalTestEnvironment(new QtApplication), true);
+
+// The card's device control as the dialog sees it: chosen modes and hardware flags.
+class FakeDeviceControl : public VeldranObject<IVeldranDeviceControl> {
+ public:
+  std::vector<VeldranDeviceModeRecord> modes;
+  uint32_t flags = ktnHardwareFlag10BitRGBCapture;
+  VeldranResult modesResult = kVeldranOK;
+  VeldranResult GetDeckStatus(uint32_t*) override { return kVeldranNotImplemented; }
+  VeldranResult SetCuePoint(uint32_t) override { return kVeldranNotImplemented; }
+  VeldranResult GetCuePoint(uint32_t*) override { return kVeldranNotImplemented; }
+  VeldranResult SetCaptureGeometry(uint32_t, uint32_t, uint32_t, uint32_t) override { return 0; }
+  VeldranResult Play() override { return kVeldranNotImplemented; }
+  VeldranResult Stop() override { return kVeldranNotImplemented; }
+  VeldranResult Rewind() override { return kVeldranNotImplemented; }
+  VeldranResult FastForward() override { return kVeldranNotImplemented; }
+  VeldranResult GetReadiness() override { return kVeldranFalse; }
+  VeldranResult CheckStart(IVeldranVideoInputFrame*) override { return kVeldranFalse; }
+  VeldranResult GetSupportedInputDisplayModes(VeldranDeviceModeRecord* records, uint32_t bufferBytes, uint32_t* count) override {
+    if (modesResult) return modesResult;
+    uint32_t room = bufferBytes / sizeof(VeldranDeviceModeRecord);
+    *count = 0;
+    for (const VeldranDeviceModeRecord& mode : modes) {
+      if (*count < room) records[(*count)++] = mode;
+    }
+    return kVeldranOK;
+  }
+  VeldranResult GetHardwareDescription(VeldranHardwareDescription* description) override {
+    description->flags = flags;
+    return kVeldranOK;
+  }
+};
+
+VeldranDeviceModeRecord Mode(uint32_t width, uint32_t height, uint32_t rate) {
+  return {width, height, rate, 0};
+}
+
+// 16.16 rate of a standard row, as the dialog computes it.
+uint32_t RateOf(int row) {
+  const SupportedStandard& s = gSupportedStandards[row];
+  return ((s.timeScale << 16) + s.frameDuration / 2) / s.frameDuration;
+}
+
+struct Menus {
+  std::vector<std::string> standards;  // "-" for a separator
+  std::vector<std::string> formats;
+  std::string selectedStandard;
+  std::string selectedFormat;
+};
+
+class SettingsDialogTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    FakeUserConfigDir::ClearDefaults();
+    SetSettingsLayoutPathForTesting(SETTINGS_UI);
+    mInstance.deviceControl = &mCard;
+    mSettings = SignedCaptureSettings(1, 0, 2, 16, 48000);
+    mHostWindow.resize(40, 40);
+    PaintHost(QColor(60, 60, 60));
+    PluginHost::SetMainWindow(&mHostWindow);
+  }
+  void TearDown() override { mInstance.deviceControl = nullptr; }
+
+  void PaintHost(const QColor& colour) {
+    QPalette palette = mHostWindow.palette();
+    palette.setColor(QPalette::Window, colour);
+    mHostWindow.setPalette(palette);
+    mHostWindow.setAutoFillBackground(true);
+  }
+
+  // Runs the dialog; action is called with it once it is shown and must end it.
+  long RunDialog(const std::function<void(QDialog*)>& action, bool* cancelled = nullptr) {
+    LinuxSettingsDialog dialog(mHost.StdParms(), &mSettings, SETTINGS_UI);
+    QTimer::singleShot(50, [&action] {
+      for (QWidget* widget : QApplication::topLevelWidgets()) {
+        QDialog* shown = qobject_cast<QDialog*>(widget);
+        if (shown && shown->isVisible() && shown->objectName() == "Settings") {
+          action(shown);
+          return;
+        }
+      }
+    });
+    long rc = dialog.Run(&mInstance);
+    if (cancelled) *cancelled = dialog.Cancelled();
+    return rc;
+  }
+
+  static Menus Read(QDialog* dialog) {
+    Menus menus;
+    QComboBox* standards = dialog->findChild<QComboBox*>("mStandardPopup");
+    QComboBox* formats = dialog->findChild<QComboBox*>("mFormatPopup");
+    for (int i = 0; i < standards->count(); ++i) {
+      menus.standards.push_back(standards->itemData(i).toInt() == -1 ? "-" : standards->itemText(i).toStdString());
+    }
+    for (int i = 0; i < formats->count(); ++i) menus.formats.push_back(formats->itemText(i).toStdString());
+    menus.selectedStandard = standards->currentText().toStdString();
+    menus.selectedFormat = formats->currentText().toStdString();
+    return menus;
+  }
+
+  // Opens the dialog, reads its menus and cancels.
+  Menus MenusShown() {
+    Menus menus;
+    EXPECT_EQ(0, RunDialog([&menus](QDialog* dialog) {
+      menus = Read(dialog);
+      QTest::mouseClick(dialog->findChild<QPushButton*>("cancelButton"), Qt::LeftButton);
+    }));
+    return menus;
+  }
+
+  PluginHost mHost;
+  FakeDeviceControl mCard;
+  CapPriv mInstance;
+  CaptureSettings mSettings;
+  QWidget mHostWindow;
+};
+
+TEST_F(SettingsDialogTest, MenusOfferWhatTheCardReceives) {
+  mCard.modes = {Mode(720, 486, RateOf(1)), Mode(1920, 1080, RateOf(13))};
+  Menus menus = MenusShown();
+  std::vector<std::string> expected = {"NTSC 4x3", "NTSC 16x9", "-", "HD 1080p 25", "HD 1080i 50"};
+  EXPECT_EQ(expected, menus.standards);
+  EXPECT_EQ("NTSC 4x3", menus.selectedStandard);
+  std::vector<std::string> formats = {"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2", "JPEG", "DV NTSC",
+                                      "DVCPRO50 NTSC"};
+  EXPECT_EQ(formats, menus.formats);
+  EXPECT_EQ("Uncompressed 8-bit 4:2:2", menus.selectedFormat);
+}
+
+TEST_F(SettingsDialogTest, NoModesGiveAnEmptyStandardsMenu) {
+  Menus menus = MenusShown();
+  EXPECT_TRUE(menus.standards.empty()) << "not even a separator";
+  // The empty selection's tag names row 0, "NTSC 4x3 23.98", and its formats.
+  std::vector<std::string> formats = {"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2", "JPEG", "DV NTSC",
+                                      "DVCPRO50 NTSC"};
+  EXPECT_EQ(formats, menus.formats);
+}
+
+TEST_F(SettingsDialogTest, RatesMatchWithin15) {
+  EXPECT_EQ(1964116u, RateOf(1)) << "1966080500 / 1001";
+  mCard.modes = {Mode(720, 486, 1964110)};
+  EXPECT_EQ(std::vector<std::string>({"NTSC 4x3", "NTSC 16x9"}), MenusShown().standards);
+  mCard.modes = {Mode(720, 486, 1964100)};
+  EXPECT_TRUE(MenusShown().standards.empty());
+  mCard.modes = {Mode(1920, 1080, 1964110)};
+  EXPECT_EQ(std::vector<std::string>({"-", "HD 1080p 29.97", "HD 1080i 59.94"}), MenusShown().standards)
+      << "the first group is all unsupported: a separator comes first";
+}
+
+TEST_F(SettingsDialogTest, HardwareFlagsDecide10BitFormats) {
+  mCard.modes = {Mode(720, 576, RateOf(4)), Mode(1920, 1080, RateOf(13)), Mode(2048, 1556, RateOf(25))};
+  mCard.flags = ktnHardwareFlagNo10BitYUVInHD;  // and no 10-bit RGB
+  mSettings = SignedCaptureSettings(4, 0, 2, 16, 48000);
+  Menus pal = MenusShown();
+  EXPECT_NE(pal.formats.end(), std::find(pal.formats.begin(), pal.formats.end(), "Uncompressed 10-bit 4:2:2"));
+  mSettings = SignedCaptureSettings(13, 0, 2, 16, 48000);
+  Menus hd = MenusShown();
+  EXPECT_EQ(std::vector<std::string>({"Uncompressed 8-bit 4:2:2", "JPEG"}), hd.formats);
+  mSettings = SignedCaptureSettings(25, 2, 2, 16, 48000);
+  Menus twoK = MenusShown();
+  EXPECT_EQ("2K 1556p 25", twoK.selectedStandard);
+  EXPECT_TRUE(twoK.formats.empty()) << "without 10-bit RGB the 2K standards show no format";
+}
+
+TEST_F(SettingsDialogTest, NtscDvRecordStillSelectsItsStandard) {
+  mCard.modes = {Mode(720, 486, RateOf(1))};
+  mSettings = SignedCaptureSettings(1, 4, 2, 16, 48000);  // height 480
+  ASSERT_EQ(480u, mSettings.height);
+  Menus menus = MenusShown();
+  EXPECT_EQ("NTSC 4x3", menus.selectedStandard);
+  EXPECT_EQ("DV NTSC", menus.selectedFormat);
+}
+
+TEST_F(SettingsDialogTest, OkStoresTheChoice) {
+  mCard.modes = {Mode(720, 486, RateOf(1)), Mode(1920, 1080, RateOf(13))};
+  bool cancelled = true;
+  EXPECT_EQ(0, RunDialog(
+                   [](QDialog* dialog) {
+                     QComboBox* standards = dialog->findChild<QComboBox*>("mStandardPopup");
+                     standards->setCurrentIndex(standards->findText("HD 1080i 50"));
+                     emit standards->activated(standards->currentIndex());
+                     QComboBox* formats = dialog->findChild<QComboBox*>("mFormatPopup");
+                     formats->setCurrentIndex(formats->findText("DVCPROHD 1080i50"));
+                     emit formats->activated(formats->currentIndex());
+                     QComboBox* bits = dialog->findChild<QComboBox*>("mTypePopup");
+                     bits->setCurrentIndex(bits->findData(24));
+                     QTest::mouseClick(dialog->findChild<QPushButton*>("okButton"), Qt::LeftButton);
+                   },
+                   &cancelled));
+  EXPECT_FALSE(cancelled);
+  EXPECT_EQ(FourCC("Hi50"), mSettings.displayMode);
+  EXPECT_EQ(FourCC("dvh5"), mSettings.codecType);
+  EXPECT_EQ(24u, mSettings.audioSampleType);
+  UserDefaults& defaults = UserDefaults::Standard();
+  EXPECT_EQ(19, defaults.IntegerForKey(kVideoStandardKey)) << "remembered in the user defaults";
+  EXPECT_EQ(11, defaults.IntegerForKey(kVideoFormatKey));
+}
+
+TEST_F(SettingsDialogTest, CancelKeepsTheRecordButAFormatChangeStands) {
+  mCard.modes = {Mode(720, 486, RateOf(1))};
+  CaptureSettings before = mSettings;
+  bool cancelled = false;
+  EXPECT_EQ(0, RunDialog(
+                   [](QDialog* dialog) {
+                     QComboBox* formats = dialog->findChild<QComboBox*>("mFormatPopup");
+                     formats->setCurrentIndex(formats->findText("JPEG"));
+                     emit formats->activated(formats->currentIndex());
+                     QTest::mouseClick(dialog->findChild<QPushButton*>("cancelButton"), Qt::LeftButton);
+                   },
+                   &cancelled));
+  EXPECT_TRUE(cancelled);
+  EXPECT_EQ(FourCC("jpeg"), mSettings.codecType) << "the format menu writes the codec type at once";
+  EXPECT_EQ(before.codecVendor, mSettings.codecVendor);
+  EXPECT_EQ(before.displayMode, mSettings.displayMode);
+}
+
+TEST_F(SettingsDialogTest, ClosingTheWindowIsACancel) {
+  mCard.modes = {Mode(720, 486, RateOf(1))};
+  bool cancelled = false;
+  EXPECT_EQ(0, RunDialog([](QDialog* dialog) { dialog->close(); }, &cancelled));
+  EXPECT_TRUE(cancelled);
+}
+
+TEST_F(SettingsDialogTest, DeviceThatCannotListItsModesShowsNoDialog) {
+  mCard.modesResult = kVeldranFail;
+  Util::CapturedStderr captured;
+  EXPECT_EQ(kVeldranFail, RunDialog([](QDialog*) { ADD_FAILURE() << "the dialog was shown"; }));
+  EXPECT_EQ("*** Run[#]: GetSupportedInputDisplayModes returned -2147483646 (0xffffffff80000002)\n", captured.Text());
+}
+
+// ---- The host's grey ----
+
+struct GreyCase {
+  QColor host;
+  int level;
+  bool lightLabels;
+  const char* report;
+};
+
+TEST_F(SettingsDialogTest, DialogBlendsIntoTheHostsGrey) {
+  const GreyCase cases[] = {
+      {QColor(60, 60, 60), 60, true, ""},
+      {QColor(200, 200, 200), 200, false, ""},
+      {QColor(200, 100, 50), 89, true,
+       "*** setMainWindow[#]: Interface colour isn't grey: a: 255 r: 50 g: 100 b: 200\n"},
+  };
+  for (const GreyCase& c : cases) {
+    PaintHost(c.host);
+    CaptureSettingsWindowController controller(SETTINGS_UI);
+    QDialog* window = controller.window();
+    ASSERT_NE(nullptr, window);
+    Util::CapturedStderr captured;
+    controller.setMainWindow(&mHostWindow);
+    EXPECT_EQ(c.report, captured.Text());
+    EXPECT_EQ(c.level, controller.GreyLevel());
+    EXPECT_EQ(QColor(c.level, c.level, c.level), window->palette().color(QPalette::Window));
+    QColor label = window->findChild<QLabel*>("mRateTextField")->palette().color(QPalette::WindowText);
+    if (c.lightLabels) {
+      EXPECT_EQ(QColor::fromRgbF(0.75, 0.75, 0.75), label) << c.level;
+    } else {
+      EXPECT_NE(QColor::fromRgbF(0.75, 0.75, 0.75), label) << "the layout's colour stays";
+    }
+  }
+}
+
+TEST_F(SettingsDialogTest, WithoutAHostWindowTheGreyIs89AndLabelsAreLight) {
+  CaptureSettingsWindowController controller(SETTINGS_UI);
+  ASSERT_NE(nullptr, controller.window());
+  controller.setMainWindow(nullptr);
+  EXPECT_EQ(89, controller.GreyLevel());
+}
+
+TEST_F(SettingsDialogTest, AudioMenusCarryTheirValuesAsTags) {
+  CaptureSettingsWindowController controller(SETTINGS_UI);
+  QDialog* window = controller.window();
+  ASSERT_NE(nullptr, window);
+  auto tags = [window](const char* name) {
+    std::vector<int> values;
+    QComboBox* popup = window->findChild<QComboBox*>(name);
+    for (int i = 0; i < popup->count(); ++i) values.push_back(popup->itemData(i).toInt());
+    return values;
+  };
+  EXPECT_EQ(std::vector<int>({2, 8, 16}), tags("mChannelsPopup"));
+  EXPECT_EQ(std::vector<int>({16, 24, 32}), tags("mTypePopup"));
+  EXPECT_EQ(std::vector<int>({48000}), tags("mRatePopup"));
+}
+
+TEST_F(SettingsDialogTest, MissingLayoutIsReported) {
+  CaptureSettingsWindowController controller("/nonexistent/Settings.ui");
+  Util::CapturedStderr captured;
+  EXPECT_EQ(nullptr, controller.window());
+  EXPECT_EQ("*** window[#]: Cannot open the dialog layout /nonexistent/Settings.ui\n", captured.Text());
+}
+
+}  // namespace
+}  // namespace KTN
