@@ -75,7 +75,9 @@ class FakeInput : public VeldranObject<IVeldranInput> {
     *iterator = rc ? nullptr : new FakeModeIterator;
     return rc;
   }
-  VeldranResult SetScreenPreviewCallback(IVeldranScreenPreviewCallback*) override { return Record("SetScreenPreviewCallback"); }
+  VeldranResult SetScreenPreviewCallback(IVeldranScreenPreviewCallback* callback) override {
+    return Record(callback ? "SetScreenPreviewCallback" : "SetScreenPreviewCallback(null)");
+  }
   VeldranResult EnableVideoInput(uint32_t, uint32_t, uint32_t flags) override {
     Record("EnableVideoInput");
     sInstalled->enableVideoFlags.push_back(flags);

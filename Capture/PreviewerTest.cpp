@@ -1,0 +1,211 @@
+// Tests of the live preview's registration and placement, on Qt's offscreen platform with a
+// stand-in for the card's preview helper.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <QApplication>
+#include <QWidget>
+#include <atomic>
+
+#include "Capture/APICapture.h"
+#include "Capture/FakeVeldran.h"
+#include "Capture/LinuxPreviewer.h"
+#include "Capture/PreviewGLView.h"
+#include "Capture/VeldranAPILoader.h"
+#include "DeviceAPI/VeldranObject.h"
+#include "Util/CapturedStderr.h"
+
+namespace KTN {
+namespace {
+
+class QtApplication : public testing::Environment {
+ public:
+  void SetUp() override {
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    static int argc = 1;
+    static char* argv[] = {const_cast<char*>("PreviewerTest"), nullptr};
+    mApplication = new QApplication(argc, argv);
+  }
+  void TearDown() override { delete mApplication; }
+
+ private:
+  QApplication* mApplication = nullptr;
+};
+const bool sQt = (testing::AddGlobalTestEnvironment(new QtApplication), true);
+
+std::atomic<int> sFramesSet{0};
+
+// Stands in for the card's OpenGL preview helper: counts the frames it is given.
+class FakePreviewHelper : public VeldranObject<IVeldranGLScreenPreviewHelper> {
+ public:
+  VeldranResult InitializeGL() override { return kVeldranOK; }
+  VeldranResult PaintGL() override { return kVeldranOK; }
+  VeldranResult SetFrame(IVeldranVideoFrame* frame) override {
+    if (frame) ++sFramesSet;
+    return kVeldranOK;
+  }
+};
+
+IVeldranGLScreenPreviewHelper* CreateFakeHelper() {
+  return new FakePreviewHelper;
+}
+
+class FakeFrame : public VeldranObject<IVeldranVideoFrame> {
+ public:
+  int32_t GetWidth() override { return 16; }
+  int32_t GetHeight() override { return 16; }
+  int32_t GetRowBytes() override { return 32; }
+  uint32_t GetPixelFormat() override { return ktnFormat8BitYUV; }
+  uint32_t GetFlags() override { return 0; }
+  VeldranResult GetBytes(void** buffer) override {
+    *buffer = mBytes;
+    return kVeldranOK;
+  }
+
+ private:
+  uint8_t mBytes[512] = {};
+};
+
+class PreviewerTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    mCard.Install();
+    mCapture = new APICapture;
+    ASSERT_EQ(0, mCapture->Init());
+    // From here the card offers a preview helper: the stand-in.
+    VeldranEntryPoints entryPoints;
+    entryPoints.createOpenGLPreview = CreateFakeHelper;
+    SetVeldranEntryPointsForTesting(entryPoints);
+    mCard.calls.clear();
+    sFramesSet = 0;
+    mHostView.resize(320, 180);
+  }
+  void TearDown() override {
+    mCapture->Release();
+    Previewer::sCurrent = nullptr;
+  }
+  std::string Calls() {
+    std::string text;
+    for (const std::string& call : mCard.calls) text += call + ";";
+    return text;
+  }
+  pmDisplayPos Display() {
+    pmDisplayPos display = {};
+    display.window = &mHostView;
+    display.rect[2] = 320;
+    display.rect[3] = 180;
+    return display;
+  }
+  int PreviewViews() { return static_cast<int>(mHostView.findChildren<QWidget*>(PreviewGLView::kTagName, Qt::FindDirectChildrenOnly).size()); }
+
+  FakeVeldran mCard;
+  APICapture* mCapture = nullptr;
+  QWidget mHostView;
+};
+
+TEST_F(PreviewerTest, ASecondPreviewerReplacesTheFirstWhoseDisableThenDoesNothing) {
+  Previewer* first = Previewer::Create();
+  Previewer* second = Previewer::Create();
+  EXPECT_EQ(0, first->Enable(mCapture->mInput));
+  EXPECT_EQ(first, Previewer::sCurrent.load());
+  EXPECT_EQ(0, second->Enable(mCapture->mInput));
+  EXPECT_EQ(second, Previewer::sCurrent.load());
+  mCard.calls.clear();
+  EXPECT_EQ(0, first->Disable(mCapture->mInput));
+  EXPECT_EQ("", Calls()) << "the successor's registration is left alone";
+  EXPECT_EQ(second, Previewer::sCurrent.load());
+  EXPECT_EQ(0, second->Disable(mCapture->mInput));
+  EXPECT_EQ("SetScreenPreviewCallback(null);", Calls());
+  EXPECT_EQ(nullptr, Previewer::sCurrent.load());
+  first->Release();
+  second->Release();
+}
+
+TEST_F(PreviewerTest, NullDeviceChangesNothingAndAFailedRegistrationIsReported) {
+  Previewer* previewer = Previewer::Create();
+  EXPECT_EQ(0, previewer->Enable(static_cast<IVeldranInput*>(nullptr)));
+  EXPECT_EQ(nullptr, Previewer::sCurrent.load());
+  mCard.results["SetScreenPreviewCallback"] = kVeldranFail;
+  Util::CapturedStderr captured;
+  EXPECT_EQ(kVeldranFail, previewer->Enable(mCapture->mInput));
+  EXPECT_EQ("*** Enable[#]: SetScreenPreviewCallback returned -2147483646\n", captured.Text());
+  EXPECT_EQ(previewer, Previewer::sCurrent.load()) << "sCurrent keeps pointing at it";
+  previewer->Release();
+}
+
+TEST_F(PreviewerTest, SetViewBeforeSetDisplayOnlyReportsANullRectangle) {
+  Previewer* previewer = Previewer::Create();
+  Util::CapturedStderr captured;
+  previewer->SetView(nullptr);
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  EXPECT_EQ("*** SetView[#]: Invalid view pointer\n", captured.Text());
+  EXPECT_EQ(0, PreviewViews());
+  previewer->Release();
+}
+
+TEST_F(PreviewerTest, AFrameWithoutAViewIsDroppedSilently) {
+  Previewer* previewer = Previewer::Create();
+  FakeFrame* frame = new FakeFrame;
+  Util::CapturedStderr captured;
+  EXPECT_EQ(0, previewer->DrawFrame(frame));
+  EXPECT_EQ(0, previewer->DrawFrame(nullptr));
+  EXPECT_EQ("", captured.Text());
+  EXPECT_EQ(0, sFramesSet);
+  frame->Release();
+  previewer->Release();
+}
+
+TEST_F(PreviewerTest, ViewIsPlacedOnceAndLaterViewsOnlyUpdateTheProjection) {
+  Previewer* previewer = Previewer::Create();
+  pmDisplayPos display = Display();
+  previewer->SetDisplay(&display);
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  ASSERT_EQ(1, PreviewViews());
+  QWidget* view = mHostView.findChild<QWidget*>(PreviewGLView::kTagName);
+  EXPECT_EQ(mHostView.rect(), view->geometry());
+  prFloatRect half = {0.25f, 0.25f, 0.75f, 0.75f};
+  previewer->SetView(&half);
+  EXPECT_EQ(1, PreviewViews());
+  EXPECT_EQ(view, mHostView.findChild<QWidget*>(PreviewGLView::kTagName)) << "the same view, still in place";
+  FakeFrame* frame = new FakeFrame;
+  EXPECT_EQ(0, previewer->DrawFrame(frame));
+  EXPECT_EQ(1, sFramesSet) << "with a view the frame goes to the helper";
+  frame->Release();
+  previewer->Release();
+  QApplication::processEvents();  // the view goes on the GUI thread
+  QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  EXPECT_EQ(0, PreviewViews());
+}
+
+TEST_F(PreviewerTest, ALeftoverViewIsRemovedWhenANewOneIsPlaced) {
+  QWidget* leftover = new QWidget(&mHostView);
+  leftover->setObjectName(PreviewGLView::kTagName);
+  Previewer* previewer = Previewer::Create();
+  pmDisplayPos display = Display();
+  previewer->SetDisplay(&display);
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  EXPECT_EQ(1, PreviewViews());
+  EXPECT_NE(leftover, mHostView.findChild<QWidget*>(PreviewGLView::kTagName));
+  previewer->Release();
+}
+
+TEST_F(PreviewerTest, WithoutAPreviewHelperNoViewIsMade) {
+  SetVeldranEntryPointsForTesting(VeldranEntryPoints());
+  Previewer* previewer = Previewer::Create();
+  pmDisplayPos display = Display();
+  Util::CapturedStderr captured;
+  previewer->SetDisplay(&display);
+  EXPECT_EQ("*** -[PreviewGLView initWithFrame:][#]: CreateOpenGLScreenPreviewHelper failed\n"
+            "*** SetDisplay[#]: Failed to initialise a PreviewGLView instance\n",
+            captured.Text());
+  EXPECT_EQ(0, PreviewViews());
+  previewer->Release();
+}
+
+}  // namespace
+}  // namespace KTN
