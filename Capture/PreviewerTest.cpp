@@ -15,24 +15,12 @@
 #include "Capture/VeldranAPILoader.h"
 #include "DeviceAPI/VeldranObject.h"
 #include "Util/CapturedStderr.h"
+#include "tests/OffscreenQtApplication.h"
 
 namespace KTN {
 namespace {
 
-class QtApplication : public testing::Environment {
- public:
-  void SetUp() override {
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    static int argc = 1;
-    static char* argv[] = {const_cast<char*>("PreviewerTest"), nullptr};
-    mApplication = new QApplication(argc, argv);
-  }
-  void TearDown() override { delete mApplication; }
-
- private:
-  QApplication* mApplication = nullptr;
-};
-const bool sQt = (testing::AddGlobalTestEnvironment(new QtApplication), true);
+const bool sQt = (testing::AddGlobalTestEnvironment(new OffscreenQtApplication), true);
 
 std::atomic<int> sFramesSet{0};
 

@@ -23,6 +23,7 @@
 #include "Settings/LinuxSettingsDialog.h"
 #include "Settings/UserDefaults.h"
 #include "Util/CapturedStderr.h"
+#include "tests/OffscreenQtApplication.h"
 #include "Util/FourCC.h"
 
 namespace KTN {
@@ -30,21 +31,7 @@ namespace {
 
 using Util::FourCC;
 
-// A QApplication for the whole program, on the offscreen platform.
-class QtApplication : public testing::Environment {
- public:
-  void SetUp() override {
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    static int argc = 1;
-    static char* argv[] = {const_cast<char*>("SettingsDialogTest"), nullptr};
-    mApplication = new QApplication(argc, argv);
-  }
-  void TearDown() override { delete mApplication; }
-
- private:
-  QApplication* mApplication = nullptr;
-};
-const bool sQt = (testing::AddGlobalTestEnvironment(new QtApplication), true);
+const bool sQt = (testing::AddGlobalTestEnvironment(new OffscreenQtApplication), true);
 
 // The card's device control as the dialog sees it: chosen modes and hardware flags.
 class FakeDeviceControl : public VeldranObject<IVeldranDeviceControl> {
