@@ -94,14 +94,8 @@ long SharedMemory::Map(void*& address, bool readOnly) {
     KTN_LOG("fstat(%d) failed with errno %ld (%s)", fd, result, strerror(errno));
   } else {
     unsigned long long length = static_cast<unsigned long long>(info.st_size);
-    address = mmap(nullptr, length, readOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (address != MAP_FAILED) {
-      mAddress = address;
-      mSize = length;
-    } else if (errno != 0) {
-      result = errno;
-      KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", length, fd, result, strerror(errno));
-    }
+    result = MapDescriptor(fd, length, readOnly, address);
+    if (result) KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", length, fd, result, strerror(result));
   }
   // The mapping outlives the descriptor; descriptor 0 is left open as in Create.
   if (fd > 0 && close(fd) != 0 && errno != 0) {
@@ -109,6 +103,51 @@ long SharedMemory::Map(void*& address, bool readOnly) {
   }
   if (address == MAP_FAILED) address = nullptr;
   return result;
+}
+
+long SharedMemory::MapTrusted(void*& address, uid_t owner, unsigned long long size) {
+  address = nullptr;
+  if (!mKey[0] || mAddress) {
+    KTN_LOG("Invalid key or already mapped");
+    return EINVAL;
+  }
+  // O_NOFOLLOW: the name must be the segment itself.
+  int fd = shm_open(mKey, O_RDONLY | O_NOFOLLOW, 0);
+  if (fd < 0) {
+    long error = errno;
+    KTN_LOG("shm_open(%s) failed with errno %ld (%s)", mKey, error, strerror(errno));
+    return error;
+  }
+  long result = 0;
+  struct stat info;
+  if (fstat(fd, &info) != 0) {
+    result = errno;
+    KTN_LOG("fstat(%d) failed with errno %ld (%s)", fd, result, strerror(errno));
+  } else if (info.st_uid != owner || (info.st_mode & 077) != 0 || !S_ISREG(info.st_mode)) {
+    result = EACCES;
+    KTN_LOG("Segment %s belongs to user %u with mode %o: refused", mKey, static_cast<unsigned>(info.st_uid),
+            static_cast<unsigned>(info.st_mode & 07777));
+  } else if (static_cast<unsigned long long>(info.st_size) != size) {
+    result = EINVAL;
+    KTN_LOG("Segment %s holds %llu bytes, not the %llu announced", mKey,
+            static_cast<unsigned long long>(info.st_size), size);
+  } else {
+    result = MapDescriptor(fd, size, true, address);
+    if (result) KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", size, fd, result, strerror(result));
+  }
+  close(fd);
+  if (address == MAP_FAILED) address = nullptr;
+  return result;
+}
+
+long SharedMemory::MapDescriptor(int fd, unsigned long long length, bool readOnly, void*& address) {
+  address = mmap(nullptr, length, readOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (address != MAP_FAILED) {
+    mAddress = address;
+    mSize = length;
+    return 0;
+  }
+  return errno;
 }
 
 long SharedMemory::Unmap() {

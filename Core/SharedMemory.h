@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <sys/types.h>
 
 namespace KTN {
 
@@ -31,6 +32,10 @@ class SharedMemory {
   long Create(unsigned long long size);
   // Opens the existing segment and maps all of it; address receives the start or null.
   long Map(void*& address, bool readOnly);
+  // As Map read-only, for a reader that does not trust the segment's maker: the segment
+  // must belong to owner, be accessible to nobody else and hold exactly size bytes, or it
+  // is refused (13 EACCES, or 22) before a byte of it is mapped.
+  long MapTrusted(void*& address, uid_t owner, unsigned long long size);
   long Unmap();
   long Unlink();
 
@@ -40,6 +45,10 @@ class SharedMemory {
   const char* Key() const { return mKey; }
 
  private:
+  // Maps the open descriptor fd (length bytes); returns errno of a failed mmap unlogged,
+  // so that the caller names itself in the message.
+  long MapDescriptor(int fd, unsigned long long length, bool readOnly, void*& address);
+
   static constexpr size_t kMaxKeyLength = 31;
 
   char mKey[kMaxKeyLength + 1];

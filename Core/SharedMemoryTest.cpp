@@ -72,6 +72,60 @@ TEST(SharedMemoryTest, SegmentIsOwnerReadWriteOnly) {
   EXPECT_EQ(16, info.st_size);
 }
 
+// Segments a wary reader meets: only its own user's, closed to others, of the size it was
+// told, is mapped.
+struct TrustCase {
+  const char* tag;
+  mode_t mode;         // permissions given to the segment after creation
+  bool otherOwner;     // the reader expects a different owner
+  long sizeDelta;      // the reader expects this many bytes more than the segment holds
+  long expected;
+  const char* message; // a piece of the one line logged, or null when nothing is
+};
+
+const TrustCase kTrustCases[] = {
+    {"ok", 0600, false, 0, 0, nullptr},
+    {"ro", 0400, false, 0, 0, nullptr},
+    {"group", 0640, false, 0, EACCES, "with mode 640: refused"},
+    {"world", 0606, false, 0, EACCES, "with mode 606: refused"},
+    {"owner", 0600, true, 0, EACCES, ": refused"},
+    {"short", 0600, false, 1, EINVAL, "holds 4096 bytes, not the 4097 announced"},
+    {"long", 0600, false, -1, EINVAL, "holds 4096 bytes, not the 4095 announced"},
+};
+
+TEST(SharedMemoryTest, MapTrustedTakesOnlyPrivateSegmentsOfTheAnnouncedSize) {
+  for (const TrustCase& test : kTrustCases) {
+    std::string key = TestKey(test.tag);
+    SegmentCleanup cleanup{key};
+    SharedMemory writer(key.c_str());
+    ASSERT_EQ(0, writer.Create(4096)) << test.tag;
+    ASSERT_EQ(0, chmod(("/dev/shm/" + key).c_str(), test.mode)) << test.tag;
+    SharedMemory reader(key.c_str());
+    void* view = reinterpret_cast<void*>(1);
+    CapturedStderr captured;
+    uid_t owner = test.otherOwner ? getuid() + 1 : getuid();
+    EXPECT_EQ(test.expected, reader.MapTrusted(view, owner, 4096 + test.sizeDelta)) << test.tag;
+    std::string text = captured.Text();
+    if (test.expected == 0) {
+      EXPECT_NE(nullptr, view) << test.tag;
+      EXPECT_EQ(4096u, reader.Size()) << test.tag;
+      EXPECT_EQ("", text) << test.tag;
+    } else {
+      EXPECT_EQ(nullptr, view) << test.tag;
+      EXPECT_EQ(0u, reader.Size()) << test.tag;
+      EXPECT_NE(std::string::npos, text.find(test.message)) << test.tag << ": " << text;
+    }
+  }
+}
+
+TEST(SharedMemoryTest, MapTrustedRefusesAMissingSegment) {
+  SharedMemory reader(TestKey("absent").c_str());
+  void* view = nullptr;
+  CapturedStderr captured;
+  EXPECT_EQ(ENOENT, reader.MapTrusted(view, getuid(), 16));
+  EXPECT_NE(std::string::npos, captured.Text().find("shm_open(")) << captured.Text();
+}
+
 TEST(SharedMemoryTest, CreatorRemovesTheNameWhenDestroyed) {
   std::string key = TestKey("gone");
   SegmentCleanup cleanup{key};

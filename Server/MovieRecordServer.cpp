@@ -2,6 +2,7 @@
 #include "Server/MovieRecordServer.h"
 
 #include <errno.h>
+#include <unistd.h>
 
 #include "IPC/RecorderCommands.h"
 #include "Server/CodecTable.h"
@@ -112,25 +113,22 @@ long MovieRecordServer::MapSegment(const char* key, unsigned long long size,
                                    std::unique_ptr<Core::SharedMemory>& segment) {
   segment.reset(new Core::SharedMemory(key));
   void* address = nullptr;
-  if (long rc = segment->Map(address, true)) return rc;
-  if (segment->Size() != size) {
-    KTN_LOG("Segment %s holds %llu bytes, not the %llu announced", key, segment->Size(), size);
-    return EINVAL;
-  }
-  return 0;
+  // Only a segment of this user's, closed to others and of the announced size is read.
+  return segment->MapTrusted(address, getuid(), size);
 }
 
 long MovieRecordServer::MapVideo(unsigned long long size) {
   std::unique_ptr<Core::SharedMemory> segment;
   if (long rc = AcceptSegment(mVideoEnabled, "video", kVideoShmKey, size, segment)) return rc;
-  // Whole rows of the device's format; uncompressed types store exactly the configured
-  // height, compressed ones crop surplus rows (NTSC's 486 lines for its 480-line DV).
+  // Whole rows of the device's format at the configured height.
   uint64_t rows = size / mVideoRowBytes;
   bool compressed = FindServerCodec(static_cast<uint32_t>(mVideoCodecType))->compressed;
-  if (size == 0 || size % mVideoRowBytes != 0 || (compressed ? rows < static_cast<uint64_t>(mVideoHeight)
-                                                             : rows != static_cast<uint64_t>(mVideoHeight))) {
-    KTN_LOG("Video segment of %llu bytes is not %s%d rows of %llu bytes", size, compressed ? "at least " : "",
-            mVideoHeight, static_cast<unsigned long long>(mVideoRowBytes));
+  uint64_t height = static_cast<uint64_t>(mVideoHeight);
+  // Compressed types take NTSC's 486 lines for their 480; nothing else is implied.
+  bool rowsImplied = rows == height || (compressed && height == 480 && rows == 486);
+  if (size == 0 || size % mVideoRowBytes != 0 || !rowsImplied) {
+    KTN_LOG("Video segment of %llu bytes is not %d rows of %llu bytes", size, mVideoHeight,
+            static_cast<unsigned long long>(mVideoRowBytes));
     return EINVAL;
   }
   MediaItem item;
@@ -149,8 +147,9 @@ long MovieRecordServer::MapAudio(unsigned long long size) {
   std::unique_ptr<Core::SharedMemory> segment;
   if (long rc = AcceptSegment(mAudioEnabled, "audio", kAudioShmKey, size, segment)) return rc;
   uint64_t frameBytes = static_cast<uint64_t>(mAudioChannels) * static_cast<uint64_t>(mAudioType / 8);
-  if (size == 0 || size % frameBytes != 0) {
-    KTN_LOG("Audio segment of %llu bytes is not whole sample frames of %llu bytes", size,
+  // Whole sample frames, and no more than a second of them: a packet is one frame's sound.
+  if (size == 0 || size % frameBytes != 0 || size > frameBytes * static_cast<uint64_t>(mAudioRate)) {
+    KTN_LOG("Audio segment of %llu bytes is not up to a second of whole sample frames of %llu bytes", size,
             static_cast<unsigned long long>(frameBytes));
     return EINVAL;
   }

@@ -52,7 +52,8 @@ class MovieRecordServer : public QTRecordServerIPC {
   // the segment: 22 when none is, the recording's first write error, or MapSegment's result.
   long AcceptSegment(bool enabled, const char* media, const char* key, unsigned long long size,
                      std::unique_ptr<Core::SharedMemory>& segment);
-  // Maps the segment named key read-only and checks that it holds size bytes.
+  // Maps the segment named key read-only once it is known to be this user's, closed to
+  // others and of size bytes.
   long MapSegment(const char* key, unsigned long long size, std::unique_ptr<Core::SharedMemory>& segment);
   long WriteItem(MediaItem& item);
   long FinishRecording();

@@ -341,6 +341,17 @@ TEST(QTRecordServerTest, SegmentsThatBreakTheConfigurationAreRefusedAndNotWritte
     EXPECT_EQ(22, HandOver(client, kVideoShmKey, ragged, true)) << "not whole rows";
     std::vector<uint8_t> halfSample(8 * 3 * 10 + 1);
     EXPECT_EQ(22, HandOver(client, kAudioShmKey, halfSample, false)) << "not whole sample frames";
+    // More than a second of sound in one packet is no frame's worth.
+    std::vector<uint8_t> tooLong(24 * 48001);
+    EXPECT_EQ(22, HandOver(client, kAudioShmKey, tooLong, false)) << "over a second of sound";
+    // A segment others could write is not read, whatever its size.
+    {
+      Core::SharedMemory segment(kVideoShmKey);
+      ASSERT_EQ(0, segment.Create(good.size()));
+      std::string name = std::string("/dev/shm/") + (kVideoShmKey[0] == '/' ? kVideoShmKey + 1 : kVideoShmKey);
+      ASSERT_EQ(0, chmod(name.c_str(), 0666)) << name;
+      EXPECT_EQ(13, client.MapVideo(good.size())) << "open to others";
+    }
     // A size that differs from the segment's is refused before anything is read.
     {
       Core::SharedMemory segment(kVideoShmKey);
@@ -350,8 +361,10 @@ TEST(QTRecordServerTest, SegmentsThatBreakTheConfigurationAreRefusedAndNotWritte
     std::string text = captured.Text();
     EXPECT_NE(std::string::npos, text.find("Video segment of 5524480 bytes is not 1080 rows of 5120 bytes")) << text;
     EXPECT_NE(std::string::npos, text.find("holds 5529600 bytes, not the 11059200 announced")) << text;
+    EXPECT_NE(std::string::npos, text.find("with mode 666: refused")) << text;
+    EXPECT_NE(std::string::npos, text.find("Audio segment of 1152024 bytes is not up to a second")) << text;
     EXPECT_NE(std::string::npos, text.find("Video segment of 5529607 bytes is not 1080 rows of 5120 bytes")) << text;
-    EXPECT_NE(std::string::npos, text.find("Audio segment of 241 bytes is not whole sample frames of 24 bytes")) << text;
+    EXPECT_NE(std::string::npos, text.find("Audio segment of 241 bytes is not up to a second of whole sample frames of 24 bytes")) << text;
     ASSERT_EQ(0, HandOver(client, kVideoShmKey, good, true));
     EXPECT_EQ(0, client.Stop());
   }
