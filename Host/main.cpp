@@ -16,6 +16,7 @@
 #include "Host/HostSettingsFile.h"
 #include "Host/PluginHost.h"
 #include "Host/RecordSession.h"
+#include "Server/MovieFinisher.h"
 #include "Settings/CaptureSettings.h"
 #include "Settings/CaptureTables.h"
 #include "Util/TimeCode.h"
@@ -35,6 +36,7 @@ const char kUsage[] =
     "                              [--bits 16|24|32] [--frames N | --seconds S] [--in HH:MM:SS:FF]\n"
     "                              [--abort-on-drop] [--no-audio] [--plugin BUNDLE]\n"
     "       kestrin-capture info\n"
+    "       kestrin-capture repair MOVIE\n"
     "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE]\n";
 
 int Usage(const std::string& problem) {
@@ -230,6 +232,19 @@ int Record(int argc, char** argv) {
   return 0;
 }
 
+// Gives an interrupted recording its ordinary index, in place.
+int Repair(int argc, char** argv) {
+  if (argc != 1) return Usage("repair needs exactly one MOVIE");
+  std::string movie = argv[0];
+  bool fragmented = MovieFinisher::IsFragmented(movie);
+  if (long rc = MovieFinisher::Finish(movie)) {
+    fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(), strerror(static_cast<int>(rc)));
+    return 1;
+  }
+  printf("%s %s\n", movie.c_str(), fragmented ? "repaired" : "needs no repair");
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -237,6 +252,7 @@ int main(int argc, char** argv) {
   std::string command = argv[1];
   if (command == "record") return Record(argc - 2, argv + 2);
   if (command == "info") return PrintCardInfo(stdout);
+  if (command == "repair") return Repair(argc - 2, argv + 2);
   if (command == "gui") return RunCaptureWindow(argc - 2, argv + 2);
   if (command == "-h" || command == "--help" || command == "help") {
     fputs(kUsage, stdout);

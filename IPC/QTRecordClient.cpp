@@ -23,11 +23,8 @@ void CloseStreams(FILE* readStream, FILE* writeStream) {
 }  // namespace
 
 QTRecordClient::~QTRecordClient() {
-  mTask.WaitUntilExit();
-  if (mReadStream && fclose(mReadStream) != 0) KTN_LOG("fclose(mReadStream) returned %ld", static_cast<long>(errno));
-  mReadStream = nullptr;
-  mResponsePipe.CloseReadEnd();
-  mResponsePipe.CloseWriteEnd();
+  // The server's input ends first: a server whose owner went without Exit sees the end,
+  // finishes the open movie and leaves, so the wait below ends.
   if (mWriteStream) {
     // Closing flushes what a failed write left buffered, into a server that may be gone.
     SigpipeBlock noSigpipe;
@@ -36,6 +33,11 @@ QTRecordClient::~QTRecordClient() {
   mWriteStream = nullptr;
   mCommandPipe.CloseReadEnd();
   mCommandPipe.CloseWriteEnd();
+  mTask.WaitUntilExit();
+  if (mReadStream && fclose(mReadStream) != 0) KTN_LOG("fclose(mReadStream) returned %ld", static_cast<long>(errno));
+  mReadStream = nullptr;
+  mResponsePipe.CloseReadEnd();
+  mResponsePipe.CloseWriteEnd();
 }
 
 long QTRecordClient::Init(const char* path) {

@@ -15,9 +15,9 @@ namespace KTN {
 class QTRecordClient : public QTRecordClientIPC {
  public:
   QTRecordClient() = default;
-  // Waits for the server process to end, then closes the read stream, the response pipe,
-  // the write stream and the command pipe. The owner sends Exit first; without it the
-  // server's input is still open and the wait does not end.
+  // Closes the write stream and the command pipe, waits for the server process to end,
+  // then closes the read stream and the response pipe. Without an Exit first the server
+  // reads the end of its input, finishes any open movie and ends on its own.
   ~QTRecordClient() override;
 
   // Launches the server executable at path (UTF-8) in the executable's own folder, with a

@@ -12,6 +12,8 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include "Server/AvFailure.h"
+#include "Server/MovieFinisher.h"
 #include "Util/FourCC.h"
 #include "Util/Printer.h"
 #include "Util/RowBytes.h"
@@ -21,21 +23,6 @@ extern "C" {
 namespace KTN {
 
 namespace {
-
-// The errno behind an FFmpeg error, or EIO for FFmpeg's own codes.
-long ErrnoOf(int averror) {
-  return averror < 0 && averror > -4096 ? -averror : EIO;
-}
-
-// Logs an FFmpeg failure in the name of the caller and returns its errno.
-long ReportAv(const char* caller, int line, const char* call, int averror) {
-  char text[AV_ERROR_MAX_STRING_SIZE];
-  av_strerror(averror, text, sizeof text);
-  Util::LogFailure(caller, line, "%s failed with %d (%s)\n", call, averror, text);
-  return ErrnoOf(averror);
-}
-
-#define REPORT_AV(call, averror) ReportAv(__func__, __LINE__, call, averror)
 
 // A segment's mapping as the backing store of an FFmpeg buffer: unmapped when the last
 // reference to the packet data goes.
@@ -153,7 +140,15 @@ long MovieWriter::Open(const MovieSettings& settings) {
     result = REPORT_AV("avio_open", rc);
     KTN_LOG("Cannot create the movie %s", mSettings.path.c_str());
   }
-  if (!result && (rc = avformat_write_header(mFormat, nullptr)) < 0) result = REPORT_AV("avformat_write_header", rc);
+  // Written as fragments of half a second, each pushed to the file as soon as it is
+  // complete: a writer killed mid-take leaves a movie that plays to its last fragment.
+  // Finish turns them into one ordinary index.
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "movflags", "+empty_moov+default_base_moof", 0);
+  av_dict_set(&options, "frag_duration", "500000", 0);
+  if (!result) mFormat->flush_packets = 1;
+  if (!result && (rc = avformat_write_header(mFormat, &options)) < 0) result = REPORT_AV("avformat_write_header", rc);
+  av_dict_free(&options);
   if (result) Release();
   return result;
 }
@@ -358,7 +353,10 @@ long MovieWriter::Finish() {
     if (rc < 0 && !mFirstError) mFirstError = REPORT_AV("avio_closep", rc);
   }
   long result = mFirstError;
+  std::string path = mSettings.path;
   Release();
+  // The fragments already play; a failed rewrite (a full disk, say) leaves them as they are.
+  if (long rc = MovieFinisher::Finish(path)) KTN_LOG("The movie %s is kept as fragments (error %ld)", path.c_str(), rc);
   return result;
 }
 

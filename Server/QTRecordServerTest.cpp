@@ -18,6 +18,7 @@
 #include "IPC/Pipe.h"
 #include "IPC/QTRecordClient.h"
 #include "IPC/ServerProcess.h"
+#include "Server/MovieFinisher.h"
 #include "Server/MovieProbe.h"
 #include "Util/CapturedStderr.h"
 #include "Util/FourCC.h"
@@ -234,6 +235,7 @@ TEST_P(CodecRecordingTest, RecordsFramesAndSoundThatReadBack) {
     ASSERT_EQ(0, client.Stop());
   }
   ProbedMovie movie = ProbeMovie(path, true);
+  EXPECT_FALSE(MovieFinisher::IsFragmented(path)) << "a finished take has one ordinary index";
   ASSERT_TRUE(movie.opened);
   EXPECT_EQ(Spelled(take.codecType), Spelled(movie.video.codecTag));
   EXPECT_EQ(stored.width, movie.video.width);
@@ -463,6 +465,115 @@ TEST(QTRecordServerTest, FullBacklogDropsFramesButKeepsTheirTime) {
         << "frame " << expectedFrames[i];
   }
   EXPECT_EQ(10 * 1602, movie.audio.totalDuration) << "no sound is dropped";
+}
+
+
+// How a recording is cut off in the middle of a take.
+enum class Interruption { kServerKilled, kPlugInGone, kCopiedAway };
+
+struct InterruptionCase {
+  const char* name;
+  Interruption how;
+};
+
+const InterruptionCase kInterruptions[] = {
+    {"server killed", Interruption::kServerKilled},
+    {"plug-in gone", Interruption::kPlugInGone},
+    {"copied away mid-write", Interruption::kCopiedAway},
+};
+
+// A take cut off mid-recording plays in both readers up to within a second of the cut,
+// and repair gives it the ordinary index without losing a sample.
+TEST(QTRecordServerTest, InterruptedTakePlaysToWithinASecondAndRepairs) {
+  const Take& take = kTakes[0];  // 2vuy NTSC, 29.97 frames a second
+  constexpr int kHanded = 70;    // four whole half-second fragments and part of a fifth
+  constexpr int kOneSecond = 30;
+  for (const InterruptionCase& test : kInterruptions) {
+    SCOPED_TRACE(test.name);
+    ScratchFolder folder;
+    std::string path = folder.File("cut off.mov");
+    std::string kept = path;
+    {
+      CapturedStderr captured;
+      QTRecordClient client;
+      ASSERT_EQ(0, client.Init(QT_RECORD_SERVER));
+      ASSERT_EQ(0, Configure(client, take, path));
+      for (int frame = 0; frame < kHanded; ++frame) {
+        ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, frame), true)) << frame;
+        ASSERT_EQ(0, HandOver(client, kAudioShmKey, AudioPayload(take, frame, 1602), false)) << frame;
+      }
+      // Long enough for the writer to take what was handed over.
+      usleep(1500 * 1000);
+      switch (test.how) {
+        case Interruption::kServerKilled:
+          ASSERT_EQ(0, kill(client.ServerPid(), SIGKILL));
+          break;
+        case Interruption::kPlugInGone:
+          break;  // the client goes without a word, closing the server's input
+        case Interruption::kCopiedAway:
+          kept = folder.File("copy.mov");
+          fs::copy_file(path, kept);
+          kill(client.ServerPid(), SIGKILL);
+          break;
+      }
+      usleep(300 * 1000);
+    }
+    ProbedMovie movie = ProbeMovie(kept, true);
+    ASSERT_TRUE(movie.opened);
+    EXPECT_TRUE(movie.decodedEveryVideoFrame);
+    EXPECT_GE(movie.video.packets, kHanded - kOneSecond);
+    EXPECT_LE(movie.video.packets, kHanded);
+    // Sound keeps pace with the pictures that survived, to within one fragment.
+    EXPECT_GE(movie.audio.totalDuration, (movie.video.packets - 15) * 1602);
+    std::string quoted = "'" + kept + "'";
+    std::string frames = CommandOutput("ffprobe -v error -count_packets -select_streams v:0 -show_entries "
+                                       "stream=codec_tag_string,nb_read_packets -of csv=p=0 " + quoted);
+    EXPECT_EQ("2vuy," + std::to_string(movie.video.packets), frames);
+    EXPECT_EQ("2vuy", CommandOutput("mediainfo --Inform='Video;%CodecID%' " + quoted));
+
+    ASSERT_EQ(0, MovieFinisher::Finish(kept));
+    EXPECT_FALSE(MovieFinisher::IsFragmented(kept));
+    ProbedMovie repaired = ProbeMovie(kept, false);
+    EXPECT_EQ(movie.video.packets, repaired.video.packets) << "repair keeps every picture";
+    EXPECT_EQ(movie.audio.totalDuration, repaired.audio.totalDuration) << "and every sample of sound";
+    EXPECT_EQ(movie.video.packets * take.duration * repaired.video.timeBaseDen,
+              repaired.video.totalDuration * static_cast<int64_t>(take.timescale) * repaired.video.timeBaseNum);
+    EXPECT_EQ("2vuy," + std::to_string(movie.video.packets),
+              CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=codec_tag_string,nb_frames "
+                            "-of csv=p=0 " + quoted));
+  }
+}
+
+TEST(QTRecordServerTest, RepairLeavesACompletedMovieAloneAndRefusesWhatIsNoMovie) {
+  ScratchFolder folder;
+  std::string path = folder.File("whole.mov");
+  {
+    ServerSession session;
+    ASSERT_EQ(0, Configure(session.Client(), kTakes[0], path));
+    ASSERT_EQ(0, HandOver(session.Client(), kVideoShmKey, FramePayload(kTakes[0], 0), true));
+    ASSERT_EQ(0, session.Client().Stop());
+  }
+  EXPECT_FALSE(MovieFinisher::IsFragmented(path));
+  struct stat before, after;
+  ASSERT_EQ(0, stat(path.c_str(), &before));
+  EXPECT_EQ(0, MovieFinisher::Finish(path));
+  ASSERT_EQ(0, stat(path.c_str(), &after));
+  EXPECT_EQ(before.st_ino, after.st_ino) << "not rewritten";
+  EXPECT_EQ(before.st_mtime, after.st_mtime);
+
+  CapturedStderr captured;
+  EXPECT_EQ(ENOENT, MovieFinisher::Finish(folder.File("absent.mov")));
+  // Fragments without a single complete sample: nothing to keep, and the file stays.
+  std::string stub = folder.File("stub.mov");
+  {
+    std::ofstream out(stub, std::ios::binary);
+    const unsigned char moof[] = {0, 0, 0, 8, 'm', 'o', 'o', 'f'};
+    out.write(reinterpret_cast<const char*>(moof), sizeof moof);
+  }
+  EXPECT_NE(0, MovieFinisher::Finish(stub));
+  EXPECT_TRUE(fs::exists(stub));
+  EXPECT_FALSE(fs::exists(folder.File(".stub.mov.finishing")));
+  EXPECT_NE(std::string::npos, captured.Text().find("Cannot read the movie")) << captured.Text();
 }
 
 }  // namespace

@@ -1,0 +1,179 @@
+// Copies the samples of a fragmented movie into an ordinary movie and renames it over.
+#include "Server/MovieFinisher.h"
+
+#include <errno.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <vector>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+#include "Server/AvFailure.h"
+#include "Util/Log.h"
+
+namespace KTN {
+
+namespace {
+
+// Owns the two contexts of one rewrite.
+struct Rewrite {
+  AVFormatContext* input = nullptr;
+  AVFormatContext* output = nullptr;
+  std::string temporary;
+  bool done = false;
+  ~Rewrite() {
+    avformat_close_input(&input);
+    if (output) {
+      if (output->pb) avio_closep(&output->pb);
+      avformat_free_context(output);
+    }
+    if (!done && !temporary.empty()) unlink(temporary.c_str());
+  }
+};
+
+// The rewrite's name: hidden, beside the movie, so the rename stays on one filesystem.
+std::string TemporaryBeside(const std::string& path) {
+  size_t slash = path.rfind('/');
+  std::string folder = slash == std::string::npos ? "" : path.substr(0, slash + 1);
+  std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+  return folder + "." + name + ".finishing";
+}
+
+}  // namespace
+
+bool MovieFinisher::IsFragmented(const std::string& path) {
+  FILE* file = fopen(path.c_str(), "rb");
+  if (!file) return false;
+  bool fragmented = false;
+  uint8_t header[16];
+  // Walks the top-level boxes; a fragment's 'moof' follows the (empty) 'moov'.
+  while (fread(header, 1, 8, file) == 8) {
+    uint64_t size = (uint64_t{header[0]} << 24) | (uint64_t{header[1]} << 16) | (uint64_t{header[2]} << 8) | header[3];
+    uint64_t headerBytes = 8;
+    if (size == 1) {
+      if (fread(header + 8, 1, 8, file) != 8) break;
+      size = 0;
+      for (int i = 8; i < 16; ++i) size = (size << 8) | header[i];
+      headerBytes = 16;
+    }
+    if (memcmp(header + 4, "moof", 4) == 0) {
+      fragmented = true;
+      break;
+    }
+    if (size < headerBytes || fseeko(file, static_cast<off_t>(size - headerBytes), SEEK_CUR) != 0) break;
+  }
+  fclose(file);
+  return fragmented;
+}
+
+long MovieFinisher::Finish(const std::string& path) {
+  if (!IsFragmented(path)) {
+    if (access(path.c_str(), R_OK) != 0) {
+      long error = errno;
+      KTN_LOG("Cannot read the movie %s: %s", path.c_str(), strerror(errno));
+      return error;
+    }
+    return 0;
+  }
+  Rewrite rewrite;
+  int rc = avformat_open_input(&rewrite.input, path.c_str(), nullptr, nullptr);
+  if (rc < 0) return REPORT_AV("avformat_open_input", rc);
+  if ((rc = avformat_find_stream_info(rewrite.input, nullptr)) < 0) return REPORT_AV("avformat_find_stream_info", rc);
+  rewrite.temporary = TemporaryBeside(path);
+  rc = avformat_alloc_output_context2(&rewrite.output, nullptr, "mov", rewrite.temporary.c_str());
+  if (rc < 0 || !rewrite.output) return REPORT_AV("avformat_alloc_output_context2", rc < 0 ? rc : AVERROR(ENOMEM));
+  for (unsigned i = 0; i < rewrite.input->nb_streams; ++i) {
+    AVStream* from = rewrite.input->streams[i];
+    AVStream* to = avformat_new_stream(rewrite.output, nullptr);
+    if (!to) return REPORT_AV("avformat_new_stream", AVERROR(ENOMEM));
+    if ((rc = avcodec_parameters_copy(to->codecpar, from->codecpar)) < 0) return REPORT_AV("avcodec_parameters_copy", rc);
+    to->time_base = from->time_base;
+    // The writer's time base is one frame, from which the muxer picks a DV variant's tag and
+    // the track's timescale; a rewrite must choose as the recording did.
+    if (from->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && from->avg_frame_rate.num > 0) {
+      to->time_base = av_inv_q(from->avg_frame_rate);
+    }
+    if (from->codecpar->codec_id == AV_CODEC_ID_DVVIDEO) to->codecpar->codec_tag = 0;
+    to->avg_frame_rate = from->avg_frame_rate;
+    to->sample_aspect_ratio = to->codecpar->sample_aspect_ratio;  // the muxer insists they agree
+    av_dict_copy(&to->metadata, from->metadata, 0);
+  }
+  av_dict_copy(&rewrite.output->metadata, rewrite.input->metadata, 0);
+  if ((rc = avio_open(&rewrite.output->pb, rewrite.temporary.c_str(), AVIO_FLAG_WRITE)) < 0) {
+    return REPORT_AV("avio_open", rc);
+  }
+  if ((rc = avformat_write_header(rewrite.output, nullptr)) < 0) return REPORT_AV("avformat_write_header", rc);
+  // Each stream's packet waits for the next: a picture lasts until the next one starts
+  // (which keeps the time of frames a full backlog dropped), the last as long as the one
+  // before it. The fragments' own durations are not trusted for the last sample.
+  std::vector<AVPacket*> pending(rewrite.input->nb_streams, nullptr);
+  std::vector<int64_t> lastDuration(rewrite.input->nb_streams, 0);
+  AVPacket* packet = av_packet_alloc();
+  if (!packet) return REPORT_AV("av_packet_alloc", AVERROR(ENOMEM));
+  long result = 0;
+  int64_t samples = 0;
+  auto emit = [&](AVPacket* held) -> long {
+    AVStream* from = rewrite.input->streams[held->stream_index];
+    AVStream* to = rewrite.output->streams[held->stream_index];
+    av_packet_rescale_ts(held, from->time_base, to->time_base);
+    held->pos = -1;
+    int code = av_interleaved_write_frame(rewrite.output, held);
+    if (code < 0) return REPORT_AV("av_interleaved_write_frame", code);
+    ++samples;
+    return 0;
+  };
+  // A cut-off movie ends in a broken fragment: reading stops there, and what came before
+  // is the take.
+  while (!result && av_read_frame(rewrite.input, packet) >= 0) {
+    int index = packet->stream_index;
+    const AVCodecParameters* par = rewrite.input->streams[index]->codecpar;
+    if (par->codec_type == AVMEDIA_TYPE_AUDIO && par->block_align > 0) {
+      packet->duration = packet->size / par->block_align;  // sound lasts as many sample frames as it holds
+      result = emit(packet);
+      continue;
+    }
+    if (AVPacket* held = pending[index]) {
+      if (packet->dts != AV_NOPTS_VALUE && held->dts != AV_NOPTS_VALUE && packet->dts > held->dts) {
+        held->duration = packet->dts - held->dts;
+      }
+      lastDuration[index] = held->duration;
+      result = emit(held);
+      av_packet_free(&pending[index]);
+    }
+    pending[index] = av_packet_clone(packet);
+    av_packet_unref(packet);
+    if (!pending[index]) result = REPORT_AV("av_packet_clone", AVERROR(ENOMEM));
+  }
+  for (size_t index = 0; index < pending.size(); ++index) {
+    if (!pending[index]) continue;
+    if (!result) {
+      if (lastDuration[index] > 0) pending[index]->duration = lastDuration[index];
+      result = emit(pending[index]);
+    }
+    av_packet_free(&pending[index]);
+  }
+  av_packet_free(&packet);
+  if (!result && (rc = av_write_trailer(rewrite.output)) < 0) result = REPORT_AV("av_write_trailer", rc);
+  if (!result && (rc = avio_closep(&rewrite.output->pb)) < 0) result = REPORT_AV("avio_closep", rc);
+  if (result) return result;
+  if (samples == 0) {
+    KTN_LOG("The movie %s holds no complete sample to keep", path.c_str());
+    return ENODATA;
+  }
+  if (rename(rewrite.temporary.c_str(), path.c_str()) != 0) {
+    long error = errno;
+    KTN_LOG("rename(%s, %s) failed with errno %ld (%s)", rewrite.temporary.c_str(), path.c_str(), error,
+            strerror(errno));
+    return error;
+  }
+  rewrite.done = true;
+  return 0;
+}
+
+}  // namespace KTN

@@ -1,0 +1,25 @@
+// Rewrites a fragmented movie, finished or cut off, as an ordinary indexed movie in place.
+#pragma once
+
+#include <string>
+
+namespace KTN {
+
+// While recording, a movie is written as a run of self-describing fragments, each
+// readable on its own, so that a writer killed or a disk pulled mid-take loses at most
+// the fragment in progress. Editors expect the ordinary layout, one index for the whole
+// movie; Finish copies the samples of every complete fragment into that layout beside
+// the movie and renames it over the original, which stays untouched if anything fails.
+class MovieFinisher {
+ public:
+  // Rewrites path in place. Returns 0 (also for a movie already in the ordinary layout,
+  // which is left alone) or errno with one failure line; 61 (ENODATA) when not one
+  // sample could be read back.
+  static long Finish(const std::string& path);
+
+  // Whether the movie at path is laid out as fragments (holds a top-level 'moof' box).
+  // False when the file cannot be read.
+  static bool IsFragmented(const std::string& path);
+};
+
+}  // namespace KTN
