@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <unistd.h>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -140,15 +141,16 @@ long MovieWriter::Open(const MovieSettings& settings) {
     result = REPORT_AV("avio_open", rc);
     KTN_LOG("Cannot create the movie %s", mSettings.path.c_str());
   }
-  // Written as fragments of half a second, each pushed to the file as soon as it is
-  // complete: a writer killed mid-take leaves a movie that plays to its last fragment.
-  // Finish turns them into one ordinary index.
+  // Written as fragments of one frame each (every sample of these codecs is a key frame),
+  // each pushed to the file as soon as it is complete: a writer killed or a disk filled
+  // mid-take leaves a movie that plays to the last frame written, and no more than one
+  // frame is ever held in memory. Finish turns the fragments into one ordinary index.
   AVDictionary* options = nullptr;
-  av_dict_set(&options, "movflags", "+empty_moov+default_base_moof", 0);
-  av_dict_set(&options, "frag_duration", "500000", 0);
+  av_dict_set(&options, "movflags", "+empty_moov+default_base_moof+frag_keyframe", 0);
   if (!result) mFormat->flush_packets = 1;
   if (!result && (rc = avformat_write_header(mFormat, &options)) < 0) result = REPORT_AV("avformat_write_header", rc);
   av_dict_free(&options);
+  if (!result) mCompleteBytes = avio_tell(mFormat->pb);
   if (result) Release();
   return result;
 }
@@ -266,6 +268,7 @@ long MovieWriter::WritePacket(AVPacket* packet, AVStream* stream, int64_t timeBa
     if (!mFirstError) mFirstError = error;
     return error;
   }
+  mCompleteBytes = avio_tell(mFormat->pb);
   return 0;
 }
 
@@ -340,12 +343,17 @@ long MovieWriter::WriteAudio(std::unique_ptr<Core::SharedMemory> segment, int64_
 long MovieWriter::Finish() {
   if (!IsOpen()) return 0;
   if (mEncoder && !mFirstError) Encode(nullptr);
-  // The trailer is written even after a write error, so what reached the disk plays.
-  int rc = av_write_trailer(mFormat);
-  if (rc < 0) {
-    long error = REPORT_AV("av_write_trailer", rc);
-    if (!mFirstError) mFirstError = error;
+  // After a failed write the file ends in a torn fragment; the trailer would only add to
+  // it. The complete fragments before it are the take.
+  bool cutBack = mFirstError != 0;
+  if (!cutBack) {
+    int rc = av_write_trailer(mFormat);
+    if (rc < 0) {
+      mFirstError = REPORT_AV("av_write_trailer", rc);
+      cutBack = true;
+    }
   }
+  int rc = 0;
   if (mFormat->pb) {
     avio_flush(mFormat->pb);
     if (mFormat->pb->error < 0 && !mFirstError) mFirstError = REPORT_AV("avio_flush", mFormat->pb->error);
@@ -355,6 +363,10 @@ long MovieWriter::Finish() {
   long result = mFirstError;
   std::string path = mSettings.path;
   Release();
+  if (cutBack && truncate(path.c_str(), mCompleteBytes) != 0) {
+    KTN_LOG("truncate(%s, %lld) failed with errno %d (%s)", path.c_str(), static_cast<long long>(mCompleteBytes), errno,
+            strerror(errno));
+  }
   // The fragments already play; a failed rewrite (a full disk, say) leaves them as they are.
   if (long rc = MovieFinisher::Finish(path)) KTN_LOG("The movie %s is kept as fragments (error %ld)", path.c_str(), rc);
   return result;

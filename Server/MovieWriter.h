@@ -91,6 +91,9 @@ class MovieWriter {
   AVFrame* mFrame = nullptr;           // the encoder's input picture, reused
   AVPacket* mPacket = nullptr;
   long mFirstError = 0;
+  // Bytes of the file that hold only complete fragments: where it was after the last
+  // write that succeeded. A failed write is cut back to here.
+  int64_t mCompleteBytes = 0;
 };
 
 }  // namespace KTN

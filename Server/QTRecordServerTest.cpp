@@ -4,6 +4,7 @@
 
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -486,7 +487,7 @@ const InterruptionCase kInterruptions[] = {
 // and repair gives it the ordinary index without losing a sample.
 TEST(QTRecordServerTest, InterruptedTakePlaysToWithinASecondAndRepairs) {
   const Take& take = kTakes[0];  // 2vuy NTSC, 29.97 frames a second
-  constexpr int kHanded = 70;    // four whole half-second fragments and part of a fifth
+  constexpr int kHanded = 70;    // a little over two seconds
   constexpr int kOneSecond = 30;
   for (const InterruptionCase& test : kInterruptions) {
     SCOPED_TRACE(test.name);
@@ -523,8 +524,8 @@ TEST(QTRecordServerTest, InterruptedTakePlaysToWithinASecondAndRepairs) {
     EXPECT_TRUE(movie.decodedEveryVideoFrame);
     EXPECT_GE(movie.video.packets, kHanded - kOneSecond);
     EXPECT_LE(movie.video.packets, kHanded);
-    // Sound keeps pace with the pictures that survived, to within one fragment.
-    EXPECT_GE(movie.audio.totalDuration, (movie.video.packets - 15) * 1602);
+    // Sound keeps pace with the pictures that survived, to within a frame.
+    EXPECT_GE(movie.audio.totalDuration, (movie.video.packets - 1) * 1602);
     std::string quoted = "'" + kept + "'";
     std::string frames = CommandOutput("ffprobe -v error -count_packets -select_streams v:0 -show_entries "
                                        "stream=codec_tag_string,nb_read_packets -of csv=p=0 " + quoted);
@@ -574,6 +575,75 @@ TEST(QTRecordServerTest, RepairLeavesACompletedMovieAloneAndRefusesWhatIsNoMovie
   EXPECT_TRUE(fs::exists(stub));
   EXPECT_FALSE(fs::exists(folder.File(".stub.mov.finishing")));
   EXPECT_NE(std::string::npos, captured.Text().find("Cannot read the movie")) << captured.Text();
+}
+
+// A small filesystem of the test's own, to run out of space on.
+class SmallDisk {
+ public:
+  explicit SmallDisk(const char* size) {
+    char pattern[] = "/tmp/ktn-small-disk-XXXXXX";
+    if (!mkdtemp(pattern)) return;
+    mPath = pattern;
+    std::string options = std::string("size=") + size;
+    if (mount("tmpfs", mPath.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) == 0) {
+      mMounted = true;
+    } else {
+      mError = errno;
+    }
+  }
+  ~SmallDisk() {
+    if (mMounted) umount2(mPath.c_str(), MNT_DETACH);
+    if (!mPath.empty()) rmdir(mPath.c_str());
+  }
+  bool Mounted() const { return mMounted; }
+  int Error() const { return mError; }
+  std::string File(const std::string& name) const { return mPath + "/" + name; }
+  const std::string& Path() const { return mPath; }
+
+ private:
+  std::string mPath;
+  bool mMounted = false;
+  int mError = 0;
+};
+
+TEST(QTRecordServerTest, FullDiskAnswers28AndKeepsWhatWasWritten) {
+  SmallDisk disk("16m");  // room for two 1080 v210 frames and their sound, not three
+  if (!disk.Mounted()) GTEST_SKIP() << "cannot mount a tmpfs: " << strerror(disk.Error());
+  const Take& take = kTakes[1];
+  std::string path = disk.File("full.mov");
+  std::vector<long> answers;
+  long stopAnswer = -1;
+  {
+    CapturedStderr captured;
+    ServerSession session;
+    ASSERT_EQ(0, Configure(session.Client(), take, path));
+    for (int frame = 0; frame < 12; ++frame) {
+      answers.push_back(HandOver(session.Client(), kVideoShmKey, FramePayload(take, frame), true));
+      answers.push_back(HandOver(session.Client(), kAudioShmKey, AudioPayload(take, frame, 1602), false));
+      usleep(50 * 1000);  // lets the writer reach the disk before the next frame
+    }
+    stopAnswer = session.Client().Stop();
+    EXPECT_NE(std::string::npos, captured.Text().find("No space left on device")) << captured.Text();
+  }
+  // Accepted until the first failed write, 28 from then on, Stop included.
+  size_t firstRefusal = 0;
+  while (firstRefusal < answers.size() && answers[firstRefusal] == 0) ++firstRefusal;
+  ASSERT_LT(firstRefusal, answers.size()) << "the disk never filled";
+  EXPECT_GE(firstRefusal, 2u) << "the first frame fits";
+  for (size_t i = firstRefusal; i < answers.size(); ++i) EXPECT_EQ(28, answers[i]) << "answer " << i;
+  EXPECT_EQ(28, stopAnswer);
+  // The movie holds whole frames with their sound and nothing torn.
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_TRUE(movie.decodedEveryVideoFrame);
+  EXPECT_GE(movie.video.packets, 1);
+  EXPECT_LE(movie.video.packets, 3);
+  EXPECT_TRUE(movie.video.bytes.size() % (5120u * 1080u) == 0) << "no torn picture";
+  EXPECT_GE(movie.audio.totalDuration, (movie.video.packets - 1) * 1602);
+  EXPECT_FALSE(fs::exists(disk.File(".full.mov.finishing"))) << "no rewrite left behind";
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(disk.Path())) names.push_back(entry.path().filename());
+  EXPECT_EQ(std::vector<std::string>{"full.mov"}, names);
 }
 
 }  // namespace
