@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <libgen.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -70,7 +71,12 @@ long QTRecordClient::Init(const char* path) {
     CloseStreams(nullptr, writeStream);
     return error;
   }
-  if (readStream) mResponsePipe.TakeReadEnd();
+  if (readStream) {
+    mResponsePipe.TakeReadEnd();
+    // Unbuffered, so that a descriptor with nothing to read means no answer has come:
+    // AwaitAnswer polls the descriptor, never a stream buffer holding an answer already.
+    setvbuf(readStream, nullptr, _IONBF, 0);
+  }
   if (long rc = SimpleEndpointIPC::Init(readStream, writeStream)) {
     KTN_LOG("RecordClient::Init returned %ld", rc);
     CloseStreams(readStream, writeStream);
@@ -97,6 +103,39 @@ long QTRecordClient::Init(const char* path) {
   mCommandPipe.CloseReadEnd();
   mResponsePipe.CloseWriteEnd();
   return result;
+}
+
+long QTRecordClient::AwaitAnswer(const char* command) {
+  if (!mReadStream) return 0;
+  constexpr int kSliceMs = 500;
+  int fd = fileno(mReadStream);
+  long long ticks = mTask.CpuTicks();
+  int idleMs = 0;
+  for (;;) {
+    struct pollfd ready = {fd, POLLIN, 0};
+    int rc = poll(&ready, 1, kSliceMs);
+    if (rc > 0) return 0;  // an answer, or the end of a stream whose writer has gone
+    if (rc < 0 && errno == EINTR) continue;
+    if (rc < 0) {
+      long error = errno;
+      KTN_LOG("poll(%d) failed with errno %ld (%s)", fd, error, strerror(errno));
+      return error;
+    }
+    // Still no answer: a long Stop (finishing a big movie) keeps using CPU time.
+    long long now = mTask.CpuTicks();
+    if (now >= 0 && now != ticks) {
+      ticks = now;
+      idleMs = 0;
+      continue;
+    }
+    idleMs += kSliceMs;
+    if (idleMs >= kIdleLimitSeconds * 1000) {
+      KTN_LOG("The recording server (process %d) has not answered %s in %d s and is doing nothing: stopped",
+              static_cast<int>(mTask.Pid()), command, kIdleLimitSeconds);
+      mTask.Kill();
+      return ETIMEDOUT;
+    }
+  }
 }
 
 void QTRecordClient::Lock() {

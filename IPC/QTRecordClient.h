@@ -30,6 +30,15 @@ class QTRecordClient : public QTRecordClientIPC {
   void Lock() override;
   void Unlock() override;
 
+  // Waits for the server's answer to command as long as the server is working on it. A
+  // server that has answered nothing and used no CPU time for kIdleLimitSeconds, or that
+  // is stopped, is taken for hung: it is killed (its movie, written as fragments, still
+  // plays) and this returns 110 (ETIMEDOUT) with one failure line; later commands read
+  // the end of its stream and answer 5. Called on the commanding thread, client locked.
+  long AwaitAnswer(const char* command) override;
+
+  static constexpr int kIdleLimitSeconds = 10;
+
   // The server's process ID, or 0 when none was launched.
   pid_t ServerPid() const { return mTask.Pid(); }
 

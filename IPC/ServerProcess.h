@@ -25,6 +25,14 @@ class ServerProcess {
   // been waited for already.
   void WaitUntilExit();
 
+  // CPU time the child has used so far, in clock ticks, or -1 when it is stopped (by
+  // SIGSTOP or a debugger), gone or cannot be examined: a child whose figure does not
+  // move is doing nothing.
+  long long CpuTicks() const;
+
+  // Ends a child that no longer answers (SIGKILL); the owner still waits for it.
+  void Kill();
+
   // The child's process ID, or 0 when none was launched.
   pid_t Pid() const { return mPid; }
   // The wait status of the ended child (as waitpid reports it), or -1.

@@ -1,5 +1,6 @@
 // Launching the recording server on Linux: posix_spawn with glibc's chdir and closefrom actions.
 #include <errno.h>
+#include <stdio.h>
 #include <signal.h>
 #include <spawn.h>
 #include <string.h>
@@ -71,6 +72,34 @@ void ServerProcess::WaitUntilExit() {
     mExitStatus = status;
   }
   mWaited = true;
+}
+
+long long ServerProcess::CpuTicks() const {
+  if (mPid <= 0 || mWaited) return -1;
+  char name[40];
+  snprintf(name, sizeof name, "/proc/%d/stat", static_cast<int>(mPid));
+  FILE* file = fopen(name, "r");
+  if (!file) return -1;
+  char line[1024];
+  bool read = fgets(line, sizeof line, file) != nullptr;
+  fclose(file);
+  // The command name sits in parentheses and may hold spaces; the fields follow the last ')'.
+  const char* end = read ? strrchr(line, ')') : nullptr;
+  if (!end) return -1;
+  char state = 0;
+  unsigned long long userTicks = 0, systemTicks = 0;
+  if (sscanf(end + 1, " %c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %llu %llu", &state, &userTicks, &systemTicks) != 3) {
+    return -1;
+  }
+  if (state == 'T' || state == 't' || state == 'Z' || state == 'X') return -1;
+  return static_cast<long long>(userTicks + systemTicks);
+}
+
+void ServerProcess::Kill() {
+  if (mPid > 0 && !mWaited && kill(mPid, SIGKILL) != 0) {
+    KTN_LOG("kill(%d, SIGKILL) failed with errno %ld (%s)", static_cast<int>(mPid), static_cast<long>(errno),
+            strerror(errno));
+  }
 }
 
 }  // namespace KTN

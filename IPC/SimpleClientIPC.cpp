@@ -44,6 +44,7 @@ long SimpleClientIPC::SendCommandSync(const char* command, const char* argument)
     fprintf(mWriteStream, "%s%s%s\n", command, argument ? " " : "", argument ? argument : "");
     fflush(mWriteStream);
   }
+  if (long rc = AwaitAnswer(command)) return rc;
   const char* answer = nullptr;
   const char* status = nullptr;
   if (long rc = ReadLine(answer, status)) {

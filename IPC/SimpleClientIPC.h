@@ -11,6 +11,12 @@ class SimpleClientIPC : public SimpleEndpointIPC {
   // overrides them to make each exchange atomic.
   virtual void Lock() {}
   virtual void Unlock() {}
+  // Called with the command sent, before its acknowledgement is read: 0 to read it, or an
+  // errno value to give up on it. Nothing here; a client of a real server bounds the wait.
+  virtual long AwaitAnswer(const char* command) {
+    (void)command;
+    return 0;
+  }
 
   // Sends "<command> <argument>" (argument may be null) and waits for the answer. Returns
   // the acknowledged status, 22 for a refused command (null, command over 32 or argument

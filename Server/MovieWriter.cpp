@@ -261,10 +261,14 @@ long MovieWriter::WritePacket(AVPacket* packet, AVStream* stream, int64_t timeBa
   packet->stream_index = stream->index;
   av_packet_rescale_ts(packet, AVRational{static_cast<int>(timeBaseNum), static_cast<int>(timeBaseDen)},
                        stream->time_base);
-  int rc = av_interleaved_write_frame(mFormat, packet);
+  // Straight to the muxer, without the interleaving queue: that would hold pictures back
+  // (up to seconds) while it waits for sound, and they must reach the file now. Each
+  // fragment keeps its tracks apart anyway.
+  int rc = av_write_frame(mFormat, packet);
+  av_packet_unref(packet);
   if (rc >= 0 && mFormat->pb->error < 0) rc = mFormat->pb->error;  // a failed buffered write
   if (rc < 0) {
-    long error = REPORT_AV("av_interleaved_write_frame", rc);
+    long error = REPORT_AV("av_write_frame", rc);
     if (!mFirstError) mFirstError = error;
     return error;
   }
@@ -319,10 +323,7 @@ long MovieWriter::Encode(AVFrame* frame) {
       if (!mFirstError) mFirstError = error;
       return error;
     }
-    if (long error = WritePacket(mPacket, mVideoStream, mEncoder->time_base.num, mEncoder->time_base.den)) {
-      av_packet_unref(mPacket);
-      return error;
-    }
+    if (long error = WritePacket(mPacket, mVideoStream, mEncoder->time_base.num, mEncoder->time_base.den)) return error;
   }
 }
 

@@ -59,7 +59,7 @@ class MovieWriter {
 
   // Writes frame number frameIndex (its time is frameIndex frame durations) from the
   // segment's rows, which the caller has checked. Takes the segment: uncompressed rows
-  // become the movie's samples without a copy and the mapping goes when they are written.
+  // go to the muxer as they are and the mapping goes once they are in the file.
   long WriteVideo(std::unique_ptr<Core::SharedMemory> segment, int64_t frameIndex);
   // Writes the segment's interleaved sample frames starting at sample number firstSample.
   long WriteAudio(std::unique_ptr<Core::SharedMemory> segment, int64_t firstSample);

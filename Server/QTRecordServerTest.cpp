@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -644,6 +645,35 @@ TEST(QTRecordServerTest, FullDiskAnswers28AndKeepsWhatWasWritten) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(disk.Path())) names.push_back(entry.path().filename());
   EXPECT_EQ(std::vector<std::string>{"full.mov"}, names);
+}
+
+// A stopped server is given up after the idle limit, killed, and reads as gone from then
+// on; its movie keeps what it had written.
+TEST(QTRecordServerTest, HungServerIsGivenUpWithinTheIdleLimit) {
+  ScratchFolder folder;
+  std::string path = folder.File("hung.mov");
+  CapturedStderr captured;
+  {
+    QTRecordClient client;
+    ASSERT_EQ(0, client.Init(QT_RECORD_SERVER));
+    ASSERT_EQ(0, Configure(client, kTakes[0], path));
+    for (int frame = 0; frame < 3; ++frame) {
+      ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(kTakes[0], frame), true));
+    }
+    usleep(500 * 1000);
+    ASSERT_EQ(0, kill(client.ServerPid(), SIGSTOP));
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(ETIMEDOUT, client.Stop());
+    double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_GE(waited, QTRecordClient::kIdleLimitSeconds - 0.5);
+    EXPECT_LE(waited, QTRecordClient::kIdleLimitSeconds + 5.0);
+    EXPECT_EQ(EIO, client.Stop()) << "the killed server reads as gone";
+  }
+  EXPECT_NE(std::string::npos, captured.Text().find("has not answered Stop in 10 s and is doing nothing: stopped"))
+      << captured.Text();
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_GE(movie.video.packets, 2) << "what was written before it hung plays";
 }
 
 }  // namespace
