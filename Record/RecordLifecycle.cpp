@@ -285,8 +285,7 @@ int32_t recStartRecord(CapPriv* instance, recStartReply* reply) {
       bool timedOut = false;
       instance->startEvent.TimedWait(1000000, timedOut);  // a time-out is not an error
       if (instance->startTimeCodeString[0]) {
-        strncpy(reply->startTimecode, instance->startTimeCodeString, 31);
-        reply->startTimecode[31] = '\0';
+        snprintf(reply->startTimecode, sizeof reply->startTimecode, "%s", instance->startTimeCodeString);
       }
     }
   }
