@@ -4,7 +4,6 @@
 
 #include <signal.h>
 #include <stdlib.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,6 +24,7 @@
 #include "Util/CapturedStderr.h"
 #include "Util/FourCC.h"
 #include "Util/RowBytes.h"
+#include "Util/SmallDisk.h"
 
 namespace KTN {
 namespace {
@@ -32,6 +32,7 @@ namespace {
 namespace fs = std::filesystem;
 using Util::CapturedStderr;
 using Util::FourCC;
+using Util::SmallDisk;
 
 // A scratch folder for movies, removed at the end.
 class ScratchFolder {
@@ -577,35 +578,6 @@ TEST(QTRecordServerTest, RepairLeavesACompletedMovieAloneAndRefusesWhatIsNoMovie
   EXPECT_FALSE(fs::exists(folder.File(".stub.mov.finishing")));
   EXPECT_NE(std::string::npos, captured.Text().find("Cannot read the movie")) << captured.Text();
 }
-
-// A small filesystem of the test's own, to run out of space on.
-class SmallDisk {
- public:
-  explicit SmallDisk(const char* size) {
-    char pattern[] = "/tmp/ktn-small-disk-XXXXXX";
-    if (!mkdtemp(pattern)) return;
-    mPath = pattern;
-    std::string options = std::string("size=") + size;
-    if (mount("tmpfs", mPath.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) == 0) {
-      mMounted = true;
-    } else {
-      mError = errno;
-    }
-  }
-  ~SmallDisk() {
-    if (mMounted) umount2(mPath.c_str(), MNT_DETACH);
-    if (!mPath.empty()) rmdir(mPath.c_str());
-  }
-  bool Mounted() const { return mMounted; }
-  int Error() const { return mError; }
-  std::string File(const std::string& name) const { return mPath + "/" + name; }
-  const std::string& Path() const { return mPath; }
-
- private:
-  std::string mPath;
-  bool mMounted = false;
-  int mError = 0;
-};
 
 TEST(QTRecordServerTest, FullDiskAnswers28AndKeepsWhatWasWritten) {
   SmallDisk disk("16m");  // room for two 1080 v210 frames and their sound, not three

@@ -1,6 +1,8 @@
 // The capture settings record, filled from the tables and the user's remembered choices.
 #include "Settings/CaptureSettings.h"
 
+#include <string.h>
+
 #include "Settings/CaptureTables.h"
 #include "Settings/UserDefaults.h"
 
@@ -12,7 +14,34 @@ const char* const kAudioChannelsKey = "com_kestrin_design_premiere_record_audio_
 const char* const kAudioTypeKey = "com_kestrin_design_premiere_record_audio_type";
 const char* const kAudioRateKey = "com_kestrin_design_premiere_record_audio_rate";
 
+namespace {
+
+bool IsAudioChannelCount(int channels) {
+  return channels == 2 || channels == 8 || channels == 16;
+}
+
+bool IsAudioSampleType(int bits) {
+  return bits == 16 || bits == 24 || bits == 32;
+}
+
+bool IsAudioSampleRate(int rate) {
+  return rate == 48000;
+}
+
+}  // namespace
+
 void CaptureSettings::Update(int standard, int format, int channels, int type, int rate) {
+  Fill(standard, format, channels, type, rate);
+  UserDefaults& defaults = UserDefaults::Standard();
+  defaults.SetInteger(kVideoStandardKey, standard);
+  defaults.SetInteger(kVideoFormatKey, format);
+  defaults.SetInteger(kAudioChannelsKey, channels);
+  defaults.SetInteger(kAudioTypeKey, type);
+  defaults.SetInteger(kAudioRateKey, rate);
+  defaults.Synchronize();  // a failure is reported there; the record stays valid
+}
+
+void CaptureSettings::Fill(int standard, int format, int channels, int type, int rate) {
   const SupportedStandard& videoStandard = gSupportedStandards[standard];
   const SupportedPixelFormat& pixelFormat = gSupportedPixelFormats[format];
   displayMode = videoStandard.displayMode;
@@ -30,14 +59,28 @@ void CaptureSettings::Update(int standard, int format, int channels, int type, i
   audioSampleType = static_cast<uint32_t>(type);
   audioSampleRate = static_cast<uint32_t>(rate);
   extraFlag = 0;
+}
 
-  UserDefaults& defaults = UserDefaults::Standard();
-  defaults.SetInteger(kVideoStandardKey, standard);
-  defaults.SetInteger(kVideoFormatKey, format);
-  defaults.SetInteger(kAudioChannelsKey, channels);
-  defaults.SetInteger(kAudioTypeKey, type);
-  defaults.SetInteger(kAudioRateKey, rate);
-  defaults.Synchronize();  // a failure is reported there; the record stays valid
+bool CaptureSettings::IsRecordable() const {
+  if (signature != kCaptureSettingsSignature || version != kCaptureSettingsVersion) return false;
+  if (!IsAudioChannelCount(static_cast<int>(audioChannels)) || !IsAudioSampleType(static_cast<int>(audioSampleType)) ||
+      !IsAudioSampleRate(static_cast<int>(audioSampleRate))) {
+    return false;
+  }
+  for (size_t s = 0; s < kSupportedStandardCount; ++s) {
+    if (!gSupportedStandards[s].name) continue;
+    for (size_t f = 0; f < kSupportedPixelFormatCount; ++f) {
+      if (!(gSupportedStandards[s].allowedFormats & (1u << f))) continue;
+      CaptureSettings made = *this;
+      made.Fill(static_cast<int>(s), static_cast<int>(f), static_cast<int>(audioChannels),
+                static_cast<int>(audioSampleType), static_cast<int>(audioSampleRate));
+      made.extraFlag = extraFlag;  // no reader: any value will do
+      // A row without a vendor takes the recording server's, which may not be known yet.
+      if (made.codecVendor == 0) made.codecVendor = codecVendor;
+      if (memcmp(&made, this, kCaptureSettingsBlobSize) == 0) return true;
+    }
+  }
+  return false;
 }
 
 void CaptureSettings::SetDefaults() {
@@ -46,9 +89,9 @@ void CaptureSettings::SetDefaults() {
   const UserDefaults::Registration registrations[] = {
       {kVideoStandardKey, 1, IsNamedStandardIndex},
       {kVideoFormatKey, 0, IsPixelFormatIndex},
-      {kAudioChannelsKey, 2, nullptr},
-      {kAudioTypeKey, 16, nullptr},
-      {kAudioRateKey, 48000, nullptr},
+      {kAudioChannelsKey, 2, IsAudioChannelCount},
+      {kAudioTypeKey, 16, IsAudioSampleType},
+      {kAudioRateKey, 48000, IsAudioSampleRate},
   };
   UserDefaults& defaults = UserDefaults::Standard();
   defaults.RegisterDefaults(registrations, sizeof registrations / sizeof registrations[0]);

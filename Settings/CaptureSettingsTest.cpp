@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Settings/CaptureSettings.h"
+#include "Settings/CaptureTables.h"
 #include "Settings/FakeUserConfigDir.h"
 #include "Settings/UserDefaults.h"
 #include "Util/CapturedStderr.h"
@@ -166,6 +167,60 @@ TEST_F(CaptureSettingsTest, StoredIndicesOutsideTheTablesReadAsUnset) {
     EXPECT_NE(std::string::npos, text.find("Ignoring com_kestrin_design_premiere_record_video_format")) << text;
     EXPECT_EQ(1, StoredValue(kVideoStandardKey)) << "the repaired choice is written back";
   }
+}
+
+TEST_F(CaptureSettingsTest, StoredAudioChoicesOutsideTheirSetsReadAsUnset) {
+  WriteDefaults("com_kestrin_design_premiere_record_audio_channels=-5\n"
+                "com_kestrin_design_premiere_record_audio_type=20\n"
+                "com_kestrin_design_premiere_record_audio_rate=44100\n");
+  CaptureSettings s = Fresh();
+  Util::CapturedStderr captured;
+  s.SetDefaults();
+  EXPECT_EQ(2u, s.audioChannels);
+  EXPECT_EQ(16u, s.audioSampleType);
+  EXPECT_EQ(48000u, s.audioSampleRate);
+  EXPECT_TRUE(s.IsRecordable());
+}
+
+// Records the plug-in makes, and ones it does not.
+struct RecordableCase {
+  const char* name;
+  void (*damage)(CaptureSettings&);
+  bool recordable;
+};
+
+const RecordableCase kRecordableCases[] = {
+    {"as made", [](CaptureSettings&) {}, true},
+    {"any extra flag", [](CaptureSettings& s) { s.extraFlag = 7; }, true},
+    {"unsigned", [](CaptureSettings& s) { s.signature = 0; }, false},
+    {"version 2", [](CaptureSettings& s) { s.version = 2; }, false},
+    {"width of no row", [](CaptureSettings& s) { s.width = 4000; }, false},
+    {"no frame rate", [](CaptureSettings& s) { s.timeScale = 0; }, false},
+    {"unknown display mode", [](CaptureSettings& s) { s.displayMode = FourCC("zzzz"); }, false},
+    {"format the standard forbids", [](CaptureSettings& s) { s.codecType = FourCC("dvh5"); }, false},
+    {"6 channels", [](CaptureSettings& s) { s.audioChannels = 6; }, false},
+    {"20-bit sound", [](CaptureSettings& s) { s.audioSampleType = 20; }, false},
+    {"44.1 kHz", [](CaptureSettings& s) { s.audioSampleRate = 44100; }, false},
+};
+
+TEST_F(CaptureSettingsTest, OnlyRecordsTheTablesCanMakeAreRecordable) {
+  for (const RecordableCase& c : kRecordableCases) {
+    CaptureSettings s = SignedCaptureSettings(4, 5, 8, 24, 48000);  // PAL DV
+    c.damage(s);
+    EXPECT_EQ(c.recordable, s.IsRecordable()) << c.name;
+  }
+  // Every standard with every format it allows, as the dialog makes them.
+  int made = 0;
+  for (size_t standard = 0; standard < kSupportedStandardCount; ++standard) {
+    if (!gSupportedStandards[standard].name) continue;
+    for (size_t format = 0; format < kSupportedPixelFormatCount; ++format) {
+      if (!(gSupportedStandards[standard].allowedFormats & (1u << format))) continue;
+      EXPECT_TRUE(SignedCaptureSettings(static_cast<int>(standard), static_cast<int>(format), 16, 32, 48000).IsRecordable())
+          << standard << "/" << format;
+      ++made;
+    }
+  }
+  EXPECT_GT(made, 80);
 }
 
 TEST_F(CaptureSettingsTest, RecordIsTheHostsSixtyByteBlob) {

@@ -6,10 +6,12 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -27,6 +29,7 @@
 #include "Simulator/SimulatedModes.h"
 #include "Simulator/TestSignal.h"
 #include "Util/FourCC.h"
+#include "Util/SmallDisk.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
@@ -417,6 +420,171 @@ TEST_F(EndToEndTest, HostProgramReportsAMissingPlugin) {
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(3, WEXITSTATUS(status));
   EXPECT_EQ(0u, ReadText(host.errorFile).find("kestrin-capture: cannot load the plug-in: "));
+}
+
+// ---- Faults ----
+
+// The lines the host program wrote for its user (the diagnostics start with "***").
+std::vector<std::string> UserLines(const std::string& text) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    std::string line = text.substr(start, end - start);
+    if (line.rfind("kestrin-capture:", 0) == 0) lines.push_back(line);
+    start = end + 1;
+  }
+  return lines;
+}
+
+bool SegmentsLeft() {
+  for (const char* key : {kVideoShmKey, kAudioShmKey}) {
+    if (fs::exists(std::string("/dev/shm/") + key)) return true;
+  }
+  return false;
+}
+
+TEST_F(EndToEndTest, HostProgramReportsAFullDiskInOneLineAndKeepsTheFrames) {
+  Util::SmallDisk disk("8m");  // five PAL v210 frames
+  if (!disk.Mounted()) GTEST_SKIP() << "cannot mount a tmpfs: " << strerror(disk.Error());
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "4"}});
+  std::string movie = disk.File("full.mov");
+  Child host = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "1", "--seconds", "20"},
+                                mFolder);
+  int status = WaitFor(host.pid, 60);
+  ASSERT_NE(-1, status) << "the host program hung";
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_NE(0, WEXITSTATUS(status));
+  std::string error = ReadText(host.errorFile);
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: recording failed: the disk is full (28)"}, UserLines(error))
+      << error;
+  ProbedMovie probed = ProbeMovie(movie, true);
+  ASSERT_TRUE(probed.opened);
+  EXPECT_TRUE(probed.decodedEveryVideoFrame);
+  EXPECT_GE(probed.video.packets, 1);
+  ExpectTheCardsFrames(*Sim::FindSimulatedMode(FourCC("pal ")), FourCC("v210"), probed.video,
+                       static_cast<int>(probed.video.packets));
+  EXPECT_FALSE(SegmentsLeft());
+}
+
+TEST_F(EndToEndTest, HostProgramGivesUpOnAHungServerWithinTheBound) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
+  std::string movie = mFolder + "/hung.mov";
+  Child host = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--seconds", "60"},
+                                mFolder);
+  pid_t server = ServerOf(host.pid);
+  ASSERT_GT(server, 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  ASSERT_EQ(0, kill(server, SIGSTOP));
+  auto stopped = std::chrono::steady_clock::now();
+  int status = WaitFor(host.pid, 30);
+  double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - stopped).count();
+  ASSERT_NE(-1, status) << "the host program hung";
+  ASSERT_TRUE(WIFEXITED(status)) << "the host program crashed";
+  EXPECT_NE(0, WEXITSTATUS(status));
+  EXPECT_LE(waited, 15.0) << "given up within the 10 s idle limit and a little";
+  std::string error = ReadText(host.errorFile);
+  std::vector<std::string> lines = UserLines(error);
+  ASSERT_EQ(1u, lines.size()) << error;
+  EXPECT_EQ(0u, lines[0].find("kestrin-capture: recording failed:")) << error;
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_NE(0, kill(server, 0)) << "the hung server was ended";
+  EXPECT_FALSE(SegmentsLeft());
+  ProbedMovie probed = ProbeMovie(movie, true);
+  ASSERT_TRUE(probed.opened) << "what was written before it hung plays";
+  EXPECT_GE(probed.video.packets, 10);
+}
+
+// The recording server the test process itself started, if any.
+pid_t OwnServer() {
+  for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+    std::string children = ReadText(task.path().string() + "/children");
+    size_t start = 0;
+    while (start < children.size()) {
+      pid_t pid = static_cast<pid_t>(atoi(children.c_str() + start));
+      if (pid > 0 && ReadText("/proc/" + std::to_string(pid) + "/comm") == "QTRecordServer\n") return pid;
+      size_t space = children.find(' ', start);
+      if (space == std::string::npos) break;
+      start = space + 1;
+    }
+  }
+  return -1;
+}
+
+// A recording whose server is killed, stopped or exits mid-take ends with an error; the
+// next recording of the same host process starts a fresh server and works.
+TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
+  struct Fault {
+    const char* name;
+    int signal;
+  };
+  const Fault faults[] = {{"killed", SIGKILL}, {"hung", SIGSTOP}, {"exits early", SIGTERM}};
+  for (const Fault& fault : faults) {
+    SCOPED_TRACE(fault.name);
+    CaptureSettings settings = Settings(4, 0);
+    RecordRequest request;
+    request.moviePath = mFolder + "/fault " + fault.name + ".mov";
+    request.frames = 1000;  // forty seconds of PAL
+    std::atomic<pid_t> faulted{-1};
+    std::thread saboteur([&] {
+      for (int i = 0; i < 250 && faulted < 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        pid_t server = OwnServer();
+        if (server > 0) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+          kill(server, fault.signal);
+          faulted = server;
+        }
+      }
+    });
+    auto start = std::chrono::steady_clock::now();
+    RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "1"}});
+    saboteur.join();
+    double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    ASSERT_GT(faulted, 0) << "no server to fault";
+    EXPECT_NE(0, outcome.exitCode);
+    EXPECT_FALSE(outcome.error.empty());
+    EXPECT_EQ(std::string::npos, outcome.error.find('\n'));
+    EXPECT_LT(took, 20.0) << "no wait beyond the idle limit";
+    EXPECT_EQ(-1, OwnServer()) << "the faulted server is gone";
+    EXPECT_FALSE(SegmentsLeft());
+
+    RecordRequest next;
+    next.moviePath = mFolder + "/after " + fault.name + ".mov";
+    next.frames = 3;
+    next.pluginCounts = true;
+    RecordOutcome again = Record(settings, next, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "4"}});
+    ASSERT_EQ(0, again.exitCode) << again.error;
+    EXPECT_GE(ProbeMovie(next.moviePath, false).video.packets, 3);
+  }
+}
+
+// Movie paths the server cannot write: one line, and nothing else appears anywhere.
+TEST_F(EndToEndTest, UnwritableMoviePathsAreRefusedInOneLine) {
+  Util::SmallDisk readOnly("1m", true);
+  fs::create_directories(mFolder + "/a folder.mov");
+  std::vector<std::string> paths = {mFolder + "/missing/x.mov", mFolder + "/a folder.mov"};
+  if (readOnly.Mounted()) paths.push_back(readOnly.File("x.mov"));
+  for (const std::string& path : paths) {
+    SCOPED_TRACE(path);
+    auto before = std::distance(fs::directory_iterator(mFolder), fs::directory_iterator());
+    Child host = StartHostProgram({"record", "-o", path, "--frames", "3"}, mFolder);
+    int status = WaitFor(host.pid, 30);
+    ASSERT_NE(-1, status);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_NE(0, WEXITSTATUS(status));
+    std::string error = ReadText(host.errorFile);
+    std::vector<std::string> lines = UserLines(error);
+    ASSERT_EQ(1u, lines.size()) << error;
+    EXPECT_EQ(0u, lines[0].find("kestrin-capture: ")) << error;
+    fs::remove(host.errorFile);
+    EXPECT_EQ(before - 1, std::distance(fs::directory_iterator(mFolder), fs::directory_iterator()))
+        << "nothing created";
+    EXPECT_FALSE(fs::exists(mFolder + "/missing"));
+    EXPECT_TRUE(fs::is_empty(mFolder + "/a folder.mov"));
+    EXPECT_FALSE(SegmentsLeft());
+  }
 }
 
 }  // namespace
