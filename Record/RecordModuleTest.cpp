@@ -268,10 +268,11 @@ TEST_F(RecordModuleTest, BlobOfVersion2IsIgnoredAtOpenAndReplacedInShowOptions) 
   CapturedStderr captured;
   EXPECT_EQ(rmNoErr, mHost.Call(recmod_ShowOptions, instance, reinterpret_cast<intptr_t>(&parms)));
   EXPECT_EQ("*** recShowOptions[#]: Failed to create a Settings dialog\n", captured.Text());
-  ASSERT_NE(nullptr, parms.settings);
-  EXPECT_EQ(0, memcmp(&instance->settings, parms.settings, sizeof blob)) << "a fresh copy of the instance's settings";
+  void* replaced = parms.settings;  // a packed member: read it out, never bind to it
+  ASSERT_NE(nullptr, replaced);
+  EXPECT_EQ(0, memcmp(&instance->settings, replaced, sizeof blob)) << "a fresh copy of the instance's settings";
   EXPECT_EQ(blocks, PluginHost::OutstandingBlocks()) << "the old blob was freed, a new one allocated";
-  mHost.StdParms()->suites->memoryFuncs->dispose(parms.settings);
+  mHost.StdParms()->suites->memoryFuncs->dispose(replaced);
   Close(instance);
 }
 
@@ -279,7 +280,8 @@ TEST_F(RecordModuleTest, ShowOptionsWithFlagsSetDoesNothing) {
   recSetupParms parms = {};
   parms.flags = 1;
   EXPECT_EQ(rmNoErr, mHost.Call(recmod_ShowOptions, nullptr, reinterpret_cast<intptr_t>(&parms)));
-  EXPECT_EQ(nullptr, parms.settings);
+  void* kept = parms.settings;
+  EXPECT_EQ(nullptr, kept);
 }
 
 TEST_F(RecordModuleTest, FormatReportOnlyWithARate) {

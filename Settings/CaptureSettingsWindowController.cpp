@@ -45,7 +45,12 @@ void TagItemsFromUi(QComboBox* popup) {
 CaptureSettingsWindowController::CaptureSettingsWindowController(const std::string& uiPath) : mUiPath(uiPath) {}
 
 CaptureSettingsWindowController::~CaptureSettingsWindowController() {
-  delete mWindow.data();
+  if (QDialog* window = mWindow.data()) {
+    // The dialog's own teardown sends it events; they must not reach a filter that looks
+    // at the half-destroyed dialog.
+    window->removeEventFilter(this);
+    delete window;
+  }
 }
 
 QDialog* CaptureSettingsWindowController::window() {

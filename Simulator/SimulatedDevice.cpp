@@ -19,6 +19,12 @@ namespace {
 std::mutex sDevicesLock;
 std::vector<SimulatedDevice*> sDevices;
 
+// The library's own references go when it is unloaded (or the process ends), as a driver
+// lets its cards go; a host still holding a card keeps it.
+struct DeviceListRelease {
+  ~DeviceListRelease() { SimulatedIterator::ForgetDevices(); }
+} sDeviceListRelease;
+
 }  // namespace
 
 SimulatedDevice::SimulatedDevice(const SimulatorSettings& settings, int index)
