@@ -1,9 +1,11 @@
 // kestrin-capture: drives the Kestrin Capture plug-in the way the video editor does.
+#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -72,6 +74,19 @@ int FindFormat(const std::string& text) {
     if (strcasecmp(gSupportedPixelFormats[i].name, text.c_str()) == 0) return static_cast<int>(i);
   }
   return -1;
+}
+
+// Why a movie cannot be written at path, in the user's words, or "" when it can: checked
+// before anything starts, so the user hears the reason rather than a refusal.
+std::string MoviePathProblem(const std::string& path) {
+  struct stat info;
+  if (stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return "it is a folder";
+  std::string folder = path.substr(0, path.rfind('/'));
+  if (folder.empty()) folder = "/";
+  if (stat(folder.c_str(), &info) != 0) return "there is no folder " + folder;
+  if (!S_ISDIR(info.st_mode)) return folder + " is not a folder";
+  if (access(folder.c_str(), W_OK) != 0) return std::string("cannot write in ") + folder + ": " + strerror(errno);
+  return "";
 }
 
 // The rows a settings record was made from, found by its values as the settings dialog does.
@@ -161,6 +176,12 @@ int Record(int argc, char** argv) {
     movie = std::string(cwd) + "/" + movie;
   }
   if (frames && seconds > 0) return Usage("give --frames or --seconds, not both");
+  if (movie.find_first_of("\n\r") != std::string::npos) return Usage("a movie path cannot hold a line break");
+  std::string pathProblem = MoviePathProblem(movie);
+  if (!pathProblem.empty()) {
+    fprintf(stderr, "kestrin-capture: cannot record to %s: %s\n", movie.c_str(), pathProblem.c_str());
+    return 5;
+  }
 
   // The blob the editor keeps with its preferences; options change it.
   CaptureSettings settings;

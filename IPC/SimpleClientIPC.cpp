@@ -38,6 +38,12 @@ long SimpleClientIPC::SendCommandSync(const char* command, const char* argument)
     KTN_LOG("Argument string \"%s\" too long (max %d)", argument, kMaxArgumentLength);
     return EINVAL;
   }
+  // One line is one command: a line break in the argument would make the rest of it a
+  // command of its own.
+  if (argument && strpbrk(argument, "\n\r")) {
+    KTN_LOG("Argument of %s holds a line break: refused", command);
+    return EINVAL;
+  }
   if (mWriteStream) {
     // A dead server shows up as an unreadable acknowledgement below, not as a signal.
     SigpipeBlock noSigpipe;

@@ -20,8 +20,8 @@ class SimpleClientIPC : public SimpleEndpointIPC {
 
   // Sends "<command> <argument>" (argument may be null) and waits for the answer. Returns
   // the acknowledged status, 22 for a refused command (null, command over 32 or argument
-  // over 4096 characters: nothing is written) or a bad acknowledgement, 5 when no
-  // acknowledgement can be read (the server has gone). A server that has gone away never
+  // over 4096 characters, an argument holding a line break: nothing is written) or a bad
+  // acknowledgement, 5 when no acknowledgement can be read (the server has gone). A server that has gone away never
   // raises SIGPIPE in the caller's process. Allocates nothing.
   virtual long SendCommandSync(const char* command, const char* argument);
   // The value as decimal text, formatted on the stack and sent through the string form.
