@@ -26,6 +26,15 @@ APICapture::~APICapture() {
   mInput = nullptr;
 }
 
+void APICapture::Unregister() {
+  if (!mInput || !mRegistered) return;
+  if (VeldranResult rc = mInput->SetCallback(nullptr)) {
+    KTN_LOG("SetCallback returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    return;
+  }
+  mRegistered = false;
+}
+
 long APICapture::Init() {
   if (long rc = FindVeldranInput()) {
     KTN_LOG("GetVeldranInput returned %ld (0x%lx)", rc, rc);
@@ -35,6 +44,7 @@ long APICapture::Init() {
     KTN_LOG("SetCallback returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
     return rc;
   }
+  mRegistered = true;
   return 0;
 }
 

@@ -43,6 +43,11 @@ class APICapture : public Core::Refcounted, public IVeldranInputCallback {
   // Stops the streams, then forgets the callback.
   long Stop();
 
+  // Unregisters from the input. The input holds a reference to this object while it is
+  // registered, so the owner calls this before its last Release, or the two keep each
+  // other alive. Frames stop arriving; nothing else changes.
+  void Unregister();
+
   // IVeldranUnknown and IVeldranInputCallback, called by the card.
   VeldranResult QueryInterface(VeldranIID iid, void** out) override;
   int32_t AddRef() override;
@@ -62,6 +67,8 @@ class APICapture : public Core::Refcounted, public IVeldranInputCallback {
   // record module orders them with its own state.
   FrameArrivedFunc mCallback = nullptr;
   void* mContext = nullptr;
+  // The input holds this object as its callback (set by Init, cleared by Unregister).
+  bool mRegistered = false;
 };
 
 }  // namespace KTN

@@ -42,6 +42,19 @@ TEST_F(APICaptureTest, InitRegistersTheCallback) {
   capture->Release();
 }
 
+TEST_F(APICaptureTest, UnregisterLetsTheCardGoOfItsReferenceOnce) {
+  APICapture* capture = Ready();
+  capture->Unregister();
+  EXPECT_EQ("SetCallback(null);", Calls(mCard));
+  EXPECT_EQ(nullptr, mCard.callback) << "the card holds no reference to it any more";
+  EXPECT_EQ(1, mCard.inputReferences) << "the input stays until the last Release";
+  mCard.calls.clear();
+  capture->Unregister();  // again: nothing left to do
+  EXPECT_EQ("", Calls(mCard));
+  capture->Release();
+  EXPECT_EQ(0, mCard.inputReferences);
+}
+
 TEST_F(APICaptureTest, NoCardYieldsTheIteratorsEndOfList) {
   mCard.devices = 0;
   APICapture* capture = new APICapture;

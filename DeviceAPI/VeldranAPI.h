@@ -278,7 +278,7 @@ class IVeldranInput : public IVeldranUnknown {
   virtual VeldranResult StopStreams() = 0;
   virtual VeldranResult PauseStreams() = 0;
   virtual VeldranResult FlushStreams() = 0;
-  // Null unregisters.
+  // The input holds a reference to the callback until another is set; null unregisters.
   virtual VeldranResult SetCallback(IVeldranInputCallback* callback) = 0;
 
  protected:

@@ -35,6 +35,7 @@ int PrintCardInfo(FILE* out) {
 
   APICapture* capture = new APICapture;
   if (capture->Init()) {
+    capture->Unregister();
     capture->Release();
     fprintf(stderr, "kestrin-capture: the card's input is not available\n");
     return 3;
@@ -75,6 +76,7 @@ int PrintCardInfo(FILE* out) {
     }
     fprintf(out, "  %2zu %-18s %s\n", row, standard.name, list.empty() ? "(not received by this card)" : list.c_str());
   }
+  capture->Unregister();
   capture->Release();
   return 0;
 }

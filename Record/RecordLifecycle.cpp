@@ -156,7 +156,10 @@ int32_t recClose(rmStdParms* stdParms, CapPriv* instance) {
     instance->recordClient = nullptr;
   }
   if (instance->previewer) instance->previewer->Release();
-  if (instance->apiCapture) instance->apiCapture->Release();
+  if (instance->apiCapture) {
+    instance->apiCapture->Unregister();  // the card lets go of its reference to it
+    instance->apiCapture->Release();
+  }
   if (instance->deviceControl) instance->deviceControl->Release();
   instance->magic = 0;
   instance->~CapPriv();
