@@ -512,6 +512,25 @@ TEST_F(CallbackTest, FailingStopLeavesTheQueuesFullUntilCloseRecordFlushesThem) 
   frame->Release();
 }
 
+TEST_F(CallbackTest, FailedHandOverPutsItsItemsBackForCloseRecordToRelease) {
+  recCapParmsRec8 parms = Parms(mFolder + "/gone.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  ASSERT_EQ(0, kill(mInstance->recordClient->ServerPid(), SIGKILL));
+  CapturedStderr captured;
+  EXPECT_NE(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ(2u, Queued(true)) << "the frame that failed is queued again, not lost";
+  recStopRecord(mInstance);
+  recCloseRecord(mInstance);
+  captured.Text();
+  EXPECT_EQ(0u, Queued(true));
+  EXPECT_EQ(1, frame->References()) << "every reference the plug-in took is released";
+  frame->Release();
+}
+
 TEST_F(CallbackTest, ReportHalvesTheCountAbove30FramesButNotWithTheWarning) {
   CaptureSettings blob = Settings(7, 0);  // HD 720p 50
   Close(mInstance);

@@ -253,6 +253,19 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
   ++instance->frameCount;
 }
 
+namespace {
+
+// Puts items a failed hand-over did not consume back at the front of their queues.
+void Requeue(CapPriv* instance, IVeldranVideoInputFrame* frame, IVeldranAudioInputPacket* packet) {
+  long rc = 0;
+  Core::Lock lock(instance->queueLock, &rc);
+  if (rc) KTN_LOG("Lock returned %ld", rc);
+  if (frame) instance->videoQueue->push_front(frame);
+  if (packet) instance->audioQueue->push_front(packet);
+}
+
+}  // namespace
+
 int32_t recServiceRecord(CapPriv* instance) {
   if (!instance || !instance->recording) return rmNoErr;
   if (!instance->recordClient || !instance->queueLock) {
@@ -280,12 +293,19 @@ int32_t recServiceRecord(CapPriv* instance) {
       if (!frame && !packet) handedOver = instance->frameCount;
     }
     if (!frame && !packet) break;
-    // A failure ends the loop; the items of that round keep their references.
+    // A failure ends the loop; the items of that round keep their references and go back
+    // to the front of their queues, where the flush at close record releases them.
     if (frame) {
-      if (long rc = HandOverVideo(instance, frame)) return static_cast<int32_t>(rc);
+      if (long rc = HandOverVideo(instance, frame)) {
+        Requeue(instance, frame, packet);
+        return static_cast<int32_t>(rc);
+      }
     }
     if (packet) {
-      if (long rc = HandOverAudio(instance, packet)) return static_cast<int32_t>(rc);
+      if (long rc = HandOverAudio(instance, packet)) {
+        Requeue(instance, nullptr, packet);
+        return static_cast<int32_t>(rc);
+      }
     }
   }
   // Both queues are empty: report. The warning's count is deliberately not halved.

@@ -521,6 +521,9 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
     int signal;
   };
   const Fault faults[] = {{"killed", SIGKILL}, {"hung", SIGSTOP}, {"exits early", SIGTERM}};
+  // Descriptors and threads of this process after each recovery: the same every time.
+  std::vector<std::pair<long, long>> counts;
+  auto entries = [](const char* folder) { return std::distance(fs::directory_iterator(folder), fs::directory_iterator()); };
   for (const Fault& fault : faults) {
     SCOPED_TRACE(fault.name);
     CaptureSettings settings = Settings(4, 0);
@@ -558,6 +561,11 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
     RecordOutcome again = Record(settings, next, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "4"}});
     ASSERT_EQ(0, again.exitCode) << again.error;
     EXPECT_GE(ProbeMovie(next.moviePath, false).video.packets, 3);
+    counts.emplace_back(entries("/proc/self/fd"), entries("/proc/self/task"));
+  }
+  for (size_t i = 1; i < counts.size(); ++i) {
+    EXPECT_EQ(counts[0].first, counts[i].first) << "descriptors after fault " << i;
+    EXPECT_EQ(counts[0].second, counts[i].second) << "threads after fault " << i;
   }
 }
 
