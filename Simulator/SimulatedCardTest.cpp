@@ -501,6 +501,7 @@ TEST(SimulatedCardTest, FailureInjectionReachesTheCaptureInput) {
   EXPECT_EQ("*** EnableVideoInMode[#]: EnableVideoInput returned -2147483645 (0xffffffff80000003)\n"
             "*** Start[#]: StartStreams returned -2147483646 (0xffffffff80000002)\n",
             captured.Text());
+  capture->Unregister();  // the card holds it as its callback until then
   capture->Release();
 }
 
@@ -513,6 +514,7 @@ TEST(SimulatedCardTest, CardWithoutFormatDetectionIsEnabledOnTheSecondTry) {
   unsigned len = 3;
   EXPECT_EQ(0, capture->GetSupportedFormatsForMode(ktnModeHD1080p25, formats, &len));
   EXPECT_EQ(3u, len);
+  capture->Unregister();  // the card holds it as its callback until then
   capture->Release();
 }
 
@@ -523,6 +525,7 @@ TEST(SimulatedCardTest, NoCardMeansHardwareNotFound) {
   Util::CapturedStderr captured;
   EXPECT_EQ(kVeldranFalse, capture->Init());
   EXPECT_NE(std::string::npos, captured.Text().find("Veldran hardware not found"));
+  capture->Unregister();  // the card holds it as its callback until then
   capture->Release();
 }
 
@@ -554,6 +557,7 @@ TEST(SimulatedCardTest, StopReturnsOnlyWhenNoCallbackRuns) {
   std::this_thread::sleep_for(std::chrono::milliseconds(30));
   EXPECT_EQ(stopped, count.frames) << "and none runs later";
   EXPECT_EQ(0, capture->Disable());
+  capture->Unregister();  // the card holds it as its callback until then
   capture->Release();
 }
 
@@ -626,6 +630,7 @@ TEST(SimulatedCardTest, ABoundedSignalStopsAfterItsFrames) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   ASSERT_EQ(0, capture->Stop());
   EXPECT_EQ(5, count.frames);
+  capture->Unregister();  // the card holds it as its callback until then
   capture->Release();
 }
 
