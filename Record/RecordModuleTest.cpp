@@ -373,6 +373,17 @@ class CallbackTest : public RecordModuleTest {
     RecordModuleTest::TearDown();
   }
   size_t Queued(bool video) { return video ? mInstance->videoQueue->size() : mInstance->audioQueue->size(); }
+  // A recording to movie with the same frame queued twice, whose server is then killed;
+  // frame receives the caller's reference to it.
+  void QueueTwiceAndKillTheServer(const std::string& movie, FakeVideoInputFrame*& frame) {
+    recCapParmsRec8 parms = Parms(mFolder + "/" + movie);
+    ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+    ASSERT_EQ(rmNoErr, Start(mInstance));
+    frame = new FakeVideoInputFrame(720, 576, 0x80);
+    FrameArrivedCallback(mInstance, frame, nullptr);
+    FrameArrivedCallback(mInstance, frame, nullptr);
+    ASSERT_EQ(0, kill(mInstance->recordClient->ServerPid(), SIGKILL));
+  }
   CapPriv* mInstance = nullptr;
 };
 
@@ -492,13 +503,9 @@ TEST_F(CallbackTest, TwentyFourBitSoundIsPackedToThreeBytes) {
 }
 
 TEST_F(CallbackTest, FailingStopLeavesTheQueuesFullUntilCloseRecordFlushesThem) {
-  recCapParmsRec8 parms = Parms(mFolder + "/stop.mov");
-  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
-  ASSERT_EQ(rmNoErr, Start(mInstance));
-  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
-  FrameArrivedCallback(mInstance, frame, nullptr);
-  FrameArrivedCallback(mInstance, frame, nullptr);
-  ASSERT_EQ(0, kill(mInstance->recordClient->ServerPid(), SIGKILL));
+  FakeVideoInputFrame* frame = nullptr;
+  QueueTwiceAndKillTheServer("stop.mov", frame);
+  if (HasFatalFailure()) return;
   CapturedStderr captured;
   EXPECT_EQ(5, recStopRecord(mInstance));
   EXPECT_NE(std::string::npos, captured.Text().find("*** recStopRecord[#]: Stop returned 5\n"));
@@ -513,13 +520,9 @@ TEST_F(CallbackTest, FailingStopLeavesTheQueuesFullUntilCloseRecordFlushesThem) 
 }
 
 TEST_F(CallbackTest, FailedHandOverPutsItsItemsBackForCloseRecordToRelease) {
-  recCapParmsRec8 parms = Parms(mFolder + "/gone.mov");
-  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
-  ASSERT_EQ(rmNoErr, Start(mInstance));
-  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
-  FrameArrivedCallback(mInstance, frame, nullptr);
-  FrameArrivedCallback(mInstance, frame, nullptr);
-  ASSERT_EQ(0, kill(mInstance->recordClient->ServerPid(), SIGKILL));
+  FakeVideoInputFrame* frame = nullptr;
+  QueueTwiceAndKillTheServer("gone.mov", frame);
+  if (HasFatalFailure()) return;
   CapturedStderr captured;
   EXPECT_NE(rmNoErr, recServiceRecord(mInstance));
   EXPECT_EQ(2u, Queued(true)) << "the frame that failed is queued again, not lost";

@@ -354,11 +354,10 @@ long MovieWriter::Finish() {
       cutBack = true;
     }
   }
-  int rc = 0;
   if (mFormat->pb) {
     avio_flush(mFormat->pb);
     if (mFormat->pb->error < 0 && !mFirstError) mFirstError = REPORT_AV("avio_flush", mFormat->pb->error);
-    rc = avio_closep(&mFormat->pb);
+    int rc = avio_closep(&mFormat->pb);
     if (rc < 0 && !mFirstError) mFirstError = REPORT_AV("avio_closep", rc);
   }
   long result = mFirstError;

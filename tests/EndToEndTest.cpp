@@ -335,11 +335,27 @@ std::string ReadText(const std::string& path) {
   return text;
 }
 
-// The recording server the host program started.
+// The recording server among parent's children (started by any of its threads), or -1.
+pid_t RunningServerOf(pid_t parent) {
+  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(parent) + "/task")) {
+    std::string children = ReadText(task.path().string() + "/children");
+    size_t start = 0;
+    while (start < children.size()) {
+      pid_t pid = static_cast<pid_t>(atoi(children.c_str() + start));
+      if (pid > 0 && ReadText("/proc/" + std::to_string(pid) + "/comm") == "QTRecordServer\n") return pid;
+      size_t space = children.find(' ', start);
+      if (space == std::string::npos) break;
+      start = space + 1;
+    }
+  }
+  return -1;
+}
+
+// The recording server the host program started, waiting up to four seconds for it.
 pid_t ServerOf(pid_t host) {
   for (int i = 0; i < 200; ++i) {
-    std::string children = ReadText("/proc/" + std::to_string(host) + "/task/" + std::to_string(host) + "/children");
-    if (!children.empty()) return static_cast<pid_t>(atoi(children.c_str()));
+    pid_t server = RunningServerOf(host);
+    if (server > 0) return server;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   return -1;
@@ -497,22 +513,6 @@ TEST_F(EndToEndTest, HostProgramGivesUpOnAHungServerWithinTheBound) {
   EXPECT_GE(probed.video.packets, 10);
 }
 
-// The recording server the test process itself started, if any.
-pid_t OwnServer() {
-  for (const auto& task : fs::directory_iterator("/proc/self/task")) {
-    std::string children = ReadText(task.path().string() + "/children");
-    size_t start = 0;
-    while (start < children.size()) {
-      pid_t pid = static_cast<pid_t>(atoi(children.c_str() + start));
-      if (pid > 0 && ReadText("/proc/" + std::to_string(pid) + "/comm") == "QTRecordServer\n") return pid;
-      size_t space = children.find(' ', start);
-      if (space == std::string::npos) break;
-      start = space + 1;
-    }
-  }
-  return -1;
-}
-
 // A recording whose server is killed, stopped or exits mid-take ends with an error; the
 // next recording of the same host process starts a fresh server and works.
 TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
@@ -534,7 +534,7 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
     std::thread saboteur([&] {
       for (int i = 0; i < 250 && faulted < 0; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        pid_t server = OwnServer();
+        pid_t server = RunningServerOf(getpid());
         if (server > 0) {
           std::this_thread::sleep_for(std::chrono::milliseconds(1000));
           kill(server, fault.signal);
@@ -551,7 +551,7 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
     EXPECT_FALSE(outcome.error.empty());
     EXPECT_EQ(std::string::npos, outcome.error.find('\n'));
     EXPECT_LT(took, 20.0) << "no wait beyond the idle limit";
-    EXPECT_EQ(-1, OwnServer()) << "the faulted server is gone";
+    EXPECT_EQ(-1, RunningServerOf(getpid())) << "the faulted server is gone";
     EXPECT_FALSE(SegmentsLeft());
 
     RecordRequest next;
