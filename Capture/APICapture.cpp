@@ -180,6 +180,7 @@ long APICapture::Start(FrameArrivedFunc callback, void* context) {
     return rc;
   }
   // Stored only now: frames that arrive while the streams start are dropped.
+  std::lock_guard<std::mutex> guard(mCallbackLock);
   mCallback = callback;
   mContext = context;
   return 0;
@@ -194,6 +195,7 @@ long APICapture::Stop() {
     KTN_LOG("StopStreams returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
     return rc;
   }
+  std::lock_guard<std::mutex> guard(mCallbackLock);
   mCallback = nullptr;
   mContext = nullptr;
   return 0;
@@ -213,7 +215,16 @@ VeldranResult APICapture::VideoInputFormatChanged(uint32_t, IVeldranDisplayMode*
 }
 
 VeldranResult APICapture::VideoInputFrameArrived(IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio) {
-  if (FrameArrivedFunc callback = mCallback) callback(mContext, video, audio);
+  FrameArrivedFunc callback;
+  void* context;
+  {
+    std::lock_guard<std::mutex> guard(mCallbackLock);
+    callback = mCallback;
+    context = mContext;
+  }
+  // Stop clears the pair only once the card's StopStreams has returned, after which no
+  // frame arrives: the context stays valid for this call.
+  if (callback) callback(context, video, audio);
   return kVeldranOK;
 }
 

@@ -1,6 +1,8 @@
 // The input side of the first capture card: modes, formats, enabling, and frame delivery.
 #pragma once
 
+#include <mutex>
+
 #include "Core/Refcounted.h"
 #include "DeviceAPI/VeldranAPI.h"
 
@@ -63,8 +65,9 @@ class APICapture : public Core::Refcounted, public IVeldranInputCallback {
   ~APICapture() override;
 
  private:
-  // Written by Start and Stop on the host's thread, read on the capture thread; the
-  // record module orders them with its own state.
+  // Protects mCallback and mContext, written as a pair by Start and Stop on the host's
+  // thread and read as a pair on the card's capture thread (never held during a callback).
+  std::mutex mCallbackLock;
   FrameArrivedFunc mCallback = nullptr;
   void* mContext = nullptr;
   // The input holds this object as its callback (set by Init, cleared by Unregister).
