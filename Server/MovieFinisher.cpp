@@ -72,7 +72,7 @@ bool MovieFinisher::IsFragmented(const std::string& path) {
   return fragmented;
 }
 
-long MovieFinisher::Finish(const std::string& path) {
+long MovieFinisher::Finish(const std::string& path, int64_t frameDuration, int64_t timescale) {
   if (!IsFragmented(path)) {
     if (access(path.c_str(), R_OK) != 0) {
       long error = errno;
@@ -95,9 +95,16 @@ long MovieFinisher::Finish(const std::string& path) {
     if ((rc = avcodec_parameters_copy(to->codecpar, from->codecpar)) < 0) return REPORT_AV("avcodec_parameters_copy", rc);
     to->time_base = from->time_base;
     // The writer's time base is one frame, from which the muxer picks a DV variant's tag and
-    // the track's timescale; a rewrite must choose as the recording did.
-    if (from->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && from->avg_frame_rate.num > 0) {
-      to->time_base = av_inv_q(from->avg_frame_rate);
+    // the track's timescale; a rewrite must choose as the recording did. The average rate
+    // will not do: frames a full backlog dropped make it slower than the frames' own.
+    if (from->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+      if (frameDuration > 0 && timescale > 0) {
+        av_reduce(&to->time_base.num, &to->time_base.den, frameDuration, timescale, INT32_MAX);
+      } else if (from->r_frame_rate.num > 0 && from->r_frame_rate.den > 0) {
+        to->time_base = av_inv_q(from->r_frame_rate);  // the finest step the timestamps take
+      } else if (from->avg_frame_rate.num > 0 && from->avg_frame_rate.den > 0) {
+        to->time_base = av_inv_q(from->avg_frame_rate);
+      }
     }
     if (from->codecpar->codec_id == AV_CODEC_ID_DVVIDEO) to->codecpar->codec_tag = 0;
     to->avg_frame_rate = from->avg_frame_rate;

@@ -1,6 +1,8 @@
 // Rewrites a fragmented movie, finished or cut off, as an ordinary indexed movie in place.
 #pragma once
 
+#include <stdint.h>
+
 #include <string>
 
 namespace KTN {
@@ -12,10 +14,11 @@ namespace KTN {
 // the movie and renames it over the original, which stays untouched if anything fails.
 class MovieFinisher {
  public:
-  // Rewrites path in place. Returns 0 (also for a movie already in the ordinary layout,
-  // which is left alone) or errno with one failure line; 61 (ENODATA) when not one
-  // sample could be read back.
-  static long Finish(const std::string& path);
+  // Rewrites path in place. frameDuration / timescale (seconds) is the take's frame time
+  // when the caller knows it, as the writer does; 0 reads it from the movie's timestamps.
+  // Returns 0 (also for a movie already in the ordinary layout, which is left alone) or
+  // errno with one failure line; 61 (ENODATA) when not one sample could be read back.
+  static long Finish(const std::string& path, int64_t frameDuration = 0, int64_t timescale = 0);
 
   // Whether the movie at path is laid out as fragments (holds a top-level 'moof' box).
   // False when the file cannot be read.

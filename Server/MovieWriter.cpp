@@ -362,13 +362,15 @@ long MovieWriter::Finish() {
   }
   long result = mFirstError;
   std::string path = mSettings.path;
+  const int64_t frameDuration = mSettings.videoEnabled ? mSettings.frameDuration : 0;
+  const int64_t timescale = mSettings.timescale;
   Release();
   if (cutBack && truncate(path.c_str(), mCompleteBytes) != 0) {
     KTN_LOG("truncate(%s, %lld) failed with errno %d (%s)", path.c_str(), static_cast<long long>(mCompleteBytes), errno,
             strerror(errno));
   }
   // The fragments already play; a failed rewrite (a full disk, say) leaves them as they are.
-  if (long rc = MovieFinisher::Finish(path)) KTN_LOG("The movie %s is kept as fragments (error %ld)", path.c_str(), rc);
+  if (long rc = MovieFinisher::Finish(path, frameDuration, timescale)) KTN_LOG("The movie %s is kept as fragments (error %ld)", path.c_str(), rc);
   return result;
 }
 

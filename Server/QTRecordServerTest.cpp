@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <string.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -19,8 +20,10 @@
 #include "IPC/Pipe.h"
 #include "IPC/QTRecordClient.h"
 #include "IPC/ServerProcess.h"
+#include "Server/CodecTable.h"
 #include "Server/MovieFinisher.h"
 #include "Server/MovieProbe.h"
+#include "Server/MovieWriter.h"
 #include "Util/CapturedStderr.h"
 #include "Util/FourCC.h"
 #include "Util/RowBytes.h"
@@ -470,6 +473,63 @@ TEST(QTRecordServerTest, FullBacklogDropsFramesButKeepsTheirTime) {
   EXPECT_EQ(10 * 1602, movie.audio.totalDuration) << "no sound is dropped";
 }
 
+
+// Frames missing from a take (a full backlog drops them) leave their slots empty in the
+// finished movie and in a repaired copy of its fragments, whatever the frame rate, and the
+// movie keeps its codec type.
+TEST(QTRecordServerTest, MissingFramesKeepTheirSlotsWhenFinishedAndRepaired) {
+  for (int row : {0, 9, 10}) {  // 2vuy at 29.97, DVCPROHD 1080i50 and 720p59.94
+    const Take& take = kTakes[row];
+    SCOPED_TRACE(Spelled(take.codecType));
+    ScratchFolder folder;
+    std::string path = folder.File("gaps.mov");
+    std::string copy = folder.File("gaps copy.mov");
+    MovieSettings settings;
+    settings.path = path;
+    settings.videoEnabled = true;
+    settings.codec = FindServerCodec(take.codecType);
+    settings.deviceFormat = DeviceFormat(take.codecType);
+    settings.width = take.width;
+    settings.height = take.height;
+    settings.frameDuration = take.duration;
+    settings.timescale = take.timescale;
+    settings.pixelAspectX = settings.pixelAspectY = 1;
+    settings.quality = 1023;
+    MovieWriter writer;
+    ASSERT_EQ(0, writer.Open(settings));
+    std::vector<int64_t> written;
+    for (int frame = 0; frame < 90; ++frame) {
+      if (frame % 7 == 1 || frame % 7 == 2) continue;  // two of every seven never arrive
+      std::vector<uint8_t> payload = FramePayload(take, frame);
+      auto segment = std::make_unique<Core::SharedMemory>("/ktn-missing-frames-test");
+      void* address = nullptr;
+      ASSERT_EQ(0, segment->Create(payload.size()));
+      ASSERT_EQ(0, segment->Map(address, false));
+      memcpy(address, payload.data(), payload.size());
+      ASSERT_EQ(0, writer.WriteVideo(std::move(segment), frame));
+      written.push_back(frame);
+    }
+    fs::copy_file(path, copy);  // the fragments so far, as a take cut off here leaves them
+    ASSERT_EQ(0, writer.Finish());
+    ASSERT_EQ(0, MovieFinisher::Finish(copy));
+    for (const std::string& movie : {path, copy}) {
+      SCOPED_TRACE(movie);
+      ProbedMovie probed = ProbeMovie(movie, false);
+      ASSERT_TRUE(probed.opened);
+      EXPECT_FALSE(MovieFinisher::IsFragmented(movie));
+      ASSERT_GE(probed.video.pts.size(), 10u);
+      ASSERT_LE(probed.video.pts.size(), written.size());
+      for (size_t i = 0; i < probed.video.pts.size(); ++i) {
+        ASSERT_EQ(written[i] * take.duration * probed.video.timeBaseDen,
+                  probed.video.pts[i] * static_cast<int64_t>(take.timescale) * probed.video.timeBaseNum)
+            << "frame " << written[i];
+      }
+      EXPECT_EQ(Spelled(take.codecType), CommandOutput("ffprobe -v error -select_streams v:0 -show_entries "
+                                                       "stream=codec_tag_string -of csv=p=0 '" + movie + "'"));
+    }
+    EXPECT_EQ(written.size(), ProbeMovie(path, false).video.pts.size()) << "the finished movie holds every frame";
+  }
+}
 
 // How a recording is cut off in the middle of a take.
 enum class Interruption { kServerKilled, kPlugInGone, kCopiedAway };
