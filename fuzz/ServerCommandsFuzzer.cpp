@@ -33,8 +33,12 @@ std::string ScratchMovie() {
   static std::string movie;
   if (movie.empty()) {
     char pattern[] = "/tmp/ktn-fuzz-server-XXXXXX";
-    movie = std::string(mkdtemp(pattern)) + "/fuzz.mov";
+    const char* folder = mkdtemp(pattern);
+    if (!folder) abort();
+    movie = std::string(folder) + "/fuzz.mov";
     av_log_set_level(AV_LOG_QUIET);
+    // The folder goes when libFuzzer ends the run (each input removes its movie).
+    atexit([] { rmdir(movie.substr(0, movie.rfind('/')).c_str()); });
   }
   return movie;
 }
