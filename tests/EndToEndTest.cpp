@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -335,18 +336,27 @@ std::string ReadText(const std::string& path) {
   return text;
 }
 
-// The recording server among parent's children (started by any of its threads), or -1.
-pid_t RunningServerOf(pid_t parent) {
+// The child processes of parent (started by any of its threads), ended but unreaped ones too.
+std::vector<pid_t> ChildrenOf(pid_t parent) {
+  std::vector<pid_t> pids;
   for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(parent) + "/task")) {
     std::string children = ReadText(task.path().string() + "/children");
     size_t start = 0;
     while (start < children.size()) {
       pid_t pid = static_cast<pid_t>(atoi(children.c_str() + start));
-      if (pid > 0 && ReadText("/proc/" + std::to_string(pid) + "/comm") == "QTRecordServer\n") return pid;
+      if (pid > 0) pids.push_back(pid);
       size_t space = children.find(' ', start);
       if (space == std::string::npos) break;
       start = space + 1;
     }
+  }
+  return pids;
+}
+
+// The recording server among parent's children, or -1.
+pid_t RunningServerOf(pid_t parent) {
+  for (pid_t pid : ChildrenOf(parent)) {
+    if (ReadText("/proc/" + std::to_string(pid) + "/comm") == "QTRecordServer\n") return pid;
   }
   return -1;
 }
@@ -462,6 +472,28 @@ bool SegmentsLeft() {
   return false;
 }
 
+// What a process holds that a failed recording could leave behind.
+struct Holdings {
+  long descriptors = 0;
+  long threads = 0;
+  size_t children = 0;
+  bool segments = false;
+  bool operator==(const Holdings& other) const {
+    return descriptors == other.descriptors && threads == other.threads && children == other.children &&
+           segments == other.segments;
+  }
+};
+
+std::ostream& operator<<(std::ostream& out, const Holdings& h) {
+  return out << h.descriptors << " descriptors, " << h.threads << " threads, " << h.children << " children, "
+             << (h.segments ? "segments left" : "no segments");
+}
+
+Holdings HoldingsOfThisProcess() {
+  auto entries = [](const char* folder) { return std::distance(fs::directory_iterator(folder), fs::directory_iterator()); };
+  return {entries("/proc/self/fd"), entries("/proc/self/task"), ChildrenOf(getpid()).size(), SegmentsLeft()};
+}
+
 TEST_F(EndToEndTest, HostProgramReportsAFullDiskInOneLineAndKeepsTheFrames) {
   Util::SmallDisk disk("8m");  // five PAL v210 frames
   if (!disk.Mounted()) GTEST_SKIP() << "cannot mount a tmpfs: " << strerror(disk.Error());
@@ -521,9 +553,8 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
     int signal;
   };
   const Fault faults[] = {{"killed", SIGKILL}, {"hung", SIGSTOP}, {"exits early", SIGTERM}};
-  // Descriptors and threads of this process after each recovery: the same every time.
-  std::vector<std::pair<long, long>> counts;
-  auto entries = [](const char* folder) { return std::distance(fs::directory_iterator(folder), fs::directory_iterator()); };
+  // What this process holds after each recovery: the same every time.
+  std::vector<Holdings> counts;
   for (const Fault& fault : faults) {
     SCOPED_TRACE(fault.name);
     CaptureSettings settings = Settings(4, 0);
@@ -561,12 +592,63 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
     RecordOutcome again = Record(settings, next, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "4"}});
     ASSERT_EQ(0, again.exitCode) << again.error;
     EXPECT_GE(ProbeMovie(next.moviePath, false).video.packets, 3);
-    counts.emplace_back(entries("/proc/self/fd"), entries("/proc/self/task"));
+    counts.push_back(HoldingsOfThisProcess());
   }
-  for (size_t i = 1; i < counts.size(); ++i) {
-    EXPECT_EQ(counts[0].first, counts[i].first) << "descriptors after fault " << i;
-    EXPECT_EQ(counts[0].second, counts[i].second) << "threads after fault " << i;
+  for (size_t i = 1; i < counts.size(); ++i) EXPECT_EQ(counts[0], counts[i]) << "after fault " << i;
+}
+
+// A full disk, movie paths that cannot be created and stale segments, each recorded in this
+// process: every one ends, and the process holds what it held after a good recording.
+TEST_F(EndToEndTest, FailedRecordingsLeaveNothingBehind) {
+  CaptureSettings settings = Settings(4, 1);  // PAL v210
+  auto record = [&](const std::string& path, int32_t frames) {
+    RecordRequest request;
+    request.moviePath = path;
+    request.frames = frames;
+    request.pluginCounts = true;
+    return Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "4"}});
+  };
+  // A good recording first, so that everything loaded once (the bundle's libraries, the
+  // card's threads) is in the baseline.
+  RecordOutcome good = record(mFolder + "/good.mov", 3);
+  ASSERT_EQ(0, good.exitCode) << good.error;
+  const Holdings baseline = HoldingsOfThisProcess();
+  EXPECT_EQ(0u, baseline.children);
+  EXPECT_FALSE(baseline.segments);
+
+  Util::SmallDisk disk("8m");  // five PAL v210 frames
+  Util::SmallDisk readOnly("1m", true);
+  fs::create_directories(mFolder + "/a folder.mov");
+  struct Failure {
+    const char* name;
+    std::string path;
+    const Util::SmallDisk* mount;  // the filesystem the test mounts for it, if any
+  };
+  const Failure failures[] = {
+      {"disk full", disk.File("full.mov"), &disk},
+      {"no folder", mFolder + "/missing/x.mov", nullptr},
+      {"a folder", mFolder + "/a folder.mov", nullptr},
+      {"read-only", readOnly.File("x.mov"), &readOnly},
+  };
+  for (const Failure& failure : failures) {
+    SCOPED_TRACE(failure.name);
+    if (failure.mount && !failure.mount->Mounted()) continue;  // mounting needs root
+    RecordOutcome outcome = record(failure.path, 500);
+    EXPECT_NE(0, outcome.exitCode);
+    EXPECT_FALSE(outcome.error.empty());
+    EXPECT_EQ(std::string::npos, outcome.error.find('\n'));
+    EXPECT_EQ(baseline, HoldingsOfThisProcess());
   }
+
+  // Segments a crashed run left: cleared, recorded through, and gone again at the end.
+  for (const char* key : {kVideoShmKey, kAudioShmKey}) {
+    int fd = shm_open(key, O_RDWR | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    close(fd);
+  }
+  RecordOutcome afterStale = record(mFolder + "/after stale.mov", 3);
+  EXPECT_EQ(0, afterStale.exitCode) << afterStale.error;
+  EXPECT_EQ(baseline, HoldingsOfThisProcess());
 }
 
 // What the folder holds apart from the host program's own files.
