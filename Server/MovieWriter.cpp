@@ -218,9 +218,13 @@ long MovieWriter::AddVideoStream() {
   if (rc < 0) return REPORT_AV("avcodec_parameters_from_context", rc);
   if (codec.codecId != AV_CODEC_ID_DVVIDEO) mVideoStream->codecpar->codec_tag = FfmpegTag(codec.codecType);
 
-  mScaler = sws_getContext(mSettings.width, mSettings.height, AV_PIX_FMT_UYVY422, storedWidth, storedHeight,
-                           codec.encoderFormat, SWS_BICUBIC, nullptr, nullptr, nullptr);
-  if (!mScaler) {
+  if (codec.encoderFormat == AV_PIX_FMT_YUVJ422P && storedWidth == mSettings.width && storedHeight == mSettings.height) {
+    mFullRange.reset(new FullRangeConverter);
+  } else {
+    mScaler = sws_getContext(mSettings.width, mSettings.height, AV_PIX_FMT_UYVY422, storedWidth, storedHeight,
+                             codec.encoderFormat, SWS_BICUBIC, nullptr, nullptr, nullptr);
+  }
+  if (!mScaler && !mFullRange) {
     KTN_LOG("sws_getContext failed for %dx%d to %dx%d", mSettings.width, mSettings.height, storedWidth, storedHeight);
     return EINVAL;
   }
@@ -300,7 +304,11 @@ long MovieWriter::WriteVideo(std::unique_ptr<Core::SharedMemory> segment, int64_
   const uint64_t topCrop = rows == 486 && mSettings.height == 480 ? 4 : 0;
   const uint8_t* source[1] = {static_cast<const uint8_t*>(segment->Address()) + topCrop * rowBytes};
   const int strides[1] = {static_cast<int>(rowBytes)};
-  sws_scale(mScaler, source, strides, 0, mSettings.height, mFrame->data, mFrame->linesize);
+  if (mFullRange) {
+    mFullRange->Convert(source[0], strides[0], mSettings.width, mSettings.height, mFrame->data, mFrame->linesize);
+  } else {
+    sws_scale(mScaler, source, strides, 0, mSettings.height, mFrame->data, mFrame->linesize);
+  }
   mFrame->pts = frameIndex;
   mFrame->interlaced_frame = mSettings.codec->fieldOrder == AV_FIELD_TT || mSettings.codec->fieldOrder == AV_FIELD_BB;
   mFrame->top_field_first = mSettings.codec->fieldOrder == AV_FIELD_TT;
@@ -383,6 +391,7 @@ void MovieWriter::Release() {
   avcodec_free_context(&mEncoder);
   sws_freeContext(mScaler);
   mScaler = nullptr;
+  mFullRange.reset();
   av_frame_free(&mFrame);
   av_packet_free(&mPacket);
 }

@@ -8,6 +8,7 @@
 
 #include "Core/SharedMemory.h"
 #include "Server/CodecTable.h"
+#include "Server/FullRangeConverter.h"
 
 struct AVCodecContext;
 struct AVFormatContext;
@@ -88,6 +89,8 @@ class MovieWriter {
   AVStream* mAudioStream = nullptr;
   AVCodecContext* mEncoder = nullptr;  // null for uncompressed types
   SwsContext* mScaler = nullptr;
+  // JPEG at the standard's own size: the range conversion it needs, in place of mScaler.
+  std::unique_ptr<FullRangeConverter> mFullRange;
   AVFrame* mFrame = nullptr;           // the encoder's input picture, reused
   AVPacket* mPacket = nullptr;
   long mFirstError = 0;

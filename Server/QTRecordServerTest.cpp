@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -284,6 +285,44 @@ INSTANTIATE_TEST_SUITE_P(EveryCodecType, CodecRecordingTest, testing::Range(0, 1
                            for (char& c : name) if (c == ' ') c = '_';
                            return name;
                          });
+
+// A JPEG take decodes back to the card's picture: black stays black and white white (the
+// video-range rows are coded over JPEG's full range and read back into video range).
+TEST(QTRecordServerTest, JpegPictureReadsBackAsTheCardsPicture) {
+  const Take& take = kTakes[3];  // JPEG 1920x1080
+  ASSERT_EQ(FourCC("jpeg"), take.codecType);
+  // Luma ramps from black to white across the picture, chroma from one end to the other down it.
+  const size_t rowBytes = static_cast<size_t>(take.width) * 2;
+  std::vector<uint8_t> picture(rowBytes * static_cast<size_t>(take.height));
+  for (int y = 0; y < take.height; ++y) {
+    for (int x = 0; x < take.width; x += 2) {
+      uint8_t* pair = &picture[static_cast<size_t>(y) * rowBytes + static_cast<size_t>(x) * 2];
+      pair[0] = pair[2] = static_cast<uint8_t>(16 + 224 * y / (take.height - 1));
+      pair[1] = static_cast<uint8_t>(16 + 219 * x / (take.width - 1));
+      pair[3] = static_cast<uint8_t>(16 + 219 * (x + 1) / (take.width - 1));
+    }
+  }
+  ScratchFolder folder;
+  std::string path = folder.File("ramp.mov");
+  {
+    ServerSession session;
+    ASSERT_EQ(0, session.Status());
+    ASSERT_EQ(0, Configure(session.Client(), take, path, true, false));
+    ASSERT_EQ(0, HandOver(session.Client(), kVideoShmKey, picture, true));
+    ASSERT_EQ(0, session.Client().Stop());
+  }
+  std::string decoded = CommandOutput("ffmpeg -v error -i '" + path + "' -frames:v 1 -f rawvideo -pix_fmt uyvy422 -");
+  ASSERT_EQ(picture.size(), decoded.size());
+  double totalError = 0;
+  int worst = 0;
+  for (size_t i = 0; i < picture.size(); ++i) {
+    int error = std::abs(static_cast<int>(static_cast<uint8_t>(decoded[i])) - static_cast<int>(picture[i]));
+    totalError += error;
+    worst = std::max(worst, error);
+  }
+  EXPECT_LT(totalError / static_cast<double>(picture.size()), 1.0) << "mean error in levels";
+  EXPECT_LE(worst, 3) << "largest error in levels";
+}
 
 TEST(QTRecordServerTest, VendorIsApplForWrittenTypesAndZeroOtherwise) {
   ServerSession session;

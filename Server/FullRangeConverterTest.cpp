@@ -1,0 +1,99 @@
+// Tests of the video-range to full-range conversion of JPEG recordings.
+#include <gtest/gtest.h>
+
+#include <stdint.h>
+
+#include <vector>
+
+#include "Server/FullRangeConverter.h"
+
+namespace KTN {
+namespace {
+
+struct LevelCase {
+  uint8_t video;
+  uint8_t luma;    // full-range value of video as luma
+  uint8_t chroma;  // and as chroma
+};
+
+const LevelCase kLevels[] = {
+    {0, 0, 0},        // below video range: clipped
+    {16, 0, 0},       // black; the most negative chroma
+    {17, 1, 2},
+    {126, 128, 126},
+    {127, 129, 127},
+    {128, 130, 128},  // chroma's centre stays put
+    {129, 132, 129},
+    {235, 255, 250},  // white
+    {240, 255, 255},  // the most positive chroma
+    {255, 255, 255},  // above video range: clipped
+};
+
+// One pixel pair of every level, read back from the three planes.
+TEST(FullRangeConverterTest, MapsVideoLevelsToFullRange) {
+  FullRangeConverter converter;
+  for (const LevelCase& level : kLevels) {
+    SCOPED_TRACE(static_cast<int>(level.video));
+    const uint8_t pair[4] = {level.video, level.video, level.video, level.video};
+    uint8_t y[2] = {}, cb = 0, cr = 0;
+    uint8_t* const planes[3] = {y, &cb, &cr};
+    const int linesizes[3] = {2, 1, 1};
+    converter.Convert(pair, 4, 2, 1, planes, linesizes);
+    EXPECT_EQ(level.luma, y[0]);
+    EXPECT_EQ(level.luma, y[1]);
+    EXPECT_EQ(level.chroma, cb);
+    EXPECT_EQ(level.chroma, cr);
+  }
+}
+
+// Cb Y0 Cr Y1 land in their planes, row by row, with padding on either side left alone.
+TEST(FullRangeConverterTest, PlacesEverySampleInItsPlaneAndRow) {
+  constexpr int kWidth = 4, kHeight = 2, kRowBytes = 12;  // 8 bytes of pixels, 4 of padding
+  std::vector<uint8_t> rows(kRowBytes * kHeight, 0xEE);
+  for (int row = 0; row < kHeight; ++row) {
+    for (int pair = 0; pair < kWidth / 2; ++pair) {
+      uint8_t* in = &rows[row * kRowBytes + pair * 4];
+      in[0] = static_cast<uint8_t>(128 + 10 * row + pair);       // Cb
+      in[1] = static_cast<uint8_t>(16 + 40 * row + 2 * pair);    // Y0
+      in[2] = static_cast<uint8_t>(100 + 10 * row + pair);       // Cr
+      in[3] = static_cast<uint8_t>(16 + 40 * row + 2 * pair + 1);  // Y1
+    }
+  }
+  constexpr int kLuma = 6, kChroma = 3;  // linesizes wider than the picture
+  std::vector<uint8_t> y(kLuma * kHeight, 0x55), cb(kChroma * kHeight, 0x55), cr(kChroma * kHeight, 0x55);
+  uint8_t* const planes[3] = {y.data(), cb.data(), cr.data()};
+  const int linesizes[3] = {kLuma, kChroma, kChroma};
+  FullRangeConverter converter;
+  converter.Convert(rows.data(), kRowBytes, kWidth, kHeight, planes, linesizes);
+
+  FullRangeConverter reference;
+  auto luma = [&](int video) {
+    const uint8_t pair[4] = {128, static_cast<uint8_t>(video), 128, static_cast<uint8_t>(video)};
+    uint8_t out[2], c1, c2;
+    uint8_t* const p[3] = {out, &c1, &c2};
+    const int l[3] = {2, 1, 1};
+    reference.Convert(pair, 4, 2, 1, p, l);
+    return out[0];
+  };
+  auto chroma = [&](int video) {
+    const uint8_t pair[4] = {static_cast<uint8_t>(video), 16, static_cast<uint8_t>(video), 16};
+    uint8_t out[2], c1, c2;
+    uint8_t* const p[3] = {out, &c1, &c2};
+    const int l[3] = {2, 1, 1};
+    reference.Convert(pair, 4, 2, 1, p, l);
+    return c1;
+  };
+  for (int row = 0; row < kHeight; ++row) {
+    for (int x = 0; x < kWidth; ++x) EXPECT_EQ(luma(16 + 40 * row + x), y[row * kLuma + x]) << row << "," << x;
+    for (int pair = 0; pair < kWidth / 2; ++pair) {
+      EXPECT_EQ(chroma(128 + 10 * row + pair), cb[row * kChroma + pair]);
+      EXPECT_EQ(chroma(100 + 10 * row + pair), cr[row * kChroma + pair]);
+    }
+    for (int x = kWidth; x < kLuma; ++x) EXPECT_EQ(0x55, y[row * kLuma + x]) << "luma padding";
+    EXPECT_EQ(0x55, cb[row * kChroma + 2]) << "chroma padding";
+    EXPECT_EQ(0x55, cr[row * kChroma + 2]);
+  }
+}
+
+}  // namespace
+}  // namespace KTN
