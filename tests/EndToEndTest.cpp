@@ -82,6 +82,21 @@ class EndToEndTest : public testing::Test {
     return session.Run(request);
   }
 
+  // A request for frames counted by the plug-in from the start, into the movie at path.
+  static RecordRequest Counted(const std::string& path, int32_t frames) {
+    RecordRequest request;
+    request.moviePath = path;
+    request.frames = frames;
+    request.pluginCounts = true;
+    return request;
+  }
+
+  // One recording with the card sending no timecode, at speed times real time.
+  RecordOutcome RecordUntimed(const CaptureSettings& settings, const RecordRequest& request, const char* speed,
+                              const std::string& bundle = KESTRIN_BUNDLE) {
+    return Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", speed}}, bundle);
+  }
+
   // A copy of the plug-in bundle whose server writes slowly (each write held back, room for
   // two frames): the server has to drop frames, however fast this machine is.
   std::string SlowServerBundle(unsigned long frameBytes) {
@@ -156,13 +171,10 @@ TEST_P(RecordingMatrixTest, ShortRecordingIsRightInEveryRespect) {
   const Pair pair = GetParam();
   CaptureSettings settings = Settings(pair.standard, pair.format);
   const uint32_t codec = settings.codecType;
-  RecordRequest request;
-  request.moviePath = mFolder + "/take.mov";
-  request.frames = 3;
-  request.pluginCounts = true;
+  RecordRequest request = Counted(mFolder + "/take.mov", 3);
   // Without timecode the plug-in starts at once and counts the frames itself; the card runs
   // at real time, as a card does.
-  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "1"}});
+  RecordOutcome outcome = RecordUntimed(settings, request, "1");
   ASSERT_EQ(0, outcome.exitCode) << outcome.error;
   double rate = static_cast<double>(settings.timeScale) / settings.frameDuration;
   int expected = rate > 30 ? 6 : 3;  // frame pairs above 30 frames a second
@@ -243,11 +255,8 @@ TEST_F(EndToEndTest, LeftoverSegmentsOfACrashedRunAreCleared) {
     close(fd);
   }
   CaptureSettings settings = Settings(4, 0);
-  RecordRequest request;
-  request.moviePath = mFolder + "/leftover.mov";
-  request.frames = 3;
-  request.pluginCounts = true;
-  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "4"}});
+  RecordRequest request = Counted(mFolder + "/leftover.mov", 3);
+  RecordOutcome outcome = RecordUntimed(settings, request, "4");
   ASSERT_EQ(0, outcome.exitCode) << outcome.error;
   EXPECT_GE(ProbeMovie(request.moviePath, false).video.packets, 3);
   EXPECT_FALSE(fs::exists(std::string("/dev/shm/") + kVideoShmKey)) << "nothing left behind this time";
@@ -255,12 +264,8 @@ TEST_F(EndToEndTest, LeftoverSegmentsOfACrashedRunAreCleared) {
 
 TEST_F(EndToEndTest, DroppedFramesAreReportedAndTheMovieStillPlays) {
   CaptureSettings settings = Settings(4, 0);  // PAL, 2vuy: 829440-byte frames
-  RecordRequest request;
-  request.moviePath = mFolder + "/dropped.mov";
-  request.frames = 60;
-  request.pluginCounts = true;
-  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "2"}},
-                                 SlowServerBundle(829440));
+  RecordRequest request = Counted(mFolder + "/dropped.mov", 60);
+  RecordOutcome outcome = RecordUntimed(settings, request, "2", SlowServerBundle(829440));
   ASSERT_EQ(0, outcome.exitCode) << outcome.error;
   EXPECT_TRUE(outcome.droppedFrames) << outcome.status;
   EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", outcome.status);
@@ -273,13 +278,9 @@ TEST_F(EndToEndTest, DroppedFramesAreReportedAndTheMovieStillPlays) {
 
 TEST_F(EndToEndTest, AbortOnDroppedFramesEndsTheRecording) {
   CaptureSettings settings = Settings(4, 0);
-  RecordRequest request;
-  request.moviePath = mFolder + "/abort.mov";
-  request.frames = 400;
-  request.pluginCounts = true;
+  RecordRequest request = Counted(mFolder + "/abort.mov", 400);
   request.abortOnDrop = true;
-  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "2"}},
-                                 SlowServerBundle(829440));
+  RecordOutcome outcome = RecordUntimed(settings, request, "2", SlowServerBundle(829440));
   EXPECT_EQ(7, outcome.exitCode);
   EXPECT_EQ("recording aborted: the recording server dropped frames", outcome.error);
   ProbedMovie movie = ProbeMovie(request.moviePath, false);
@@ -574,7 +575,7 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
       }
     });
     auto start = std::chrono::steady_clock::now();
-    RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "1"}});
+    RecordOutcome outcome = RecordUntimed(settings, request, "1");
     saboteur.join();
     double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     ASSERT_GT(faulted, 0) << "no server to fault";
@@ -585,11 +586,8 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
     EXPECT_EQ(-1, RunningServerOf(getpid())) << "the faulted server is gone";
     EXPECT_FALSE(SegmentsLeft());
 
-    RecordRequest next;
-    next.moviePath = mFolder + "/after " + fault.name + ".mov";
-    next.frames = 3;
-    next.pluginCounts = true;
-    RecordOutcome again = Record(settings, next, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "4"}});
+    RecordRequest next = Counted(mFolder + "/after " + fault.name + ".mov", 3);
+    RecordOutcome again = RecordUntimed(settings, next, "4");
     ASSERT_EQ(0, again.exitCode) << again.error;
     EXPECT_GE(ProbeMovie(next.moviePath, false).video.packets, 3);
     counts.push_back(HoldingsOfThisProcess());
@@ -602,11 +600,7 @@ TEST_F(EndToEndTest, NextRecordingAfterAServerFaultStartsAFreshServer) {
 TEST_F(EndToEndTest, FailedRecordingsLeaveNothingBehind) {
   CaptureSettings settings = Settings(4, 1);  // PAL v210
   auto record = [&](const std::string& path, int32_t frames) {
-    RecordRequest request;
-    request.moviePath = path;
-    request.frames = frames;
-    request.pluginCounts = true;
-    return Record(settings, request, {{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "4"}});
+    return RecordUntimed(settings, Counted(path, frames), "4");
   };
   // A good recording first, so that everything loaded once (the bundle's libraries, the
   // card's threads) is in the baseline.
