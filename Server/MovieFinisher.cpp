@@ -15,6 +15,7 @@ extern "C" {
 }
 
 #include "Server/AvFailure.h"
+#include "Server/InPlaceIndex.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -51,8 +52,10 @@ bool MovieFinisher::IsFragmented(const std::string& path) {
   FILE* file = fopen(path.c_str(), "rb");
   if (!file) return false;
   bool fragmented = false;
+  int movieHeaders = 0;
   uint8_t header[16];
-  // Walks the top-level boxes; a fragment's 'moof' follows the (empty) 'moov'.
+  // Walks the top-level boxes; a fragment's 'moof' follows the (empty) 'moov'. A second
+  // 'moov' is an index whose finish was cut off before the first was hidden.
   while (fread(header, 1, 8, file) == 8) {
     uint64_t size = (uint64_t{header[0]} << 24) | (uint64_t{header[1]} << 16) | (uint64_t{header[2]} << 8) | header[3];
     uint64_t headerBytes = 8;
@@ -62,7 +65,8 @@ bool MovieFinisher::IsFragmented(const std::string& path) {
       for (int i = 8; i < 16; ++i) size = (size << 8) | header[i];
       headerBytes = 16;
     }
-    if (memcmp(header + 4, "moof", 4) == 0) {
+    if (memcmp(header + 4, "moov", 4) == 0) ++movieHeaders;
+    if (memcmp(header + 4, "moof", 4) == 0 || movieHeaders > 1) {
       fragmented = true;
       break;
     }
@@ -81,6 +85,13 @@ long MovieFinisher::Finish(const std::string& path, int64_t frameDuration, int64
     }
     return 0;
   }
+  // The index is written in place when the layout allows; the samples are copied only when not.
+  long rc = InPlaceIndex::Write(path);
+  if (rc != EOPNOTSUPP) return rc;
+  return CopyIntoOrdinaryMovie(path, frameDuration, timescale);
+}
+
+long MovieFinisher::CopyIntoOrdinaryMovie(const std::string& path, int64_t frameDuration, int64_t timescale) {
   Rewrite rewrite;
   int rc = avformat_open_input(&rewrite.input, path.c_str(), nullptr, nullptr);
   if (rc < 0) return REPORT_AV("avformat_open_input", rc);

@@ -10,8 +10,9 @@ namespace KTN {
 // While recording, a movie is written as a run of self-describing fragments, each
 // readable on its own, so that a writer killed or a disk pulled mid-take loses at most
 // the fragment in progress. Editors expect the ordinary layout, one index for the whole
-// movie; Finish copies the samples of every complete fragment into that layout beside
-// the movie and renames it over the original, which stays untouched if anything fails.
+// movie; Finish gives it that index in place (InPlaceIndex), leaving every sample where it
+// is. A movie whose layout that cannot index has the samples of its complete fragments
+// copied into a new movie beside it, renamed over the original only once complete.
 class MovieFinisher {
  public:
   // Rewrites path in place. frameDuration / timescale (seconds) is the take's frame time
@@ -20,9 +21,14 @@ class MovieFinisher {
   // errno with one failure line; 61 (ENODATA) when not one sample could be read back.
   static long Finish(const std::string& path, int64_t frameDuration = 0, int64_t timescale = 0);
 
-  // Whether the movie at path is laid out as fragments (holds a top-level 'moof' box).
-  // False when the file cannot be read.
+  // Whether the movie at path is laid out as fragments (holds a top-level 'moof' box) or
+  // was left by a finish that was cut off (two top-level 'moov' boxes). False when the file
+  // cannot be read.
   static bool IsFragmented(const std::string& path);
+
+ private:
+  // The copy: frame time as Finish takes it.
+  static long CopyIntoOrdinaryMovie(const std::string& path, int64_t frameDuration, int64_t timescale);
 };
 
 }  // namespace KTN

@@ -513,6 +513,37 @@ TEST(QTRecordServerTest, FullBacklogDropsFramesButKeepsTheirTime) {
 }
 
 
+// The writer's settings for a take, as Prepare makes them from the recorder's setters.
+MovieSettings WriterSettings(const Take& take, const std::string& path, bool audio) {
+  MovieSettings settings;
+  settings.path = path;
+  settings.videoEnabled = true;
+  settings.codec = FindServerCodec(take.codecType);
+  settings.deviceFormat = DeviceFormat(take.codecType);
+  settings.width = take.width;
+  settings.height = take.height;
+  settings.frameDuration = take.duration;
+  settings.timescale = take.timescale;
+  settings.pixelAspectX = settings.pixelAspectY = 1;
+  settings.quality = 1023;
+  settings.audioEnabled = audio;
+  settings.channels = take.channels;
+  settings.bitsPerSample = take.bits;
+  settings.sampleRate = take.rate;
+  return settings;
+}
+
+// Hands payload to the writer in a segment of this test's own (never the fixed names), as
+// picture number index or as sound from sample number index.
+long WriteThroughSegment(MovieWriter& writer, const std::vector<uint8_t>& payload, bool video, int64_t index) {
+  auto segment = std::make_unique<Core::SharedMemory>("/ktn-server-test-writer");
+  void* address = nullptr;
+  if (long rc = segment->Create(payload.size())) return rc;
+  if (long rc = segment->Map(address, false)) return rc;
+  memcpy(address, payload.data(), payload.size());
+  return video ? writer.WriteVideo(std::move(segment), index) : writer.WriteAudio(std::move(segment), index);
+}
+
 // Frames missing from a take (a full backlog drops them) leave their slots empty in the
 // finished movie and in a repaired copy of its fragments, whatever the frame rate, and the
 // movie keeps its codec type.
@@ -523,29 +554,12 @@ TEST(QTRecordServerTest, MissingFramesKeepTheirSlotsWhenFinishedAndRepaired) {
     ScratchFolder folder;
     std::string path = folder.File("gaps.mov");
     std::string copy = folder.File("gaps copy.mov");
-    MovieSettings settings;
-    settings.path = path;
-    settings.videoEnabled = true;
-    settings.codec = FindServerCodec(take.codecType);
-    settings.deviceFormat = DeviceFormat(take.codecType);
-    settings.width = take.width;
-    settings.height = take.height;
-    settings.frameDuration = take.duration;
-    settings.timescale = take.timescale;
-    settings.pixelAspectX = settings.pixelAspectY = 1;
-    settings.quality = 1023;
     MovieWriter writer;
-    ASSERT_EQ(0, writer.Open(settings));
+    ASSERT_EQ(0, writer.Open(WriterSettings(take, path, false)));
     std::vector<int64_t> written;
     for (int frame = 0; frame < 90; ++frame) {
       if (frame % 7 == 1 || frame % 7 == 2) continue;  // two of every seven never arrive
-      std::vector<uint8_t> payload = FramePayload(take, frame);
-      auto segment = std::make_unique<Core::SharedMemory>("/ktn-missing-frames-test");
-      void* address = nullptr;
-      ASSERT_EQ(0, segment->Create(payload.size()));
-      ASSERT_EQ(0, segment->Map(address, false));
-      memcpy(address, payload.data(), payload.size());
-      ASSERT_EQ(0, writer.WriteVideo(std::move(segment), frame));
+      ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
       written.push_back(frame);
     }
     fs::copy_file(path, copy);  // the fragments so far, as a take cut off here leaves them
@@ -567,6 +581,109 @@ TEST(QTRecordServerTest, MissingFramesKeepTheirSlotsWhenFinishedAndRepaired) {
                                                        "stream=codec_tag_string -of csv=p=0 '" + movie + "'"));
     }
     EXPECT_EQ(written.size(), ProbeMovie(path, false).video.pts.size()) << "the finished movie holds every frame";
+  }
+}
+
+// The top-level boxes of a movie's bytes: offset and type.
+std::vector<std::pair<size_t, std::string>> TopLevelBoxes(const std::string& bytes) {
+  std::vector<std::pair<size_t, std::string>> boxes;
+  for (size_t at = 0; at + 8 <= bytes.size();) {
+    uint64_t size = 0;
+    for (int i = 0; i < 4; ++i) size = (size << 8) | static_cast<uint8_t>(bytes[at + static_cast<size_t>(i)]);
+    if (size == 1) {
+      size = 0;
+      for (int i = 8; i < 16; ++i) size = (size << 8) | static_cast<uint8_t>(bytes[at + static_cast<size_t>(i)]);
+    }
+    if (size < 8 || size > bytes.size() - at) break;
+    boxes.emplace_back(at, bytes.substr(at + 4, 4));
+    at += size;
+  }
+  return boxes;
+}
+
+std::string FileBytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+// Finishing indexes the take where it lies: the movie keeps its file (nothing is copied
+// beside it) and every picture and sample of sound reads back byte for byte. A finish cut
+// off while it hides the fragment headers still plays, and finishing again completes it to
+// the same bytes as a finish that was never cut.
+TEST(QTRecordServerTest, FinishingIndexesInPlaceAndCompletesAfterACut) {
+  const Take& take = kTakes[1];  // v210 1080 at 29.97, 8 channels of 24-bit sound
+  constexpr int kFrames = 40;
+  ScratchFolder folder;
+  std::string path = folder.File("take.mov");
+  std::string cut = folder.File("cut.mov");
+  std::vector<uint8_t> sentVideo, sentAudio;
+  MovieWriter writer;
+  ASSERT_EQ(0, writer.Open(WriterSettings(take, path, true)));
+  for (int frame = 0; frame < kFrames; ++frame) {
+    std::vector<uint8_t> picture = FramePayload(take, frame);
+    std::vector<uint8_t> sound = AudioPayload(take, frame, 1602);
+    ASSERT_EQ(0, WriteThroughSegment(writer, picture, true, frame));
+    ASSERT_EQ(0, WriteThroughSegment(writer, sound, false, frame * 1602));
+    sentVideo.insert(sentVideo.end(), picture.begin(), picture.end());
+    sentAudio.insert(sentAudio.end(), sound.begin(), sound.end());
+  }
+  struct stat recording;
+  ASSERT_EQ(0, stat(path.c_str(), &recording));
+  fs::copy_file(path, cut);  // the fragments so far, as a take cut off here leaves them
+  ASSERT_EQ(0, writer.Finish());
+  struct stat finished;
+  ASSERT_EQ(0, stat(path.c_str(), &finished));
+  EXPECT_EQ(recording.st_ino, finished.st_ino) << "the same file, indexed where it lies";
+  EXPECT_FALSE(MovieFinisher::IsFragmented(path));
+  EXPECT_EQ(2, std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator())) << "no copy beside it";
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_EQ(kFrames, movie.video.packets);
+  EXPECT_TRUE(movie.video.bytes == sentVideo) << "every picture where it was written";
+  EXPECT_TRUE(movie.audio.bytes == sentAudio) << "and every sample of sound";
+  EXPECT_EQ(kFrames * 1602, movie.audio.totalDuration);
+  EXPECT_EQ("v210," + std::to_string(kFrames) + ",in24",
+            CommandOutput("mediainfo --Inform='Video;%CodecID%,%FrameCount%,' '" + path + "'") +
+                CommandOutput("mediainfo --Inform='Audio;%CodecID%' '" + path + "'"));
+
+  // The cut copy finished, then put back as a cut at each step of hiding would leave it.
+  ASSERT_EQ(0, MovieFinisher::Finish(cut));
+  const std::string done = FileBytes(cut);
+  std::vector<size_t> hiddenFragments;
+  size_t firstMovieHeader = 0;
+  std::vector<std::pair<size_t, std::string>> boxes = TopLevelBoxes(done);
+  for (size_t i = 0; i + 1 < boxes.size(); ++i) {
+    if (boxes[i].second == "free" && boxes[i + 1].second == "mdat") hiddenFragments.push_back(boxes[i].first);
+    if (boxes[i].second == "free" && i == 1) firstMovieHeader = boxes[i].first;
+  }
+  ASSERT_GE(hiddenFragments.size(), 2u);
+  ASSERT_EQ("moov", boxes.back().second) << "the index comes last";
+  ASSERT_GT(firstMovieHeader, 0u);
+  struct CutCase {
+    const char* name;
+    // The first ones, as hiding goes from the last back; the first moov is still shown.
+    size_t fragmentsShown;
+  };
+  const CutCase cuts[] = {
+      {"index written, nothing hidden", hiddenFragments.size()},
+      {"half the fragment headers hidden", hiddenFragments.size() / 2},
+      // The last step: until the first moov is hidden too, readers take it and find no
+      // sample; repair knows the movie and completes it.
+      {"every fragment header hidden", 0},
+  };
+  for (const CutCase& c : cuts) {
+    SCOPED_TRACE(c.name);
+    std::string state = done;
+    for (size_t i = 0; i < c.fragmentsShown; ++i) state.replace(hiddenFragments[i] + 4, 4, "moof");
+    state.replace(firstMovieHeader + 4, 4, "moov");
+    std::string interrupted = folder.File("interrupted.mov");
+    { std::ofstream(interrupted, std::ios::binary) << state; }
+    EXPECT_TRUE(MovieFinisher::IsFragmented(interrupted)) << "repair knows it is not finished";
+    ProbedMovie playable = ProbeMovie(interrupted, false);
+    EXPECT_TRUE(playable.opened);
+    EXPECT_GE(playable.video.packets, static_cast<int64_t>(c.fragmentsShown > 0 ? 1 : 0));
+    ASSERT_EQ(0, MovieFinisher::Finish(interrupted));
+    EXPECT_TRUE(FileBytes(interrupted) == done) << "completed as if never cut";
   }
 }
 

@@ -1,0 +1,706 @@
+// Appends one ordinary index to a fragmented movie and hides its fragment headers.
+#include "Server/InPlaceIndex.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "Util/Log.h"
+
+namespace KTN {
+
+namespace {
+
+constexpr uint32_t Type(const char (&name)[5]) {
+  return static_cast<uint32_t>(static_cast<uint8_t>(name[0])) << 24 |
+         static_cast<uint32_t>(static_cast<uint8_t>(name[1])) << 16 |
+         static_cast<uint32_t>(static_cast<uint8_t>(name[2])) << 8 | static_cast<uint8_t>(name[3]);
+}
+
+constexpr uint32_t kSampleIsNotSync = 0x00010000;  // in a fragment's sample flags
+
+// A box: where it starts (in the file or in a parent's bytes), its whole size and header.
+struct Box {
+  uint64_t offset = 0;
+  uint64_t size = 0;
+  uint32_t header = 8;
+  uint32_t type = 0;
+};
+
+// Big-endian fields of a run of bytes, bounds-checked: a read past the end reads 0 and
+// clears ok.
+class Reader {
+ public:
+  Reader(const uint8_t* data, uint64_t size) : mData(data), mSize(size) {}
+  bool ok = true;
+  uint64_t Position() const { return mPosition; }
+  void Seek(uint64_t position) {
+    if (position > mSize) ok = false;
+    mPosition = position > mSize ? mSize : position;
+  }
+  uint32_t U32() { return static_cast<uint32_t>(Take(4)); }
+  uint64_t U64() { return Take(8); }
+  uint32_t U8() { return static_cast<uint32_t>(Take(1)); }
+
+ private:
+  uint64_t Take(int bytes) {
+    if (mPosition + static_cast<uint64_t>(bytes) > mSize) {
+      ok = false;
+      mPosition = mSize;
+      return 0;
+    }
+    uint64_t value = 0;
+    for (int i = 0; i < bytes; ++i) value = (value << 8) | mData[mPosition++];
+    return value;
+  }
+  const uint8_t* mData;
+  uint64_t mSize;
+  uint64_t mPosition = 0;
+};
+
+// The boxes that fill bytes [begin, end) of data; false if one runs past end.
+bool ChildBoxes(const uint8_t* data, uint64_t begin, uint64_t end, std::vector<Box>& boxes) {
+  boxes.clear();
+  uint64_t at = begin;
+  while (at + 8 <= end) {
+    Reader reader(data + at, end - at);
+    Box box;
+    box.offset = at;
+    box.size = reader.U32();
+    box.type = reader.U32();
+    if (box.size == 1) {
+      box.size = reader.U64();
+      box.header = 16;
+    } else if (box.size == 0) {
+      box.size = end - at;
+    }
+    if (!reader.ok || box.size < box.header || box.size > end - at) return false;
+    boxes.push_back(box);
+    at += box.size;
+  }
+  return at == end;
+}
+
+const Box* Find(const std::vector<Box>& boxes, uint32_t type) {
+  for (const Box& box : boxes) {
+    if (box.type == type) return &box;
+  }
+  return nullptr;
+}
+
+// Big-endian output with boxes whose sizes are filled in when they end.
+class Writer {
+ public:
+  std::vector<uint8_t> bytes;
+  void Put32(uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<uint8_t>(value >> shift));
+  }
+  void Put64(uint64_t value) {
+    Put32(static_cast<uint32_t>(value >> 32));
+    Put32(static_cast<uint32_t>(value));
+  }
+  void Put(const uint8_t* data, uint64_t size) { bytes.insert(bytes.end(), data, data + size); }
+  size_t Begin(uint32_t type) {
+    size_t start = bytes.size();
+    Put32(0);
+    Put32(type);
+    return start;
+  }
+  // False when the box outgrew a 32-bit size.
+  bool End(size_t start) {
+    uint64_t size = bytes.size() - start;
+    if (size > UINT32_MAX) return false;
+    for (int i = 0; i < 4; ++i) bytes[start + static_cast<size_t>(i)] = static_cast<uint8_t>(size >> (24 - 8 * i));
+    return true;
+  }
+  // Overwrites a duration field of a copied header box (32 or 64 bits wide).
+  bool PatchDuration(size_t at, bool wide, uint64_t duration) {
+    if (!wide && duration > UINT32_MAX) return false;
+    for (int i = 0, width = wide ? 8 : 4; i < width; ++i) {
+      bytes[at + static_cast<size_t>(i)] = static_cast<uint8_t>(duration >> (8 * (width - 1 - i)));
+    }
+    return true;
+  }
+};
+
+// One track of the take: what the fragments say about its samples.
+struct Track {
+  uint32_t id = 0;
+  uint32_t timescale = 0;
+  bool sound = false;
+  Box trak;  // within the first moov's bytes
+  // The fragments' defaults (from the first moov's trex).
+  uint32_t defaultDescription = 1;
+  uint32_t defaultDuration = 0;
+  uint32_t defaultSize = 0;
+  uint32_t defaultFlags = 0;
+  std::vector<uint64_t> offsets;
+  std::vector<uint32_t> sizes;
+  std::vector<uint64_t> durations;
+  std::vector<int64_t> times;  // decode times
+  std::vector<bool> sync;
+  struct Chunk {
+    size_t first;  // sample index
+    size_t count;
+    uint32_t description;
+  };
+  std::vector<Chunk> chunks;
+};
+
+// An open movie, closed on the way out.
+class MovieFile {
+ public:
+  explicit MovieFile(const std::string& path) : mPath(path) {}
+  ~MovieFile() {
+    if (mFd >= 0) close(mFd);
+  }
+  long Open() {
+    mFd = open(mPath.c_str(), O_RDWR | O_CLOEXEC);
+    if (mFd < 0) return Failed("open");
+    struct stat info;
+    if (fstat(mFd, &info) != 0) return Failed("fstat");
+    mSize = static_cast<uint64_t>(info.st_size);
+    return 0;
+  }
+  uint64_t Size() const { return mSize; }
+  long Read(uint64_t offset, uint64_t size, std::vector<uint8_t>& bytes) {
+    bytes.resize(size);
+    uint64_t done = 0;
+    while (done < size) {
+      ssize_t got = pread(mFd, bytes.data() + done, size - done, static_cast<off_t>(offset + done));
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0) return Failed("pread");
+      if (got == 0) {
+        KTN_LOG("The movie %s ends inside a box at %llu", mPath.c_str(), static_cast<unsigned long long>(offset));
+        return EIO;
+      }
+      done += static_cast<uint64_t>(got);
+    }
+    return 0;
+  }
+  long Write(uint64_t offset, const uint8_t* bytes, uint64_t size) {
+    uint64_t done = 0;
+    while (done < size) {
+      ssize_t put = pwrite(mFd, bytes + done, size - done, static_cast<off_t>(offset + done));
+      if (put < 0 && errno == EINTR) continue;
+      if (put < 0) return Failed("pwrite");
+      done += static_cast<uint64_t>(put);
+    }
+    return 0;
+  }
+  long Truncate(uint64_t size) {
+    if (ftruncate(mFd, static_cast<off_t>(size)) != 0) return Failed("ftruncate");
+    mSize = size;
+    return 0;
+  }
+  long Sync() { return fsync(mFd) == 0 ? 0 : Failed("fsync"); }
+  // Turns the box at offset into a 'free' box of the same size.
+  long Hide(uint64_t offset) {
+    static const uint8_t kFree[4] = {'f', 'r', 'e', 'e'};
+    return Write(offset + 4, kFree, 4);
+  }
+
+ private:
+  long Failed(const char* call) {
+    long error = errno;
+    KTN_LOG("%s(%s) failed with errno %ld (%s)", call, mPath.c_str(), error, strerror(errno));
+    return error;
+  }
+  std::string mPath;
+  int mFd = -1;
+  uint64_t mSize = 0;
+};
+
+long Unsupported(const std::string& path, const char* why) {
+  KTN_LOG("The movie %s cannot be indexed in place: %s", path.c_str(), why);
+  return EOPNOTSUPP;
+}
+
+// Tracks of the first moov, with the fragments' defaults; false if it is not a take's.
+bool ReadTracks(const std::vector<uint8_t>& moov, const Box& box, std::vector<Track>& tracks) {
+  std::vector<Box> children, inner, media;
+  if (!ChildBoxes(moov.data(), box.offset + box.header, box.offset + box.size, children)) return false;
+  for (const Box& child : children) {
+    if (child.type != Type("trak")) continue;
+    Track track;
+    track.trak = child;
+    if (!ChildBoxes(moov.data(), child.offset + child.header, child.offset + child.size, inner)) return false;
+    const Box* tkhd = Find(inner, Type("tkhd"));
+    const Box* mdia = Find(inner, Type("mdia"));
+    if (!tkhd || !mdia) return false;
+    Reader header(moov.data() + tkhd->offset + tkhd->header, tkhd->size - tkhd->header);
+    bool wide = header.U8() == 1;
+    header.Seek(wide ? 20 : 12);
+    track.id = header.U32();
+    if (!ChildBoxes(moov.data(), mdia->offset + mdia->header, mdia->offset + mdia->size, media)) return false;
+    const Box* mdhd = Find(media, Type("mdhd"));
+    const Box* hdlr = Find(media, Type("hdlr"));
+    if (!mdhd || !hdlr) return false;
+    Reader mediaHeader(moov.data() + mdhd->offset + mdhd->header, mdhd->size - mdhd->header);
+    wide = mediaHeader.U8() == 1;
+    mediaHeader.Seek(wide ? 20 : 12);
+    track.timescale = mediaHeader.U32();
+    Reader handler(moov.data() + hdlr->offset + hdlr->header, hdlr->size - hdlr->header);
+    handler.Seek(8);
+    track.sound = handler.U32() == Type("soun");
+    if (!header.ok || !mediaHeader.ok || !handler.ok || track.timescale == 0) return false;
+    tracks.push_back(track);
+  }
+  if (const Box* mvex = Find(children, Type("mvex"))) {
+    if (!ChildBoxes(moov.data(), mvex->offset + mvex->header, mvex->offset + mvex->size, inner)) return false;
+    for (const Box& trex : inner) {
+      if (trex.type != Type("trex")) continue;
+      Reader defaults(moov.data() + trex.offset + trex.header, trex.size - trex.header);
+      defaults.Seek(4);
+      uint32_t id = defaults.U32();
+      for (Track& track : tracks) {
+        if (track.id != id) continue;
+        track.defaultDescription = defaults.U32();
+        track.defaultDuration = defaults.U32();
+        track.defaultSize = defaults.U32();
+        track.defaultFlags = defaults.U32();
+      }
+      if (!defaults.ok) return false;
+    }
+  }
+  return !tracks.empty();
+}
+
+// Adds the samples of one fragment (moof at moofOffset, its mdat's data in [dataBegin,
+// dataEnd)) to the tracks; false if the fragment is not one this index can describe.
+bool ReadFragment(const std::vector<uint8_t>& moof, uint64_t moofOffset, uint64_t dataBegin, uint64_t dataEnd,
+                  std::vector<Track>& tracks) {
+  std::vector<Box> children, parts;
+  Box whole;
+  if (!ChildBoxes(moof.data(), 0, moof.size(), children) || children.size() != 1) return false;
+  whole = children[0];
+  if (!ChildBoxes(moof.data(), whole.offset + whole.header, whole.size, children)) return false;
+  for (const Box& traf : children) {
+    if (traf.type != Type("traf")) continue;
+    if (!ChildBoxes(moof.data(), traf.offset + traf.header, traf.offset + traf.size, parts)) return false;
+    const Box* tfhd = Find(parts, Type("tfhd"));
+    if (!tfhd) return false;
+    Reader header(moof.data() + tfhd->offset + tfhd->header, tfhd->size - tfhd->header);
+    uint32_t flags = header.U32() & 0xFFFFFF;
+    uint32_t id = header.U32();
+    Track* track = nullptr;
+    for (Track& candidate : tracks) {
+      if (candidate.id == id) track = &candidate;
+    }
+    if (!track) return false;
+    // Without an explicit base, and as our writer always says, data offsets count from the moof.
+    uint64_t base = flags & 0x1 ? header.U64() : moofOffset;
+    uint32_t description = flags & 0x2 ? header.U32() : track->defaultDescription;
+    uint32_t defaultDuration = flags & 0x8 ? header.U32() : track->defaultDuration;
+    uint32_t defaultSize = flags & 0x10 ? header.U32() : track->defaultSize;
+    uint32_t defaultFlags = flags & 0x20 ? header.U32() : track->defaultFlags;
+    if (!header.ok) return false;
+    int64_t time = track->times.empty() ? 0 : track->times.back() + static_cast<int64_t>(track->durations.back());
+    if (const Box* tfdt = Find(parts, Type("tfdt"))) {
+      Reader decode(moof.data() + tfdt->offset + tfdt->header, tfdt->size - tfdt->header);
+      bool wide = decode.U8() == 1;
+      decode.Seek(4);
+      time = static_cast<int64_t>(wide ? decode.U64() : decode.U32());
+      if (!decode.ok) return false;
+    }
+    uint64_t next = base;  // where a run without its own data offset starts
+    for (const Box& trun : parts) {
+      if (trun.type != Type("trun")) continue;
+      Reader run(moof.data() + trun.offset + trun.header, trun.size - trun.header);
+      uint32_t runFlags = run.U32() & 0xFFFFFF;
+      uint32_t count = run.U32();
+      if (runFlags & 0x1) next = base + static_cast<uint64_t>(static_cast<int32_t>(run.U32()));
+      uint32_t firstFlags = runFlags & 0x4 ? run.U32() : defaultFlags;
+      if (count == 0) continue;
+      track->chunks.push_back({track->offsets.size(), count, description});
+      for (uint32_t i = 0; i < count; ++i) {
+        uint32_t duration = runFlags & 0x100 ? run.U32() : defaultDuration;
+        uint32_t size = runFlags & 0x200 ? run.U32() : defaultSize;
+        uint32_t sampleFlags = runFlags & 0x400 ? run.U32() : (i == 0 ? firstFlags : defaultFlags);
+        if (runFlags & 0x800 && run.U32() != 0) return false;  // reordered pictures: none of ours
+        if (!run.ok || next < dataBegin || next + size > dataEnd) return false;
+        track->offsets.push_back(next);
+        track->sizes.push_back(size);
+        track->durations.push_back(duration);
+        track->times.push_back(time);
+        track->sync.push_back(!(sampleFlags & kSampleIsNotSync));
+        next += size;
+        time += duration;
+      }
+    }
+  }
+  return true;
+}
+
+// Settles each sample's duration: a picture lasts until the next one starts (which keeps
+// the time of frames a full backlog dropped); sound lasts as many sample frames as it holds.
+// bytesPerFrame receives the sound's frame size when every sample is whole frames of it.
+void SettleDurations(Track& track, uint64_t& bytesPerFrame) {
+  bytesPerFrame = 0;
+  const size_t count = track.sizes.size();
+  if (track.sound) {
+    for (size_t i = 0; i < count; ++i) {
+      if (track.durations[i] == 0 || track.sizes[i] % track.durations[i]) return;
+      uint64_t frame = track.sizes[i] / track.durations[i];
+      if (bytesPerFrame && frame != bytesPerFrame) {
+        bytesPerFrame = 0;
+        return;
+      }
+      bytesPerFrame = frame;
+    }
+    return;
+  }
+  for (size_t i = 0; i + 1 < count; ++i) {
+    if (track.times[i + 1] > track.times[i]) {
+      track.durations[i] = static_cast<uint64_t>(track.times[i + 1] - track.times[i]);
+    }
+  }
+  if (count > 1 && track.durations[count - 1] == 0) track.durations[count - 1] = track.durations[count - 2];
+}
+
+// The sample table of a track: stsd as recorded, then times, chunks, sizes and places.
+// Sound of whole frames is laid out as QuickTime keeps it: one table sample a frame.
+bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& stsd, const Track& track,
+                      uint64_t bytesPerFrame, uint64_t& duration) {
+  size_t stbl = out.Begin(Type("stbl"));
+  out.Put(moov.data() + stsd.offset, stsd.size);
+  const size_t count = track.sizes.size();
+  duration = 0;
+  size_t stts = out.Begin(Type("stts"));
+  out.Put32(0);
+  size_t entryCount = out.bytes.size();
+  out.Put32(0);
+  uint32_t entries = 0;
+  if (bytesPerFrame) {
+    for (size_t i = 0; i < count; ++i) duration += track.sizes[i] / bytesPerFrame;
+    if (duration > UINT32_MAX) return false;
+    out.Put32(static_cast<uint32_t>(duration));
+    out.Put32(1);
+    entries = 1;
+  } else {
+    for (size_t i = 0; i < count;) {
+      size_t j = i;
+      while (j < count && track.durations[j] == track.durations[i]) ++j;
+      if (track.durations[i] > UINT32_MAX) return false;
+      out.Put32(static_cast<uint32_t>(j - i));
+      out.Put32(static_cast<uint32_t>(track.durations[i]));
+      duration += track.durations[i] * (j - i);
+      ++entries;
+      i = j;
+    }
+  }
+  Writer count32;
+  count32.Put32(entries);
+  memcpy(&out.bytes[entryCount], count32.bytes.data(), 4);
+  if (!out.End(stts)) return false;
+
+  if (!bytesPerFrame) {
+    bool allSync = true;
+    for (bool sync : track.sync) allSync = allSync && sync;
+    if (!allSync) {
+      size_t stss = out.Begin(Type("stss"));
+      out.Put32(0);
+      uint32_t syncs = 0;
+      for (bool sync : track.sync) syncs += sync;
+      out.Put32(syncs);
+      for (size_t i = 0; i < count; ++i) {
+        if (track.sync[i]) out.Put32(static_cast<uint32_t>(i + 1));
+      }
+      if (!out.End(stss)) return false;
+    }
+  }
+
+  // Chunks: samples (or sound frames) per chunk, run-length coded.
+  std::vector<uint64_t> perChunk;
+  for (const Track::Chunk& chunk : track.chunks) {
+    uint64_t samples = chunk.count;
+    if (bytesPerFrame) {
+      samples = 0;
+      for (size_t i = chunk.first; i < chunk.first + chunk.count; ++i) samples += track.sizes[i] / bytesPerFrame;
+    }
+    perChunk.push_back(samples);
+  }
+  size_t stsc = out.Begin(Type("stsc"));
+  out.Put32(0);
+  size_t stscCount = out.bytes.size();
+  out.Put32(0);
+  uint32_t runs = 0;
+  for (size_t c = 0; c < track.chunks.size(); ++c) {
+    if (c > 0 && perChunk[c] == perChunk[c - 1] && track.chunks[c].description == track.chunks[c - 1].description) {
+      continue;
+    }
+    if (perChunk[c] > UINT32_MAX) return false;
+    out.Put32(static_cast<uint32_t>(c + 1));
+    out.Put32(static_cast<uint32_t>(perChunk[c]));
+    out.Put32(track.chunks[c].description);
+    ++runs;
+  }
+  Writer runs32;
+  runs32.Put32(runs);
+  memcpy(&out.bytes[stscCount], runs32.bytes.data(), 4);
+  if (!out.End(stsc)) return false;
+
+  size_t stsz = out.Begin(Type("stsz"));
+  out.Put32(0);
+  if (bytesPerFrame) {
+    out.Put32(static_cast<uint32_t>(bytesPerFrame));
+    out.Put32(static_cast<uint32_t>(duration));
+  } else {
+    bool same = true;
+    for (size_t i = 1; i < count && same; ++i) same = track.sizes[i] == track.sizes[0];
+    out.Put32(same ? track.sizes[0] : 0);
+    out.Put32(static_cast<uint32_t>(count));
+    if (!same) {
+      for (uint32_t size : track.sizes) out.Put32(size);
+    }
+  }
+  if (!out.End(stsz)) return false;
+
+  bool wide = false;
+  for (const Track::Chunk& chunk : track.chunks) wide = wide || track.offsets[chunk.first] > UINT32_MAX;
+  size_t places = out.Begin(wide ? Type("co64") : Type("stco"));
+  out.Put32(0);
+  out.Put32(static_cast<uint32_t>(track.chunks.size()));
+  for (const Track::Chunk& chunk : track.chunks) {
+    if (wide) {
+      out.Put64(track.offsets[chunk.first]);
+    } else {
+      out.Put32(static_cast<uint32_t>(track.offsets[chunk.first]));
+    }
+  }
+  if (!out.End(places)) return false;
+  return out.End(stbl);
+}
+
+// Copies the header box at `box` of moov and sets its duration; the field sits after the
+// version, two dates (32 or 64 bits each) and `before` more bytes.
+bool CopyWithDuration(Writer& out, const std::vector<uint8_t>& moov, const Box& box, uint32_t before,
+                      uint64_t duration) {
+  size_t start = out.bytes.size();
+  out.Put(moov.data() + box.offset, box.size);
+  bool wide = moov[box.offset + box.header] == 1;
+  uint64_t at = box.header + 4 + (wide ? 16 : 8) + before;
+  if (at + (wide ? 8 : 4) > box.size) return false;
+  return out.PatchDuration(start + at, wide, duration);
+}
+
+// The new moov: the first one's boxes with durations set, sample tables filled and the
+// fragments' defaults (mvex) left out.
+bool WriteIndex(Writer& out, const std::vector<uint8_t>& moov, const Box& moovBox, std::vector<Track>& tracks) {
+  std::vector<Box> children;
+  if (!ChildBoxes(moov.data(), moovBox.offset + moovBox.header, moovBox.offset + moovBox.size, children)) return false;
+  const Box* mvhd = Find(children, Type("mvhd"));
+  if (!mvhd) return false;
+  Reader movieHeader(moov.data() + mvhd->offset + mvhd->header, mvhd->size - mvhd->header);
+  bool wide = movieHeader.U8() == 1;
+  movieHeader.Seek(wide ? 20 : 12);
+  uint64_t movieTimescale = movieHeader.U32();
+  if (!movieHeader.ok || movieTimescale == 0) return false;
+
+  // Tracks first, so the movie's duration is known when its header is written.
+  Writer traks;
+  uint64_t movieDuration = 0;
+  for (Track& track : tracks) {
+    if (track.sizes.empty()) continue;  // a track with no sample is left out
+    uint64_t bytesPerFrame = 0;
+    SettleDurations(track, bytesPerFrame);
+    std::vector<Box> trakChildren, mdiaChildren, minfChildren, stblChildren;
+    if (!ChildBoxes(moov.data(), track.trak.offset + track.trak.header, track.trak.offset + track.trak.size,
+                    trakChildren)) {
+      return false;
+    }
+    const Box* mdia = Find(trakChildren, Type("mdia"));
+    if (!mdia || !ChildBoxes(moov.data(), mdia->offset + mdia->header, mdia->offset + mdia->size, mdiaChildren)) {
+      return false;
+    }
+    const Box* minf = Find(mdiaChildren, Type("minf"));
+    if (!minf || !ChildBoxes(moov.data(), minf->offset + minf->header, minf->offset + minf->size, minfChildren)) {
+      return false;
+    }
+    const Box* stbl = Find(minfChildren, Type("stbl"));
+    if (!stbl || !ChildBoxes(moov.data(), stbl->offset + stbl->header, stbl->offset + stbl->size, stblChildren)) {
+      return false;
+    }
+    const Box* stsd = Find(stblChildren, Type("stsd"));
+    if (!stsd) return false;
+    Writer table;
+    uint64_t mediaDuration = 0;
+    if (!WriteSampleTable(table, moov, *stsd, track, bytesPerFrame, mediaDuration)) return false;
+    // Rounded up: an edit shorter than the media would cut its last sample short.
+    uint64_t trackDuration = (mediaDuration * movieTimescale + track.timescale - 1) / track.timescale;
+    if (trackDuration > movieDuration) movieDuration = trackDuration;
+
+    size_t trak = traks.Begin(Type("trak"));
+    for (const Box& box : trakChildren) {
+      if (box.type == Type("tkhd")) {
+        if (!CopyWithDuration(traks, moov, box, 8, trackDuration)) return false;  // after track ID and a reserved word
+        // The track plays from its first sample for its whole duration: readers that find no
+        // edit would stretch a track to the movie's length.
+        size_t edts = traks.Begin(Type("edts"));
+        size_t elst = traks.Begin(Type("elst"));
+        bool wideEdit = trackDuration > UINT32_MAX;
+        traks.Put32(wideEdit ? 0x01000000 : 0);
+        traks.Put32(1);
+        if (wideEdit) {
+          traks.Put64(trackDuration);
+          traks.Put64(0);
+        } else {
+          traks.Put32(static_cast<uint32_t>(trackDuration));
+          traks.Put32(0);
+        }
+        traks.Put32(0x00010000);  // rate 1.0
+        if (!traks.End(elst) || !traks.End(edts)) return false;
+      } else if (box.type == Type("mdia")) {
+        size_t mdiaStart = traks.Begin(Type("mdia"));
+        for (const Box& part : mdiaChildren) {
+          if (part.type == Type("mdhd")) {
+            if (!CopyWithDuration(traks, moov, part, 4, mediaDuration)) return false;  // after the timescale
+          } else if (part.type == Type("minf")) {
+            size_t minfStart = traks.Begin(Type("minf"));
+            for (const Box& info : minfChildren) {
+              if (info.type == Type("stbl")) {
+                traks.Put(table.bytes.data(), table.bytes.size());
+              } else {
+                traks.Put(moov.data() + info.offset, info.size);
+              }
+            }
+            if (!traks.End(minfStart)) return false;
+          } else {
+            traks.Put(moov.data() + part.offset, part.size);
+          }
+        }
+        if (!traks.End(mdiaStart)) return false;
+      } else if (box.type != Type("edts")) {  // replaced by the edit above
+        traks.Put(moov.data() + box.offset, box.size);
+      }
+    }
+    if (!traks.End(trak)) return false;
+  }
+
+  size_t start = out.Begin(Type("moov"));
+  for (const Box& box : children) {
+    if (box.type == Type("mvhd")) {
+      if (!CopyWithDuration(out, moov, box, 4, movieDuration)) return false;  // after the timescale
+      out.Put(traks.bytes.data(), traks.bytes.size());
+    } else if (box.type != Type("trak") && box.type != Type("mvex")) {
+      out.Put(moov.data() + box.offset, box.size);
+    }
+  }
+  return out.End(start);
+}
+
+}  // namespace
+
+long InPlaceIndex::Write(const std::string& path) {
+  MovieFile file(path);
+  if (long rc = file.Open()) return rc;
+
+  // The top-level boxes; a box that runs past the end is the tail of a cut-off take.
+  std::vector<Box> top;
+  std::vector<uint8_t> header;
+  for (uint64_t at = 0; at + 8 <= file.Size();) {
+    if (long rc = file.Read(at, at + 16 <= file.Size() ? 16 : 8, header)) return rc;
+    Reader reader(header.data(), header.size());
+    Box box;
+    box.offset = at;
+    box.size = reader.U32();
+    box.type = reader.U32();
+    if (box.size == 1 && header.size() == 16) {
+      box.size = reader.U64();
+      box.header = 16;
+    } else if (box.size == 0) {
+      box.size = file.Size() - at;
+    }
+    if (box.size < box.header || box.size > file.Size() - at) break;
+    top.push_back(box);
+    at += box.size;
+  }
+
+  // The first moov describes the tracks; a moov after the samples is an index written
+  // before, whose turning a cut interrupted.
+  const Box* first = nullptr;
+  const Box* index = nullptr;
+  bool samplesSeen = false;
+  for (const Box& box : top) {
+    if (box.type == Type("moov")) {
+      if (!first && !samplesSeen) first = &box;
+      if (samplesSeen) index = &box;
+    }
+    if (box.type == Type("mdat")) samplesSeen = true;
+  }
+  uint64_t indexOffset = 0;
+  if (!index) {
+    if (!first) return Unsupported(path, "no movie header before the samples");
+    std::vector<uint8_t> moov;
+    if (long rc = file.Read(first->offset, first->size, moov)) return rc;
+    std::vector<Track> tracks;
+    Box moovBox = *first;
+    moovBox.offset = 0;
+    if (!ReadTracks(moov, moovBox, tracks)) return Unsupported(path, "its tracks cannot be read");
+
+    // Every complete fragment, moof then mdat; the take ends at the first that is not one.
+    uint64_t end = 0;
+    std::vector<uint8_t> moof;
+    for (size_t i = 0; i < top.size(); ++i) {
+      const Box& box = top[i];
+      if (box.type == Type("ftyp") || box.type == Type("moov") || box.type == Type("free") ||
+          box.type == Type("skip") || box.type == Type("wide")) {
+        if (box.type != Type("moov") || &box == first) end = box.offset + box.size;
+        continue;
+      }
+      if (box.type != Type("moof") || i + 1 >= top.size() || top[i + 1].type != Type("mdat")) break;
+      const Box& mdat = top[i + 1];
+      if (long rc = file.Read(box.offset, box.size, moof)) return rc;
+      if (!ReadFragment(moof, box.offset, mdat.offset + mdat.header, mdat.offset + mdat.size, tracks)) break;
+      end = mdat.offset + mdat.size;
+      ++i;
+    }
+    for (const Track& track : tracks) {
+      if (!track.times.empty() && track.times.front() != 0) {
+        return Unsupported(path, "a track does not start at the beginning");
+      }
+    }
+    bool anySample = false;
+    for (const Track& track : tracks) anySample = anySample || !track.sizes.empty();
+    if (!anySample) {
+      KTN_LOG("The movie %s holds no complete sample to keep", path.c_str());
+      return ENODATA;
+    }
+    Writer out;
+    if (!WriteIndex(out, moov, moovBox, tracks)) return Unsupported(path, "its index would not fit its boxes");
+
+    // The index goes after the last complete fragment (over anything cut off) and is on
+    // disk before any fragment header is hidden.
+    if (long rc = file.Write(end, out.bytes.data(), out.bytes.size())) {
+      file.Truncate(end);
+      return rc;
+    }
+    if (long rc = file.Truncate(end + out.bytes.size())) return rc;
+    if (long rc = file.Sync()) return rc;
+    indexOffset = end;
+  } else {
+    indexOffset = index->offset;
+  }
+
+  // Hides the fragment headers, last first, then the first moov: until it goes, readers
+  // still find the fragments through it (a cut here leaves the start of the take to them);
+  // afterwards only the index.
+  for (auto box = top.rbegin(); box != top.rend(); ++box) {
+    if (box->type == Type("moof") && box->offset < indexOffset) {
+      if (long rc = file.Hide(box->offset)) return rc;
+    }
+  }
+  if (long rc = file.Sync()) return rc;
+  for (const Box& box : top) {
+    if (box.type == Type("moov") && box.offset < indexOffset) {
+      if (long rc = file.Hide(box.offset)) return rc;
+    }
+  }
+  return file.Sync();
+}
+
+}  // namespace KTN

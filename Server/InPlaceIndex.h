@@ -1,0 +1,24 @@
+// Gives a movie recorded as fragments one ordinary index, leaving its samples where they lie.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+namespace KTN {
+
+// A take is written as [ftyp][moov without samples]([moof][mdat])...; Write appends one
+// moov that indexes every sample of the complete fragments where it already is, then turns
+// every moof and the first moov into 'free' boxes, which readers skip. No sample is copied,
+// so finishing costs the size of the index, not of the take, and needs no room beside it.
+// Every step leaves a movie that plays; a cut in the middle is completed by calling Write
+// again (the index at the end is found and the turning finished).
+class InPlaceIndex {
+ public:
+  // Returns 0, or errno with one failure line; 61 (ENODATA) when no complete fragment
+  // holds a sample; 95 (EOPNOTSUPP) with one line for a layout it does not index, which
+  // it leaves untouched (the caller may then copy the samples instead).
+  static long Write(const std::string& path);
+};
+
+}  // namespace KTN
