@@ -642,20 +642,28 @@ long InPlaceIndex::Write(const std::string& path) {
     moovBox.offset = 0;
     if (!ReadTracks(moov, moovBox, tracks)) return Unsupported(path, "its tracks cannot be read");
 
-    // Every complete fragment, moof then mdat; the take ends at the first that is not one.
+    // Every complete fragment, moof then mdat. The take ends at the last one: what follows
+    // is a fragment cut off (its mdat missing) or the writer's fragment table (mfra), both
+    // overwritten by the index. Anything else is not a layout to overwrite.
     uint64_t end = 0;
     std::vector<uint8_t> moof;
     for (size_t i = 0; i < top.size(); ++i) {
       const Box& box = top[i];
-      if (box.type == Type("ftyp") || box.type == Type("moov") || box.type == Type("free") ||
-          box.type == Type("skip") || box.type == Type("wide")) {
-        if (box.type != Type("moov") || &box == first) end = box.offset + box.size;
+      const bool last = i + 1 == top.size();
+      if (box.type == Type("ftyp") || &box == first || box.type == Type("free") || box.type == Type("skip") ||
+          box.type == Type("wide")) {
+        end = box.offset + box.size;
         continue;
       }
-      if (box.type != Type("moof") || i + 1 >= top.size() || top[i + 1].type != Type("mdat")) break;
+      if ((box.type == Type("moof") || box.type == Type("mfra")) && last) break;
+      if (box.type != Type("moof") || top[i + 1].type != Type("mdat")) {
+        return Unsupported(path, "it holds boxes other than the fragments of a take");
+      }
       const Box& mdat = top[i + 1];
       if (long rc = file.Read(box.offset, box.size, moof)) return rc;
-      if (!ReadFragment(moof, box.offset, mdat.offset + mdat.header, mdat.offset + mdat.size, tracks)) break;
+      if (!ReadFragment(moof, box.offset, mdat.offset + mdat.header, mdat.offset + mdat.size, tracks)) {
+        return Unsupported(path, "a fragment cannot be read");
+      }
       end = mdat.offset + mdat.size;
       ++i;
     }

@@ -22,6 +22,7 @@
 #include "IPC/QTRecordClient.h"
 #include "IPC/ServerProcess.h"
 #include "Server/CodecTable.h"
+#include "Server/InPlaceIndex.h"
 #include "Server/MovieFinisher.h"
 #include "Server/MovieProbe.h"
 #include "Server/MovieWriter.h"
@@ -685,6 +686,47 @@ TEST(QTRecordServerTest, FinishingIndexesInPlaceAndCompletesAfterACut) {
     ASSERT_EQ(0, MovieFinisher::Finish(interrupted));
     EXPECT_TRUE(FileBytes(interrupted) == done) << "completed as if never cut";
   }
+}
+
+// A fragmented movie with a box among its fragments that the in-place index does not know
+// is left untouched by it, and finishing copies its samples into an ordinary movie instead.
+TEST(QTRecordServerTest, ALayoutThatCannotBeIndexedInPlaceIsCopied) {
+  const Take& take = kTakes[0];  // 2vuy NTSC
+  ScratchFolder folder;
+  std::string path = folder.File("take.mov");
+  std::string odd = folder.File("odd.mov");
+  MovieWriter writer;
+  ASSERT_EQ(0, writer.Open(WriterSettings(take, path, false)));
+  for (int frame = 0; frame < 30; ++frame) {
+    ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+  }
+  const std::string fragments = FileBytes(path);
+  ASSERT_EQ(0, writer.Finish());
+  std::vector<std::pair<size_t, std::string>> boxes = TopLevelBoxes(fragments);
+  size_t insertAt = 0;
+  for (size_t i = 0, fragmentsSeen = 0; i < boxes.size(); ++i) {
+    if (boxes[i].second == "mdat" && ++fragmentsSeen == 3 && i + 1 < boxes.size()) insertAt = boxes[i + 1].first;
+  }
+  ASSERT_GT(insertAt, 0u);
+  std::string box("\0\0\0\x18uuid0123456789abcdef", 24);
+  { std::ofstream(odd, std::ios::binary) << fragments.substr(0, insertAt) << box << fragments.substr(insertAt); }
+  const int64_t frames = ProbeMovie(odd, false).video.packets;
+  ASSERT_GE(frames, 10);
+
+  const std::string before = FileBytes(odd);
+  {
+    CapturedStderr captured;
+    EXPECT_EQ(EOPNOTSUPP, InPlaceIndex::Write(odd));
+    EXPECT_NE(std::string::npos, captured.Text().find("cannot be indexed in place")) << captured.Text();
+  }
+  EXPECT_TRUE(FileBytes(odd) == before) << "left as it was";
+  {
+    CapturedStderr captured;
+    ASSERT_EQ(0, MovieFinisher::Finish(odd));
+  }
+  EXPECT_FALSE(MovieFinisher::IsFragmented(odd));
+  ProbedMovie copied = ProbeMovie(odd, false);
+  EXPECT_EQ(frames, copied.video.packets) << "every picture copied";
 }
 
 // How a recording is cut off in the middle of a take.
