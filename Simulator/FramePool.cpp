@@ -1,22 +1,29 @@
 // Reusable frame buffers.
 #include "Simulator/FramePool.h"
 
+#include <sys/mman.h>
+
 namespace KTN {
 namespace Sim {
 
-std::unique_ptr<uint8_t[]> FramePool::Take() {
+void FramePool::Unmap::operator()(uint8_t* buffer) const {
+  munmap(buffer, bytes);
+}
+
+FramePool::Buffer FramePool::Take() {
   {
     std::lock_guard<std::mutex> guard(mLock);
     if (!mFree.empty()) {
-      std::unique_ptr<uint8_t[]> buffer = std::move(mFree.back());
+      Buffer buffer = std::move(mFree.back());
       mFree.pop_back();
       return buffer;
     }
   }
-  return std::unique_ptr<uint8_t[]>(new (std::nothrow) uint8_t[mBufferBytes]);
+  void* pages = mmap(nullptr, mBufferBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return Buffer(pages == MAP_FAILED ? nullptr : static_cast<uint8_t*>(pages), Unmap{mBufferBytes});
 }
 
-void FramePool::Give(std::unique_ptr<uint8_t[]> buffer) {
+void FramePool::Give(Buffer buffer) {
   std::lock_guard<std::mutex> guard(mLock);
   if (mFree.size() < 8) mFree.push_back(std::move(buffer));
 }

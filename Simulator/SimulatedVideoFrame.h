@@ -40,7 +40,7 @@ class SimulatedVideoFrame : public VeldranObject<IVeldranVideoInputFrame> {
 
  private:
   std::shared_ptr<FramePool> mPool;
-  std::unique_ptr<uint8_t[]> mBuffer;
+  FramePool::Buffer mBuffer;
   const SimulatedMode& mMode;
   uint32_t mPixelFormat;
   int64_t mIndex;
