@@ -12,6 +12,7 @@ extern "C" {
 }
 
 #include "Server/MovieRecordServer.h"
+#include "fuzz/FuzzScratch.h"
 
 namespace {
 
@@ -30,17 +31,8 @@ class ScratchRecordServer : public KTN::MovieRecordServer {
 };
 
 std::string ScratchMovie() {
-  static std::string movie;
-  if (movie.empty()) {
-    char pattern[] = "/tmp/ktn-fuzz-server-XXXXXX";
-    const char* folder = mkdtemp(pattern);
-    if (!folder) abort();
-    movie = std::string(folder) + "/fuzz.mov";
-    av_log_set_level(AV_LOG_QUIET);
-    // The folder goes when libFuzzer ends the run (each input removes its movie).
-    atexit([] { rmdir(movie.substr(0, movie.rfind('/')).c_str()); });
-  }
-  return movie;
+  av_log_set_level(AV_LOG_QUIET);
+  return KTN::FuzzScratchFolder("ktn-fuzz-server") + "/fuzz.mov";
 }
 
 }  // namespace

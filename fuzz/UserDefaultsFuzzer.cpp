@@ -9,29 +9,12 @@
 
 #include "Settings/CaptureTables.h"
 #include "Settings/UserDefaults.h"
+#include "fuzz/FuzzScratch.h"
 
 namespace {
 
-// In memory where the machine has /dev/shm: saving the file (a lock file, a temporary
-// file, a rename) is most of an input's time on a disk.
 std::string ScratchFile() {
-  static std::string path;
-  if (path.empty()) {
-    char inMemory[] = "/dev/shm/ktn-fuzz-defaults-XXXXXX";
-    char onDisk[] = "/tmp/ktn-fuzz-defaults-XXXXXX";
-    const char* folder = mkdtemp(inMemory);
-    if (!folder) folder = mkdtemp(onDisk);
-    if (!folder) abort();
-    path = std::string(folder) + "/KestrinCapture.ini";
-    // The folder goes when libFuzzer ends the run.
-    atexit([] {
-      std::string lockFile = path + ".lock";
-      unlink(lockFile.c_str());
-      unlink(path.c_str());
-      rmdir(path.substr(0, path.rfind('/')).c_str());
-    });
-  }
-  return path;
+  return KTN::FuzzScratchFolder("ktn-fuzz-defaults") + "/KestrinCapture.ini";
 }
 
 bool IsChannelCount(int value) {
