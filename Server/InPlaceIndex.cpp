@@ -621,7 +621,7 @@ long InPlaceIndex::Write(const std::string& path) {
   }
 
   // The first moov describes the tracks; a moov after the samples is an index written
-  // before, whose turning a cut interrupted.
+  // before by a finish that was cut off while hiding the fragment headers.
   const Box* first = nullptr;
   const Box* index = nullptr;
   bool samplesSeen = false;

@@ -11,8 +11,10 @@ namespace KTN {
 // moov that indexes every sample of the complete fragments where it already is, then turns
 // every moof and the first moov into 'free' boxes, which readers skip. No sample is copied,
 // so finishing costs the size of the index, not of the take, and needs no room beside it.
-// Every step leaves a movie that plays; a cut in the middle is completed by calling Write
-// again (the index at the end is found and the turning finished).
+// Until the last fragment header is hidden, readers still find the fragments through the
+// first moov; from then until that moov is hidden too (two synced writes) they find no
+// sample. A cut anywhere is completed by calling Write again (the index at the end is
+// found and the hiding finished), which repair does.
 class InPlaceIndex {
  public:
   // Returns 0, or errno with one failure line; 61 (ENODATA) when no complete fragment
