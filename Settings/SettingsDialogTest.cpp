@@ -81,6 +81,13 @@ struct Menus {
   std::string selectedFormat;
 };
 
+// Picks text in the dialog's named menu as a user does: the menu reports the activation.
+void Choose(QDialog* dialog, const char* menu, const char* text) {
+  QComboBox* popup = dialog->findChild<QComboBox*>(menu);
+  popup->setCurrentIndex(popup->findText(text));
+  emit popup->activated(popup->currentIndex());
+}
+
 class SettingsDialogTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -209,12 +216,8 @@ TEST_F(SettingsDialogTest, OkStoresTheChoice) {
   bool cancelled = true;
   EXPECT_EQ(0, RunDialog(
                    [](QDialog* dialog) {
-                     QComboBox* standards = dialog->findChild<QComboBox*>("mStandardPopup");
-                     standards->setCurrentIndex(standards->findText("HD 1080i 50"));
-                     emit standards->activated(standards->currentIndex());
-                     QComboBox* formats = dialog->findChild<QComboBox*>("mFormatPopup");
-                     formats->setCurrentIndex(formats->findText("DVCPROHD 1080i50"));
-                     emit formats->activated(formats->currentIndex());
+                     Choose(dialog, "mStandardPopup", "HD 1080i 50");
+                     Choose(dialog, "mFormatPopup", "DVCPROHD 1080i50");
                      QComboBox* bits = dialog->findChild<QComboBox*>("mTypePopup");
                      bits->setCurrentIndex(bits->findData(24));
                      QTest::mouseClick(dialog->findChild<QPushButton*>("okButton"), Qt::LeftButton);
@@ -235,9 +238,7 @@ TEST_F(SettingsDialogTest, CancelKeepsTheRecordButAFormatChangeStands) {
   bool cancelled = false;
   EXPECT_EQ(0, RunDialog(
                    [](QDialog* dialog) {
-                     QComboBox* formats = dialog->findChild<QComboBox*>("mFormatPopup");
-                     formats->setCurrentIndex(formats->findText("JPEG"));
-                     emit formats->activated(formats->currentIndex());
+                     Choose(dialog, "mFormatPopup", "JPEG");
                      QTest::mouseClick(dialog->findChild<QPushButton*>("cancelButton"), Qt::LeftButton);
                    },
                    &cancelled));

@@ -315,6 +315,14 @@ Child StartHostProgram(const std::vector<std::string>& arguments, const std::str
   return child;
 }
 
+// The host program recording PAL 4x3 in format row `format` into movie, for as long as
+// lengthOption ("--seconds", "--frames") and length say; its standard error goes to folder.
+Child StartPalRecording(const std::string& movie, const char* format, const char* lengthOption, const char* length,
+                        const std::string& folder) {
+  return StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", format, lengthOption, length},
+                          folder);
+}
+
 // The child's exit status, or -1 if it has not ended within seconds.
 int WaitFor(pid_t pid, double seconds) {
   auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
@@ -372,14 +380,19 @@ pid_t ServerOf(pid_t host) {
   return -1;
 }
 
+// The server the host program started, once it has been recording for millis; -1 if it
+// started none.
+pid_t ServerAfter(const Child& host, int millis) {
+  pid_t server = ServerOf(host.pid);
+  if (server > 0) std::this_thread::sleep_for(std::chrono::milliseconds(millis));
+  return server;
+}
+
 TEST_F(EndToEndTest, HostProgramSurvivesTheServerBeingKilled) {
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
-  Child host = StartHostProgram({"record", "-o", mFolder + "/killed.mov", "--standard", "PAL 4x3", "--format", "0",
-                                 "--seconds", "30"},
-                                mFolder);
-  pid_t server = ServerOf(host.pid);
+  Child host = StartPalRecording(mFolder + "/killed.mov", "0", "--seconds", "30", mFolder);
+  pid_t server = ServerAfter(host, 1500);
   ASSERT_GT(server, 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
   ASSERT_EQ(0, kill(server, SIGKILL));
   int status = WaitFor(host.pid, 20);
   ASSERT_NE(-1, status) << "the host program hung";
@@ -392,11 +405,9 @@ TEST_F(EndToEndTest, HostProgramSurvivesTheServerBeingKilled) {
 TEST_F(EndToEndTest, MovieOfAKilledHostProgramPlaysWithWhatWasHandedOver) {
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
   std::string movie = mFolder + "/orphan.mov";
-  Child host = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "1", "--seconds", "30"},
-                                mFolder);
-  pid_t server = ServerOf(host.pid);
+  Child host = StartPalRecording(movie, "1", "--seconds", "30", mFolder);
+  pid_t server = ServerAfter(host, 2000);
   ASSERT_GT(server, 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(2000));
   ASSERT_EQ(0, kill(host.pid, SIGKILL));
   WaitFor(host.pid, 5);
   // The orphaned server sees the end of its input, finishes the movie and ends.
@@ -500,8 +511,7 @@ TEST_F(EndToEndTest, HostProgramReportsAFullDiskInOneLineAndKeepsTheFrames) {
   if (!disk.Mounted()) GTEST_SKIP() << "cannot mount a tmpfs: " << strerror(disk.Error());
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "4"}});
   std::string movie = disk.File("full.mov");
-  Child host = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "1", "--seconds", "20"},
-                                mFolder);
+  Child host = StartPalRecording(movie, "1", "--seconds", "20", mFolder);
   int status = WaitFor(host.pid, 60);
   ASSERT_NE(-1, status) << "the host program hung";
   ASSERT_TRUE(WIFEXITED(status));
@@ -521,11 +531,9 @@ TEST_F(EndToEndTest, HostProgramReportsAFullDiskInOneLineAndKeepsTheFrames) {
 TEST_F(EndToEndTest, HostProgramGivesUpOnAHungServerWithinTheBound) {
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
   std::string movie = mFolder + "/hung.mov";
-  Child host = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--seconds", "60"},
-                                mFolder);
-  pid_t server = ServerOf(host.pid);
+  Child host = StartPalRecording(movie, "0", "--seconds", "60", mFolder);
+  pid_t server = ServerAfter(host, 1500);
   ASSERT_GT(server, 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
   ASSERT_EQ(0, kill(server, SIGSTOP));
   auto stopped = std::chrono::steady_clock::now();
   int status = WaitFor(host.pid, 30);
@@ -696,8 +704,7 @@ TEST_F(EndToEndTest, UnwritableMoviePathsAreRefusedInOneLine) {
 TEST_F(EndToEndTest, MovieNamesWithSpacesQuotesAndAccentsWork) {
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "4"}, {"VELDRAN_SIM_TIMECODE", "none"}});
   std::string movie = mFolder + "/Take 1 \"A\" 'b' \xc3\xa9t\xc3\xa9 \xe6\x97\xa5.mov";
-  Child host = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--frames", "3"},
-                                mFolder);
+  Child host = StartPalRecording(movie, "0", "--frames", "3", mFolder);
   int status = WaitFor(host.pid, 60);
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(0, WEXITSTATUS(status)) << ReadText(host.errorFile);
