@@ -29,20 +29,33 @@ const LevelCase kLevels[] = {
     {255, 255, 255},  // above video range: clipped
 };
 
+struct ConvertedPair {
+  uint8_t y0, y1, cb, cr;
+};
+
+// One pixel pair whose four bytes are all `video`, converted alone.
+ConvertedPair ConvertAlone(const FullRangeConverter& converter, uint8_t video) {
+  const uint8_t pair[4] = {video, video, video, video};
+  ConvertedPair out{};
+  uint8_t y[2] = {};
+  uint8_t* const planes[3] = {y, &out.cb, &out.cr};
+  const int linesizes[3] = {2, 1, 1};
+  converter.Convert(pair, 4, 2, 1, planes, linesizes);
+  out.y0 = y[0];
+  out.y1 = y[1];
+  return out;
+}
+
 // One pixel pair of every level, read back from the three planes.
 TEST(FullRangeConverterTest, MapsVideoLevelsToFullRange) {
   FullRangeConverter converter;
   for (const LevelCase& level : kLevels) {
     SCOPED_TRACE(static_cast<int>(level.video));
-    const uint8_t pair[4] = {level.video, level.video, level.video, level.video};
-    uint8_t y[2] = {}, cb = 0, cr = 0;
-    uint8_t* const planes[3] = {y, &cb, &cr};
-    const int linesizes[3] = {2, 1, 1};
-    converter.Convert(pair, 4, 2, 1, planes, linesizes);
-    EXPECT_EQ(level.luma, y[0]);
-    EXPECT_EQ(level.luma, y[1]);
-    EXPECT_EQ(level.chroma, cb);
-    EXPECT_EQ(level.chroma, cr);
+    ConvertedPair out = ConvertAlone(converter, level.video);
+    EXPECT_EQ(level.luma, out.y0);
+    EXPECT_EQ(level.luma, out.y1);
+    EXPECT_EQ(level.chroma, out.cb);
+    EXPECT_EQ(level.chroma, out.cr);
   }
 }
 
@@ -66,23 +79,8 @@ TEST(FullRangeConverterTest, PlacesEverySampleInItsPlaneAndRow) {
   FullRangeConverter converter;
   converter.Convert(rows.data(), kRowBytes, kWidth, kHeight, planes, linesizes);
 
-  FullRangeConverter reference;
-  auto luma = [&](int video) {
-    const uint8_t pair[4] = {128, static_cast<uint8_t>(video), 128, static_cast<uint8_t>(video)};
-    uint8_t out[2], c1, c2;
-    uint8_t* const p[3] = {out, &c1, &c2};
-    const int l[3] = {2, 1, 1};
-    reference.Convert(pair, 4, 2, 1, p, l);
-    return out[0];
-  };
-  auto chroma = [&](int video) {
-    const uint8_t pair[4] = {static_cast<uint8_t>(video), 16, static_cast<uint8_t>(video), 16};
-    uint8_t out[2], c1, c2;
-    uint8_t* const p[3] = {out, &c1, &c2};
-    const int l[3] = {2, 1, 1};
-    reference.Convert(pair, 4, 2, 1, p, l);
-    return c1;
-  };
+  auto luma = [&](int video) { return ConvertAlone(converter, static_cast<uint8_t>(video)).y0; };
+  auto chroma = [&](int video) { return ConvertAlone(converter, static_cast<uint8_t>(video)).cb; };
   for (int row = 0; row < kHeight; ++row) {
     for (int x = 0; x < kWidth; ++x) EXPECT_EQ(luma(16 + 40 * row + x), y[row * kLuma + x]) << row << "," << x;
     for (int pair = 0; pair < kWidth / 2; ++pair) {

@@ -85,6 +85,29 @@ bool ChildBoxes(const uint8_t* data, uint64_t begin, uint64_t end, std::vector<B
   return at == end;
 }
 
+// The boxes inside box, which lies in bytes.
+bool Children(const std::vector<uint8_t>& bytes, const Box& box, std::vector<Box>& boxes) {
+  return ChildBoxes(bytes.data(), box.offset + box.header, box.offset + box.size, boxes);
+}
+
+// A header box (mvhd, tkhd, mdhd) starts with a version, flags and two dates, 32 bits each
+// in version 0 and 64 in version 1. Where its fields after them start, counted from the
+// start of box; wide receives whether the version is 1.
+uint64_t AfterDates(const std::vector<uint8_t>& bytes, const Box& box, bool& wide) {
+  wide = box.size > box.header && bytes[box.offset + box.header] == 1;
+  return box.header + 4 + (wide ? 16 : 8);
+}
+
+// The 32-bit field right after the dates (tkhd's track ID, mvhd's and mdhd's timescale),
+// or 0 when the box is too short to hold it.
+uint32_t FirstFieldAfterDates(const std::vector<uint8_t>& bytes, const Box& box) {
+  bool wide = false;
+  uint64_t at = AfterDates(bytes, box, wide);
+  if (at + 4 > box.size) return 0;
+  Reader field(bytes.data() + box.offset + at, 4);
+  return field.U32();
+}
+
 const Box* Find(const std::vector<Box>& boxes, uint32_t type) {
   for (const Box& box : boxes) {
     if (box.type == type) return &box;
@@ -110,11 +133,15 @@ class Writer {
     Put32(type);
     return start;
   }
+  // Overwrites 32 bits written earlier (a size or a count known only afterwards).
+  void Patch32(size_t at, uint32_t value) {
+    for (int i = 0; i < 4; ++i) bytes[at + static_cast<size_t>(i)] = static_cast<uint8_t>(value >> (24 - 8 * i));
+  }
   // False when the box outgrew a 32-bit size.
   bool End(size_t start) {
     uint64_t size = bytes.size() - start;
     if (size > UINT32_MAX) return false;
-    for (int i = 0; i < 4; ++i) bytes[start + static_cast<size_t>(i)] = static_cast<uint8_t>(size >> (24 - 8 * i));
+    Patch32(start, static_cast<uint32_t>(size));
     return true;
   }
   // Overwrites a duration field of a copied header box (32 or 64 bits wide).
@@ -223,35 +250,28 @@ long Unsupported(const std::string& path, const char* why) {
 // Tracks of the first moov, with the fragments' defaults; false if it is not a take's.
 bool ReadTracks(const std::vector<uint8_t>& moov, const Box& box, std::vector<Track>& tracks) {
   std::vector<Box> children, inner, media;
-  if (!ChildBoxes(moov.data(), box.offset + box.header, box.offset + box.size, children)) return false;
+  if (!Children(moov, box, children)) return false;
   for (const Box& child : children) {
     if (child.type != Type("trak")) continue;
     Track track;
     track.trak = child;
-    if (!ChildBoxes(moov.data(), child.offset + child.header, child.offset + child.size, inner)) return false;
+    if (!Children(moov, child, inner)) return false;
     const Box* tkhd = Find(inner, Type("tkhd"));
     const Box* mdia = Find(inner, Type("mdia"));
-    if (!tkhd || !mdia) return false;
-    Reader header(moov.data() + tkhd->offset + tkhd->header, tkhd->size - tkhd->header);
-    bool wide = header.U8() == 1;
-    header.Seek(wide ? 20 : 12);
-    track.id = header.U32();
-    if (!ChildBoxes(moov.data(), mdia->offset + mdia->header, mdia->offset + mdia->size, media)) return false;
+    if (!tkhd || !mdia || !Children(moov, *mdia, media)) return false;
+    track.id = FirstFieldAfterDates(moov, *tkhd);
     const Box* mdhd = Find(media, Type("mdhd"));
     const Box* hdlr = Find(media, Type("hdlr"));
     if (!mdhd || !hdlr) return false;
-    Reader mediaHeader(moov.data() + mdhd->offset + mdhd->header, mdhd->size - mdhd->header);
-    wide = mediaHeader.U8() == 1;
-    mediaHeader.Seek(wide ? 20 : 12);
-    track.timescale = mediaHeader.U32();
+    track.timescale = FirstFieldAfterDates(moov, *mdhd);
     Reader handler(moov.data() + hdlr->offset + hdlr->header, hdlr->size - hdlr->header);
     handler.Seek(8);
     track.sound = handler.U32() == Type("soun");
-    if (!header.ok || !mediaHeader.ok || !handler.ok || track.timescale == 0) return false;
+    if (!handler.ok || track.id == 0 || track.timescale == 0) return false;
     tracks.push_back(track);
   }
   if (const Box* mvex = Find(children, Type("mvex"))) {
-    if (!ChildBoxes(moov.data(), mvex->offset + mvex->header, mvex->offset + mvex->size, inner)) return false;
+    if (!Children(moov, *mvex, inner)) return false;
     for (const Box& trex : inner) {
       if (trex.type != Type("trex")) continue;
       Reader defaults(moov.data() + trex.offset + trex.header, trex.size - trex.header);
@@ -278,10 +298,10 @@ bool ReadFragment(const std::vector<uint8_t>& moof, uint64_t moofOffset, uint64_
   Box whole;
   if (!ChildBoxes(moof.data(), 0, moof.size(), children) || children.size() != 1) return false;
   whole = children[0];
-  if (!ChildBoxes(moof.data(), whole.offset + whole.header, whole.size, children)) return false;
+  if (!Children(moof, whole, children)) return false;
   for (const Box& traf : children) {
     if (traf.type != Type("traf")) continue;
-    if (!ChildBoxes(moof.data(), traf.offset + traf.header, traf.offset + traf.size, parts)) return false;
+    if (!Children(moof, traf, parts)) return false;
     const Box* tfhd = Find(parts, Type("tfhd"));
     if (!tfhd) return false;
     Reader header(moof.data() + tfhd->offset + tfhd->header, tfhd->size - tfhd->header);
@@ -393,9 +413,7 @@ bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& 
       i = j;
     }
   }
-  Writer count32;
-  count32.Put32(entries);
-  memcpy(&out.bytes[entryCount], count32.bytes.data(), 4);
+  out.Patch32(entryCount, entries);
   if (!out.End(stts)) return false;
 
   if (!bytesPerFrame) {
@@ -439,9 +457,7 @@ bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& 
     out.Put32(track.chunks[c].description);
     ++runs;
   }
-  Writer runs32;
-  runs32.Put32(runs);
-  memcpy(&out.bytes[stscCount], runs32.bytes.data(), 4);
+  out.Patch32(stscCount, runs);
   if (!out.End(stsc)) return false;
 
   size_t stsz = out.Begin(Type("stsz"));
@@ -482,8 +498,8 @@ bool CopyWithDuration(Writer& out, const std::vector<uint8_t>& moov, const Box& 
                       uint64_t duration) {
   size_t start = out.bytes.size();
   out.Put(moov.data() + box.offset, box.size);
-  bool wide = moov[box.offset + box.header] == 1;
-  uint64_t at = box.header + 4 + (wide ? 16 : 8) + before;
+  bool wide = false;
+  uint64_t at = AfterDates(moov, box, wide) + before;
   if (at + (wide ? 8 : 4) > box.size) return false;
   return out.PatchDuration(start + at, wide, duration);
 }
@@ -492,14 +508,11 @@ bool CopyWithDuration(Writer& out, const std::vector<uint8_t>& moov, const Box& 
 // fragments' defaults (mvex) left out.
 bool WriteIndex(Writer& out, const std::vector<uint8_t>& moov, const Box& moovBox, std::vector<Track>& tracks) {
   std::vector<Box> children;
-  if (!ChildBoxes(moov.data(), moovBox.offset + moovBox.header, moovBox.offset + moovBox.size, children)) return false;
+  if (!Children(moov, moovBox, children)) return false;
   const Box* mvhd = Find(children, Type("mvhd"));
   if (!mvhd) return false;
-  Reader movieHeader(moov.data() + mvhd->offset + mvhd->header, mvhd->size - mvhd->header);
-  bool wide = movieHeader.U8() == 1;
-  movieHeader.Seek(wide ? 20 : 12);
-  uint64_t movieTimescale = movieHeader.U32();
-  if (!movieHeader.ok || movieTimescale == 0) return false;
+  const uint64_t movieTimescale = FirstFieldAfterDates(moov, *mvhd);
+  if (movieTimescale == 0) return false;
 
   // Tracks first, so the movie's duration is known when its header is written.
   Writer traks;
@@ -509,22 +522,13 @@ bool WriteIndex(Writer& out, const std::vector<uint8_t>& moov, const Box& moovBo
     uint64_t bytesPerFrame = 0;
     SettleDurations(track, bytesPerFrame);
     std::vector<Box> trakChildren, mdiaChildren, minfChildren, stblChildren;
-    if (!ChildBoxes(moov.data(), track.trak.offset + track.trak.header, track.trak.offset + track.trak.size,
-                    trakChildren)) {
-      return false;
-    }
+    if (!Children(moov, track.trak, trakChildren)) return false;
     const Box* mdia = Find(trakChildren, Type("mdia"));
-    if (!mdia || !ChildBoxes(moov.data(), mdia->offset + mdia->header, mdia->offset + mdia->size, mdiaChildren)) {
-      return false;
-    }
+    if (!mdia || !Children(moov, *mdia, mdiaChildren)) return false;
     const Box* minf = Find(mdiaChildren, Type("minf"));
-    if (!minf || !ChildBoxes(moov.data(), minf->offset + minf->header, minf->offset + minf->size, minfChildren)) {
-      return false;
-    }
+    if (!minf || !Children(moov, *minf, minfChildren)) return false;
     const Box* stbl = Find(minfChildren, Type("stbl"));
-    if (!stbl || !ChildBoxes(moov.data(), stbl->offset + stbl->header, stbl->offset + stbl->size, stblChildren)) {
-      return false;
-    }
+    if (!stbl || !Children(moov, *stbl, stblChildren)) return false;
     const Box* stsd = Find(stblChildren, Type("stsd"));
     if (!stsd) return false;
     Writer table;
