@@ -121,9 +121,10 @@ long QTRecordClient::AwaitAnswer(const char* command) {
       KTN_LOG("poll(%d) failed with errno %ld (%s)", fd, error, strerror(errno));
       return error;
     }
-    // Still no answer: a long Stop (finishing a big movie) keeps using CPU time.
+    // Still no answer: a long Stop (finishing a big movie) keeps using CPU time or waits
+    // for the disk.
     long long now = mTask.CpuTicks();
-    if (now >= 0 && now != ticks) {
+    if ((now >= 0 && now != ticks) || mTask.WaitingForDisk()) {
       ticks = now;
       idleMs = 0;
       continue;

@@ -30,6 +30,10 @@ class ServerProcess {
   // move is doing nothing.
   long long CpuTicks() const;
 
+  // Whether a thread of the child is waiting for the disk (a sync of a big movie can take
+  // longer than any idle limit while using no CPU time): working, not hung.
+  bool WaitingForDisk() const;
+
   // Ends a child that no longer answers (SIGKILL); the owner still waits for it.
   void Kill();
 

@@ -1,4 +1,5 @@
 // Launching the recording server on Linux: posix_spawn with glibc's chdir and closefrom actions.
+#include <dirent.h>
 #include <errno.h>
 #include <stdio.h>
 #include <signal.h>
@@ -6,6 +7,9 @@
 #include <string.h>
 #include <sys/wait.h>
 
+#include <string>
+
+#include "IPC/ProcStatLinux.h"
 #include "IPC/ServerProcess.h"
 #include "Util/Log.h"
 
@@ -78,21 +82,32 @@ long long ServerProcess::CpuTicks() const {
   if (mPid <= 0 || mWaited) return -1;
   char name[40];
   snprintf(name, sizeof name, "/proc/%d/stat", static_cast<int>(mPid));
-  FILE* file = fopen(name, "r");
-  if (!file) return -1;
-  char line[1024];
-  bool read = fgets(line, sizeof line, file) != nullptr;
-  fclose(file);
-  // The command name sits in parentheses and may hold spaces; the fields follow the last ')'.
-  const char* end = read ? strrchr(line, ')') : nullptr;
-  if (!end) return -1;
   char state = 0;
-  unsigned long long userTicks = 0, systemTicks = 0;
-  if (sscanf(end + 1, " %c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %llu %llu", &state, &userTicks, &systemTicks) != 3) {
-    return -1;
-  }
+  long long ticks = 0;
+  if (!ReadProcStat(name, state, ticks)) return -1;
   if (state == 'T' || state == 't' || state == 'Z' || state == 'X') return -1;
-  return static_cast<long long>(userTicks + systemTicks);
+  return ticks;
+}
+
+bool ServerProcess::WaitingForDisk() const {
+  if (mPid <= 0 || mWaited) return false;
+  char folder[40];
+  snprintf(folder, sizeof folder, "/proc/%d/task", static_cast<int>(mPid));
+  DIR* tasks = opendir(folder);
+  if (!tasks) return false;
+  bool waiting = false;
+  while (struct dirent* task = readdir(tasks)) {
+    if (task->d_name[0] == '.') continue;
+    std::string path = std::string(folder) + "/" + task->d_name + "/stat";
+    char state = 0;
+    long long ticks = 0;
+    if (ReadProcStat(path.c_str(), state, ticks) && state == 'D') {
+      waiting = true;
+      break;
+    }
+  }
+  closedir(tasks);
+  return waiting;
 }
 
 void ServerProcess::Kill() {
