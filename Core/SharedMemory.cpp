@@ -30,6 +30,7 @@ SharedMemory::SharedMemory(const char* key) {
 }
 
 SharedMemory::~SharedMemory() {
+  CloseDescriptor();
   if (mAddress) {
     if (long rc = Unmap()) KTN_LOG("Unmap() returned %ld", rc);
   }
@@ -94,7 +95,7 @@ long SharedMemory::Map(void*& address, bool readOnly) {
     KTN_LOG("fstat(%d) failed with errno %ld (%s)", fd, result, strerror(errno));
   } else {
     unsigned long long length = static_cast<unsigned long long>(info.st_size);
-    result = MapDescriptor(fd, length, readOnly, address);
+    result = MapDescriptor(fd, length, readOnly, false, address);
     if (result) KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", length, fd, result, strerror(result));
   }
   // The mapping outlives the descriptor; descriptor 0 is left open as in Create.
@@ -105,14 +106,64 @@ long SharedMemory::Map(void*& address, bool readOnly) {
   return result;
 }
 
-long SharedMemory::MapTrusted(void*& address, uid_t owner, unsigned long long size) {
-  address = nullptr;
-  if (!mKey[0] || mAddress) {
-    KTN_LOG("Invalid key or already mapped");
+long SharedMemory::Fill(const struct iovec* parts, int count) {
+  if (!mKey[0] || !mCreated) {
+    KTN_LOG("Invalid key or shared memory not created here");
+    return EINVAL;
+  }
+  int fd = shm_open(mKey, O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0);
+  if (fd < 0) {
+    long error = errno;
+    KTN_LOG("shm_open(%s) failed with errno %ld (%s)", mKey, error, strerror(errno));
+    return error;
+  }
+  long result = 0;
+  off_t offset = 0;
+  int part = 0;
+  size_t skip = 0;  // bytes of parts[part] already written
+  while (part < count) {
+    // Up to eight parts a call; a short write continues where it stopped.
+    struct iovec pending[8];
+    int used = 0;
+    size_t bytes = 0;
+    for (int i = part; i < count && used < 8; ++i, ++used) {
+      pending[used].iov_base = static_cast<char*>(parts[i].iov_base) + (i == part ? skip : 0);
+      pending[used].iov_len = parts[i].iov_len - (i == part ? skip : 0);
+      bytes += pending[used].iov_len;
+    }
+    if (bytes == 0) {  // empty parts only: nothing to write for them
+      part += used;
+      skip = 0;
+      continue;
+    }
+    ssize_t written = pwritev(fd, pending, used, offset);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      result = written < 0 ? errno : EIO;
+      KTN_LOG("pwritev(%d, %llu) failed with errno %ld (%s)", fd, static_cast<unsigned long long>(offset), result,
+              strerror(static_cast<int>(result)));
+      break;
+    }
+    offset += written;
+    size_t left = static_cast<size_t>(written);
+    while (part < count && left >= parts[part].iov_len - skip) {
+      left -= parts[part].iov_len - skip;
+      skip = 0;
+      ++part;
+    }
+    skip += left;
+  }
+  close(fd);
+  return result;
+}
+
+long SharedMemory::OpenTrusted(uid_t owner, unsigned long long size) {
+  if (!mKey[0] || mAddress || mDescriptor >= 0) {
+    KTN_LOG("Invalid key, or already mapped or opened");
     return EINVAL;
   }
   // O_NOFOLLOW: the name must be the segment itself.
-  int fd = shm_open(mKey, O_RDONLY | O_NOFOLLOW, 0);
+  int fd = shm_open(mKey, O_RDONLY | O_NOFOLLOW | O_CLOEXEC, 0);
   if (fd < 0) {
     long error = errno;
     KTN_LOG("shm_open(%s) failed with errno %ld (%s)", mKey, error, strerror(errno));
@@ -131,17 +182,46 @@ long SharedMemory::MapTrusted(void*& address, uid_t owner, unsigned long long si
     result = EINVAL;
     KTN_LOG("Segment %s holds %llu bytes, not the %llu announced", mKey,
             static_cast<unsigned long long>(info.st_size), size);
-  } else {
-    result = MapDescriptor(fd, size, true, address);
-    if (result) KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", size, fd, result, strerror(result));
   }
-  close(fd);
-  if (address == MAP_FAILED) address = nullptr;
+  if (result) {
+    close(fd);
+    return result;
+  }
+  mDescriptor = fd;
+  mOpenedSize = size;
+  return 0;
+}
+
+long SharedMemory::MapOpened(void*& address) {
+  address = nullptr;
+  if (mDescriptor < 0 || mAddress) {
+    KTN_LOG("Shared memory not opened, or already mapped");
+    return EINVAL;
+  }
+  long result = MapDescriptor(mDescriptor, mOpenedSize, true, true, address);
+  if (result) {
+    KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", mOpenedSize, mDescriptor, result, strerror(result));
+    address = nullptr;
+  }
   return result;
 }
 
-long SharedMemory::MapDescriptor(int fd, unsigned long long length, bool readOnly, void*& address) {
-  address = mmap(nullptr, length, readOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+long SharedMemory::MapTrusted(void*& address, uid_t owner, unsigned long long size) {
+  address = nullptr;
+  if (long rc = OpenTrusted(owner, size)) return rc;
+  long result = MapOpened(address);
+  CloseDescriptor();
+  return result;
+}
+
+void SharedMemory::CloseDescriptor() {
+  if (mDescriptor >= 0) close(mDescriptor);
+  mDescriptor = -1;
+}
+
+long SharedMemory::MapDescriptor(int fd, unsigned long long length, bool readOnly, bool populate, void*& address) {
+  address = mmap(nullptr, length, readOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED | (populate ? MAP_POPULATE : 0),
+                 fd, 0);
   if (address != MAP_FAILED) {
     mAddress = address;
     mSize = length;

@@ -3,6 +3,7 @@
 
 #include <stddef.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
 namespace KTN {
 
@@ -32,9 +33,23 @@ class SharedMemory {
   long Create(unsigned long long size);
   // Opens the existing segment and maps all of it; address receives the start or null.
   long Map(void*& address, bool readOnly);
-  // As Map read-only, for a reader that does not trust the segment's maker: the segment
-  // must belong to owner, be accessible to nobody else and hold exactly size bytes, or it
-  // is refused (13 EACCES, or 22) before a byte of it is mapped.
+  // Writes the parts, one after the other from the segment's first byte, through a
+  // descriptor of the segment this object created: the kernel places the bytes in the
+  // segment's fresh pages directly, without the page-by-page faults of filling a new
+  // mapping. The parts must not reach past the size given to Create. 0 or errno, with
+  // one failure line; 22 when this object did not create the segment.
+  long Fill(const struct iovec* parts, int count);
+
+  // For a reader that does not trust the segment's maker: opens the segment read-only and
+  // keeps its descriptor, once it is known to belong to owner, to be accessible to nobody
+  // else and to hold exactly size bytes; otherwise it is refused (13 EACCES, or 22) before
+  // a byte of it is read. The descriptor keeps the contents alive after the maker has
+  // removed the name; it is closed with the object.
+  long OpenTrusted(uid_t owner, unsigned long long size);
+  // Maps all of a segment opened with OpenTrusted, read-only, its pages mapped at once
+  // rather than one fault at a time; address receives the start or null.
+  long MapOpened(void*& address);
+  // OpenTrusted, then MapOpened; the descriptor is closed again once mapped.
   long MapTrusted(void*& address, uid_t owner, unsigned long long size);
   long Unmap();
   long Unlink();
@@ -43,11 +58,16 @@ class SharedMemory {
   void* Address() const { return mAddress; }
   unsigned long long Size() const { return mSize; }
   const char* Key() const { return mKey; }
+  // The descriptor OpenTrusted keeps (borrowed: the object closes it), or -1.
+  int Descriptor() const { return mDescriptor; }
+  // Bytes of the segment OpenTrusted opened; 0 before.
+  unsigned long long OpenedSize() const { return mOpenedSize; }
 
  private:
   // Maps the open descriptor fd (length bytes); returns errno of a failed mmap unlogged,
   // so that the caller names itself in the message.
-  long MapDescriptor(int fd, unsigned long long length, bool readOnly, void*& address);
+  long MapDescriptor(int fd, unsigned long long length, bool readOnly, bool populate, void*& address);
+  void CloseDescriptor();
 
   static constexpr size_t kMaxKeyLength = 31;
 
@@ -56,6 +76,8 @@ class SharedMemory {
   unsigned long long mSize = 0;  // bytes; meaningful only while mapped
   bool mCreated = false;         // this object created the segment and sized it
   bool mExists = false;          // the segment is known to exist, created here or found
+  int mDescriptor = -1;          // kept by OpenTrusted
+  unsigned long long mOpenedSize = 0;
 };
 
 }  // namespace Core

@@ -10,6 +10,7 @@
 
 #include <regex>
 #include <string>
+#include <vector>
 
 #include "Core/SharedMemory.h"
 #include "Util/CapturedStderr.h"
@@ -251,6 +252,78 @@ TEST(SharedMemoryTest, MapOfMissingSegmentNamesTheCall) {
   CapturedStderr captured;
   EXPECT_EQ(ENOENT, segment.Map(address, true));
   EXPECT_EQ("*** Map[#]: shm_open(" + key + ") failed with errno 2 (No such file or directory)\n", captured.Text());
+}
+
+// Fill writes its parts back to back from the segment's start, through more parts than
+// one system call takes and around empty ones.
+TEST(SharedMemoryTest, FillWritesThePartsOneAfterTheOther) {
+  std::string key = TestKey("fill");
+  SegmentCleanup cleanup{key};
+  std::vector<std::string> texts;
+  for (int i = 0; i < 11; ++i) texts.push_back(i == 4 ? "" : std::string(static_cast<size_t>(1000 + i), static_cast<char>('a' + i)));
+  std::vector<struct iovec> parts;
+  std::string expected;
+  for (std::string& text : texts) {
+    parts.push_back({&text[0], text.size()});
+    expected += text;
+  }
+  SharedMemory writer(key.c_str());
+  ASSERT_EQ(0, writer.Create(expected.size()));
+  ASSERT_EQ(0, writer.Fill(parts.data(), static_cast<int>(parts.size())));
+
+  SharedMemory reader(key.c_str());
+  void* view = nullptr;
+  ASSERT_EQ(0, reader.Map(view, true));
+  ASSERT_EQ(expected.size(), reader.Size());
+  EXPECT_EQ(expected, std::string(static_cast<const char*>(view), expected.size()));
+}
+
+TEST(SharedMemoryTest, FillIsOnlyForTheSegmentsCreator) {
+  std::string key = TestKey("fillother");
+  SegmentCleanup cleanup{key};
+  SharedMemory creator(key.c_str());
+  ASSERT_EQ(0, creator.Create(16));
+  SharedMemory other(key.c_str());
+  char bytes[16] = {};
+  struct iovec part = {bytes, sizeof bytes};
+  CapturedStderr captured;
+  EXPECT_EQ(EINVAL, other.Fill(&part, 1));
+  EXPECT_EQ("*** Fill[#]: Invalid key or shared memory not created here\n", captured.Text());
+}
+
+// A reader that opened the segment keeps its contents after the maker removed the name,
+// as the recording server does between its answer and its write.
+TEST(SharedMemoryTest, OpenedSegmentOutlivesItsName) {
+  std::string key = TestKey("opened");
+  SegmentCleanup cleanup{key};
+  std::string text(8192, 'k');
+  struct iovec part = {&text[0], text.size()};
+  SharedMemory reader(key.c_str());
+  {
+    SharedMemory writer(key.c_str());
+    ASSERT_EQ(0, writer.Create(text.size()));
+    ASSERT_EQ(0, writer.Fill(&part, 1));
+    ASSERT_EQ(0, reader.OpenTrusted(getuid(), text.size()));
+  }  // unlinked here
+  EXPECT_FALSE(SegmentExists(key));
+  ASSERT_GE(reader.Descriptor(), 0);
+  EXPECT_EQ(text.size(), reader.OpenedSize());
+  std::string read(text.size(), '\0');
+  EXPECT_EQ(static_cast<ssize_t>(text.size()), pread(reader.Descriptor(), &read[0], read.size(), 0));
+  EXPECT_EQ(text, read);
+  void* view = nullptr;
+  ASSERT_EQ(0, reader.MapOpened(view));
+  ASSERT_NE(nullptr, view);
+  EXPECT_EQ(text, std::string(static_cast<const char*>(view), text.size()));
+}
+
+TEST(SharedMemoryTest, MapOpenedNeedsAnOpenedSegment) {
+  SharedMemory segment(TestKey("unopened").c_str());
+  void* view = reinterpret_cast<void*>(1);
+  CapturedStderr captured;
+  EXPECT_EQ(EINVAL, segment.MapOpened(view));
+  EXPECT_EQ(nullptr, view);
+  EXPECT_EQ("*** MapOpened[#]: Shared memory not opened, or already mapped\n", captured.Text());
 }
 
 }  // namespace
