@@ -1,8 +1,11 @@
 // A stand-in recording server for process tests: answers every command, writes nothing but
-// its working directory, into the file that SetFilePath names.
+// its working directory, into the file that SetFilePath names. "MapAudio N" answers only
+// after N milliseconds, as a server busy with its disk would.
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "IPC/QTRecordServerIPC.h"
 #include "Util/FourCC.h"
@@ -28,7 +31,11 @@ class FakeRecordServer : public KTN::QTRecordServerIPC {
   }
   long Prepare() override { return 0; }
   long MapVideo(unsigned long long) override { return 0; }
-  long MapAudio(unsigned long long) override { return 0; }
+  long MapAudio(unsigned long long millis) override {
+    std::this_thread::sleep_for(std::chrono::milliseconds(millis));
+    return 0;
+  }
+  long SkipVideo(unsigned long long) override { return 0; }
   long Stop() override { return 0; }
   long InputEnded() override { return 0; }
 };

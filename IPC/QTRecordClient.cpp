@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "IPC/BufferedInput.h"
 #include "IPC/SigpipeBlock.h"
 #include "Util/Log.h"
 
@@ -71,12 +72,9 @@ long QTRecordClient::Init(const char* path) {
     CloseStreams(nullptr, writeStream);
     return error;
   }
-  if (readStream) {
-    mResponsePipe.TakeReadEnd();
-    // Unbuffered, so that a descriptor with nothing to read means no answer has come:
-    // AwaitAnswer polls the descriptor, never a stream buffer holding an answer already.
-    setvbuf(readStream, nullptr, _IONBF, 0);
-  }
+  // Buffered: an answer is read with one read(2). AwaitAnswer looks into the buffer before
+  // it polls the descriptor.
+  if (readStream) mResponsePipe.TakeReadEnd();
   if (long rc = SimpleEndpointIPC::Init(readStream, writeStream)) {
     KTN_LOG("RecordClient::Init returned %ld", rc);
     CloseStreams(readStream, writeStream);
@@ -105,15 +103,24 @@ long QTRecordClient::Init(const char* path) {
   return result;
 }
 
-long QTRecordClient::AwaitAnswer(const char* command) {
-  if (!mReadStream) return 0;
+void QTRecordClient::CommandSent() {
+  mAnswerLate = false;
+}
+
+long QTRecordClient::AwaitAnswer(const char* command, int budgetMillis) {
+  if (!mReadStream || HasBufferedInput(mReadStream)) return 0;
   constexpr int kSliceMs = 500;
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(budgetMillis < 0 ? 0 : budgetMillis);
   int fd = fileno(mReadStream);
-  long long ticks = mTask.CpuTicks();
-  int idleMs = 0;
   for (;;) {
+    int wait = kSliceMs;
+    if (budgetMillis >= 0) {
+      auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      wait = left < 0 ? 0 : left < kSliceMs ? static_cast<int>(left) : kSliceMs;
+    }
     struct pollfd ready = {fd, POLLIN, 0};
-    int rc = poll(&ready, 1, kSliceMs);
+    int rc = poll(&ready, 1, wait);
     if (rc > 0) return 0;  // an answer, or the end of a stream whose writer has gone
     if (rc < 0 && errno == EINTR) continue;
     if (rc < 0) {
@@ -121,21 +128,21 @@ long QTRecordClient::AwaitAnswer(const char* command) {
       KTN_LOG("poll(%d) failed with errno %ld (%s)", fd, error, strerror(errno));
       return error;
     }
-    // Still no answer: a long Stop (finishing a big movie) keeps using CPU time or waits
-    // for the disk.
-    long long now = mTask.CpuTicks();
-    if ((now >= 0 && now != ticks) || mTask.WaitingForDisk()) {
-      ticks = now;
-      idleMs = 0;
-      continue;
-    }
-    idleMs += kSliceMs;
-    if (idleMs >= kIdleLimitSeconds * 1000) {
+    // No answer yet. A long Stop (finishing a big movie) keeps using CPU time or waits for
+    // the disk; only a server doing neither is counted idle.
+    Clock::time_point now = Clock::now();
+    long long ticks = mTask.CpuTicks();
+    if (!mAnswerLate || (ticks >= 0 && ticks != mTicks) || mTask.WaitingForDisk()) {
+      mAnswerLate = true;
+      mTicks = ticks;
+      mIdleSince = now;
+    } else if (now - mIdleSince >= std::chrono::seconds(kIdleLimitSeconds)) {
       KTN_LOG("The recording server (process %d) has not answered %s in %d s and is doing nothing: stopped",
               static_cast<int>(mTask.Pid()), command, kIdleLimitSeconds);
       mTask.Kill();
       return ETIMEDOUT;
     }
+    if (budgetMillis >= 0 && now >= deadline) return EINPROGRESS;
   }
 }
 

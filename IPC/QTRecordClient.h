@@ -3,6 +3,8 @@
 
 #include <sys/types.h>
 
+#include <chrono>
+
 #include "Core/Lockable.h"
 #include "IPC/Pipe.h"
 #include "IPC/QTRecordClientIPC.h"
@@ -30,17 +32,24 @@ class QTRecordClient : public QTRecordClientIPC {
   void Lock() override;
   void Unlock() override;
 
-  // Waits for the server's answer to command as long as the server is working on it. A
-  // server that has answered nothing and used no CPU time for kIdleLimitSeconds, or that
-  // is stopped, is taken for hung: it is killed (its movie, written as fragments, still
-  // plays) and this returns 110 (ETIMEDOUT) with one failure line; later commands read
-  // the end of its stream and answer 5. Called on the commanding thread, client locked.
-  long AwaitAnswer(const char* command) override;
+  // Waits for the server's answer to command as long as the server is working on it, or
+  // up to budgetMillis when that is not negative (115, EINPROGRESS, when it ran out; the
+  // next call goes on waiting). A server that has answered nothing and used no CPU time
+  // for kIdleLimitSeconds, or that is stopped, is taken for hung, however many calls the
+  // wait took: it is killed (its movie, written as fragments, still plays) and this
+  // returns 110 (ETIMEDOUT) with one failure line; later commands read the end of its
+  // stream and answer 5. The server's state is read only once an answer is late. Called
+  // on the commanding thread, client locked.
+  long AwaitAnswer(const char* command, int budgetMillis) override;
 
   static constexpr int kIdleLimitSeconds = 10;
 
   // The server's process ID, or 0 when none was launched.
   pid_t ServerPid() const { return mTask.Pid(); }
+
+ protected:
+  // A new command is on its way: its wait starts.
+  void CommandSent() override;
 
  private:
   // Serialises command exchanges (write, flush, read acknowledgement) between threads.
@@ -48,6 +57,11 @@ class QTRecordClient : public QTRecordClientIPC {
   ServerProcess mTask;
   Pipe mCommandPipe;   // write end: mWriteStream; read end: the server's standard input
   Pipe mResponsePipe;  // read end: mReadStream; write end: the server's standard output
+
+  // The wait for the current command's answer, which may span several AwaitAnswer calls.
+  bool mAnswerLate = false;  // a poll has timed out: the server's CPU time is being watched
+  long long mTicks = -1;     // its CPU time when last looked at
+  std::chrono::steady_clock::time_point mIdleSince;  // when it was last seen working
 };
 
 }  // namespace KTN

@@ -42,5 +42,6 @@ long QTRecordClientIPC::MapVideo(unsigned long long size) { return SendCommandSy
 long QTRecordClientIPC::MapAudio(unsigned long long size) { return SendCommandSync(cmdMapAudio, Unsigned(size)); }
 long QTRecordClientIPC::Stop() { return SendCommandSync(cmdStop, kNoArgument); }
 long QTRecordClientIPC::Exit() { return SendCommandSync(cmdExit, kNoArgument); }
+long QTRecordClientIPC::SkipVideo(unsigned long long frames) { return SendCommandSync(cmdSkipVideo, Unsigned(frames)); }
 
 }  // namespace KTN

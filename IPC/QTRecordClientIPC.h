@@ -35,6 +35,8 @@ class QTRecordClientIPC : public SimpleClientIPC {
   long MapAudio(unsigned long long size);
   long Stop();
   long Exit();
+  // The pictures of the next `frames` frame slots were given up (SkipVideo).
+  long SkipVideo(unsigned long long frames);
 };
 
 }  // namespace KTN

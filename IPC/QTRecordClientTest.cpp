@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "IPC/QTRecordClient.h"
+#include "IPC/RecorderCommands.h"
 #include "Util/CapturedStderr.h"
 #include "Util/FourCC.h"
 
@@ -120,6 +121,74 @@ TEST(QTRecordClientTest, KilledServerAnswers5AndDestructionDoesNotHang) {
   struct sigaction action;
   sigaction(SIGPIPE, nullptr, &action);
   EXPECT_EQ(SIG_DFL, action.sa_handler) << "the process's disposition was never changed";
+}
+
+// The exchange in two halves: the answer is collected in slices while the server works,
+// and nothing else may be sent meanwhile.
+TEST(QTRecordClientTest, SplitExchangeCollectsASlowAnswerInSlices) {
+  ServerFolder folder("split");
+  QTRecordClient client;
+  ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+  ASSERT_EQ(0, client.SendCommand(cmdMapAudio, 1500ull));  // answered after 1.5 s
+  EXPECT_TRUE(client.AnswerPending());
+  long status = -1;
+  EXPECT_EQ(EINPROGRESS, client.ReceiveAnswer(100, status));
+  EXPECT_EQ(-1, status);
+  {
+    CapturedStderr captured;
+    EXPECT_EQ(EBUSY, client.Stop());
+    EXPECT_EQ("*** SendCommandSync[#]: Stop sent while the answer to MapAudio is still to come\n", captured.Text());
+  }
+  long rc = EINPROGRESS;
+  int slices = 0;
+  while (rc == EINPROGRESS && slices < 1000) {
+    rc = client.ReceiveAnswer(100, status);
+    ++slices;
+  }
+  EXPECT_EQ(0, rc);
+  EXPECT_EQ(0, status);
+  EXPECT_FALSE(client.AnswerPending());
+  EXPECT_EQ(0, client.Stop()) << "the next exchange is in step";
+  EXPECT_EQ(0, client.Exit());
+}
+
+TEST(QTRecordClientTest, ReceivingWithoutACommandSentIsRefused) {
+  ServerFolder folder("nothing-sent");
+  QTRecordClient client;
+  ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+  long status = 0;
+  CapturedStderr captured;
+  EXPECT_EQ(EINVAL, client.ReceiveAnswer(100, status));
+  EXPECT_EQ("*** ReceiveAnswer[#]: No command waits for its answer\n", captured.Text());
+  EXPECT_EQ(0, client.Exit());
+}
+
+// Read and write system calls of this process so far.
+void SystemCalls(long long& reads, long long& writes) {
+  std::ifstream io("/proc/self/io");
+  std::string key;
+  long long value = 0;
+  while (io >> key >> value) {
+    if (key == "syscr:") reads = value;
+    if (key == "syscw:") writes = value;
+  }
+}
+
+// A prompt answer costs one read of the answer and one write of the command: the stream is
+// buffered, and the server's state under /proc is not read for an answer that is on time.
+TEST(QTRecordClientTest, AnExchangeCostsOneWriteAndOneRead) {
+  ServerFolder folder("economy");
+  QTRecordClient client;
+  ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+  ASSERT_EQ(0, client.Begin());
+  constexpr int kExchanges = 200;
+  long long readsBefore = 0, writesBefore = 0, readsAfter = 0, writesAfter = 0;
+  SystemCalls(readsBefore, writesBefore);
+  for (int i = 0; i < kExchanges; ++i) ASSERT_EQ(0, client.MapVideo(1920ull * 1080 * 2));
+  SystemCalls(readsAfter, writesAfter);
+  EXPECT_LE(readsAfter - readsBefore, kExchanges + 2);  // the /proc/self/io read itself
+  EXPECT_LE(writesAfter - writesBefore, kExchanges);
+  EXPECT_EQ(0, client.Exit());
 }
 
 TEST(QTRecordClientTest, LaunchFailureReturnsItsErrno) {

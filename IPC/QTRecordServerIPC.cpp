@@ -57,6 +57,7 @@ const ServerCommand kServerCommands[] = {
     {&cmdMapVideo, true, [](Server& s, const char* a) { return s.MapVideo(UInt64(a)); }},
     {&cmdMapAudio, true, [](Server& s, const char* a) { return s.MapAudio(UInt64(a)); }},
     {&cmdStop, false, [](Server& s, const char*) { return s.Stop(); }},
+    {&cmdSkipVideo, true, [](Server& s, const char* a) { return s.SkipVideo(UInt64(a)); }},
 };
 
 }  // namespace
@@ -87,5 +88,10 @@ long QTRecordServerIPC::SetVideoCodecQuality(int quality) { mVideoCodecQuality =
 long QTRecordServerIPC::SetAudioChannels(int channels) { mAudioChannels = channels; return 0; }
 long QTRecordServerIPC::SetAudioType(int bitsPerSample) { mAudioType = bitsPerSample; return 0; }
 long QTRecordServerIPC::SetAudioRate(int rate) { mAudioRate = rate; return 0; }
+
+long QTRecordServerIPC::SkipVideo(unsigned long long frames) {
+  KTN_LOG("This server keeps no time slots: %llu skipped frames refused", frames);
+  return EINVAL;
+}
 
 }  // namespace KTN

@@ -39,6 +39,9 @@ class QTRecordServerIPC : public SimpleServerIPC {
   virtual long MapVideo(unsigned long long size) = 0;
   virtual long MapAudio(unsigned long long size) = 0;
   virtual long Stop() = 0;
+  // The pictures of the next `frames` frame slots will not come: their time stays empty.
+  // 22 here, for a server that does not keep time slots.
+  virtual long SkipVideo(unsigned long long frames);
   // Reached by no command: the end of the input, where a server finishes any open movie.
   virtual long InputEnded() = 0;
 

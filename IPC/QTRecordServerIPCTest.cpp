@@ -119,5 +119,25 @@ TEST(QTRecordServerIPCTest, UnknownCommandsAreAnsweredAndServingGoesOn) {
             captured.Text());
 }
 
+// Skipped frame slots reach a server that keeps them; one that does not refuses them.
+class FakeSlotKeepingServer : public FakeRecordingServer {
+ public:
+  long SkipVideo(unsigned long long frames) override {
+    mSkipped += frames;
+    return 0;
+  }
+  unsigned long long mSkipped = 0;
+};
+
+TEST(QTRecordServerIPCTest, SkippedFrameSlotsAreDispatched) {
+  FakeSlotKeepingServer keeping;
+  EXPECT_EQ("SkipVideo 0\nSkipVideo 0\nSkipVideo 22\nExit 0\n", Serve(keeping, "SkipVideo 3\nSkipVideo 2\nSkipVideo\nExit\n"));
+  EXPECT_EQ(5u, keeping.mSkipped);
+  FakeRecordingServer plain;
+  CapturedStderr captured;
+  EXPECT_EQ("SkipVideo 22\nExit 0\n", Serve(plain, "SkipVideo 1\nExit\n"));
+  EXPECT_EQ("*** SkipVideo[#]: This server keeps no time slots: 1 skipped frames refused\n", captured.Text());
+}
+
 }  // namespace
 }  // namespace KTN

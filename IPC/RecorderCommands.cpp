@@ -25,5 +25,6 @@ const char* const cmdMapVideo = "MapVideo";
 const char* const cmdMapAudio = "MapAudio";
 const char* const cmdStop = "Stop";
 const char* const cmdExit = "Exit";
+const char* const cmdSkipVideo = "SkipVideo";
 
 }  // namespace KTN

@@ -25,6 +25,10 @@ extern const char* const cmdMapVideo;
 extern const char* const cmdMapAudio;
 extern const char* const cmdStop;
 extern const char* const cmdExit;
+// Beyond the recorder's own set: the plug-in gave up the pictures of the next N frame
+// slots (argument N, unsigned decimal). The server leaves their time empty, as it does for
+// frames it drops itself, so that later pictures and the sound stay in step.
+extern const char* const cmdSkipVideo;
 
 // The status "MapVideo" answers when the server has had to drop frames (E2BIG's number).
 // The plug-in counts it as success and marks the recording as having dropped frames.

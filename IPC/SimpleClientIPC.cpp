@@ -24,25 +24,28 @@ class ExchangeScope {
 
 }  // namespace
 
-long SimpleClientIPC::SendCommandSync(const char* command, const char* argument) {
-  ExchangeScope exchange(this);
+long SimpleClientIPC::WriteCommand(const char* caller, const char* command, const char* argument) {
   if (!command) {
-    KTN_LOG("NULL command string");
+    KTN_LOG_AS(caller, "NULL command string");
     return EINVAL;
   }
   if (strlen(command) > kMaxCommandLength) {
-    KTN_LOG("Command string \"%s\" too long (max %d)", command, kMaxCommandLength);
+    KTN_LOG_AS(caller, "Command string \"%s\" too long (max %d)", command, kMaxCommandLength);
     return EINVAL;
   }
   if (argument && strlen(argument) > kMaxArgumentLength) {
-    KTN_LOG("Argument string \"%s\" too long (max %d)", argument, kMaxArgumentLength);
+    KTN_LOG_AS(caller, "Argument string \"%s\" too long (max %d)", argument, kMaxArgumentLength);
     return EINVAL;
   }
   // One line is one command: a line break in the argument would make the rest of it a
   // command of its own.
   if (argument && strpbrk(argument, "\n\r")) {
-    KTN_LOG("Argument of %s holds a line break: refused", command);
+    KTN_LOG_AS(caller, "Argument of %s holds a line break: refused", command);
     return EINVAL;
+  }
+  if (mPendingCommand) {
+    KTN_LOG_AS(caller, "%s sent while the answer to %s is still to come", command, mPendingCommand);
+    return EBUSY;
   }
   if (mWriteStream) {
     // A dead server shows up as an unreadable acknowledgement below, not as a signal.
@@ -50,22 +53,36 @@ long SimpleClientIPC::SendCommandSync(const char* command, const char* argument)
     fprintf(mWriteStream, "%s%s%s\n", command, argument ? " " : "", argument ? argument : "");
     fflush(mWriteStream);
   }
-  if (long rc = AwaitAnswer(command)) return rc;
+  CommandSent();
+  return 0;
+}
+
+long SimpleClientIPC::ReadAnswer(const char* caller, const char* command, long& status) {
   const char* answer = nullptr;
-  const char* status = nullptr;
-  if (long rc = ReadLine(answer, status)) {
-    KTN_LOG("ReadLine returned %ld", rc);
+  const char* text = nullptr;
+  if (long rc = ReadLine(answer, text)) {
+    KTN_LOG_AS(caller, "ReadLine returned %ld", rc);
     return rc;
   }
   if (strcmp(answer, command) != 0) {
-    KTN_LOG("Bad acknowledgement \"%s\" for command \"%s\"", answer, command);
+    KTN_LOG_AS(caller, "Bad acknowledgement \"%s\" for command \"%s\"", answer, command);
     return EINVAL;
   }
-  if (!status) {
-    KTN_LOG("Missing acknowledgement status");
+  if (!text) {
+    KTN_LOG_AS(caller, "Missing acknowledgement status");
     return EINVAL;
   }
-  return strtol(status, nullptr, 10);
+  status = strtol(text, nullptr, 10);
+  return 0;
+}
+
+long SimpleClientIPC::SendCommandSync(const char* command, const char* argument) {
+  ExchangeScope exchange(this);
+  if (long rc = WriteCommand(__func__, command, argument)) return rc;
+  if (long rc = AwaitAnswer(command, -1)) return rc;
+  long status = 0;
+  if (long rc = ReadAnswer(__func__, command, status)) return rc;
+  return status;
 }
 
 long SimpleClientIPC::SendCommandSync(const char* command, long long value) {
@@ -78,6 +95,29 @@ long SimpleClientIPC::SendCommandSync(const char* command, unsigned long long va
   char text[24];
   snprintf(text, sizeof text, "%llu", value);
   return SendCommandSync(command, static_cast<const char*>(text));
+}
+
+long SimpleClientIPC::SendCommand(const char* command, unsigned long long value) {
+  ExchangeScope exchange(this);
+  char text[24];
+  snprintf(text, sizeof text, "%llu", value);
+  if (long rc = WriteCommand(__func__, command, text)) return rc;
+  mPendingCommand = command;
+  return 0;
+}
+
+long SimpleClientIPC::ReceiveAnswer(int budgetMillis, long& status) {
+  ExchangeScope exchange(this);
+  if (!mPendingCommand) {
+    KTN_LOG("No command waits for its answer");
+    return EINVAL;
+  }
+  const char* command = mPendingCommand;
+  long rc = AwaitAnswer(command, budgetMillis);
+  if (rc == EINPROGRESS) return rc;
+  mPendingCommand = nullptr;  // answered, or given up
+  if (rc) return rc;
+  return ReadAnswer(__func__, command, status);
 }
 
 }  // namespace KTN

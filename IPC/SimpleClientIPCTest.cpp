@@ -162,6 +162,7 @@ const MethodCase kMethodCases[] = {
     {[](QTRecordClientIPC& c) { return c.MapAudio(6400); }, "MapAudio 6400\n"},
     {[](QTRecordClientIPC& c) { return c.Stop(); }, "Stop\n"},
     {[](QTRecordClientIPC& c) { return c.Exit(); }, "Exit\n"},
+    {[](QTRecordClientIPC& c) { return c.SkipVideo(3); }, "SkipVideo 3\n"},
     {[](QTRecordClientIPC& c) { return c.SetVideoCodecType(static_cast<int>(0x80000001u)); },
      "SetVideoCodecType -2147483647\n"},
 };

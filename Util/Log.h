@@ -22,3 +22,7 @@ void LogRaw(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // The format is checked against its arguments at compile time.
 #define KTN_LOG(format, ...) \
   ::KTN::Util::LogFailure(__func__, __LINE__, format "\n", ##__VA_ARGS__)
+
+// The same, in the name of the operation the caller is in (a helper that reports for it).
+#define KTN_LOG_AS(function, format, ...) \
+  ::KTN::Util::LogFailure(function, __LINE__, format "\n", ##__VA_ARGS__)
