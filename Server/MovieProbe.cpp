@@ -86,6 +86,17 @@ ProbedMovie ProbeMovie(const std::string& path, bool decode) {
   return movie;
 }
 
+std::string QtdemuxBufferCounts(const std::string& path) {
+  std::string counts;
+  for (const char* pad : {"video_0", "audio_0"}) {
+    // Each buffer the demuxer hands on is one line of the sink's "chain" messages.
+    std::string count = CommandOutput("gst-launch-1.0 -v filesrc location='" + path + "' ! qtdemux name=d d." + pad +
+                                      " ! queue ! fakesink silent=false 2>&1 | grep -c 'chain'");
+    counts += (counts.empty() ? "" : ",") + count;
+  }
+  return counts;
+}
+
 std::string CommandOutput(const std::string& commandLine) {
   std::string output;
   FILE* pipe = popen(commandLine.c_str(), "r");

@@ -39,4 +39,8 @@ ProbedMovie ProbeMovie(const std::string& path, bool decode);
 // Output of a command line run by the shell, without its final line feed.
 std::string CommandOutput(const std::string& commandLine);
 
+// What GStreamer's QuickTime demuxer reads of a movie's first video and first audio track,
+// as "<pictures>,<sound buffers>": a third reader, independent of FFmpeg and MediaInfo.
+std::string QtdemuxBufferCounts(const std::string& path);
+
 }  // namespace KTN

@@ -112,9 +112,9 @@ long MovieRecordServer::AcceptSegment(bool enabled, const char* media, const cha
 long MovieRecordServer::MapSegment(const char* key, unsigned long long size,
                                    std::unique_ptr<Core::SharedMemory>& segment) {
   segment.reset(new Core::SharedMemory(key));
-  void* address = nullptr;
   // Only a segment of this user's, closed to others and of the announced size is read.
-  return segment->MapTrusted(address, getuid(), size);
+  // Its descriptor keeps the contents once the plug-in has removed the name.
+  return segment->OpenTrusted(getuid(), size);
 }
 
 long MovieRecordServer::MapVideo(unsigned long long size) {
@@ -162,8 +162,8 @@ long MovieRecordServer::MapAudio(unsigned long long size) {
 }
 
 long MovieRecordServer::WriteItem(MediaItem& item) {
-  if (item.video) return mWriter.WriteVideo(std::move(item.segment), item.position);
-  return mWriter.WriteAudio(std::move(item.segment), item.position);
+  if (item.video) return mWriter.WriteVideo(*item.segment, item.position);
+  return mWriter.WriteAudio(*item.segment, item.position);
 }
 
 long MovieRecordServer::FinishRecording() {

@@ -25,28 +25,6 @@ namespace KTN {
 
 namespace {
 
-// A segment's mapping as the backing store of an FFmpeg buffer: unmapped when the last
-// reference to the packet data goes.
-void ReleaseSegment(void* opaque, uint8_t*) {
-  delete static_cast<Core::SharedMemory*>(opaque);
-}
-
-AVPacket* WrapSegment(std::unique_ptr<Core::SharedMemory> segment) {
-  AVPacket* packet = av_packet_alloc();
-  if (!packet) return nullptr;
-  uint8_t* data = static_cast<uint8_t*>(segment->Address());
-  size_t size = static_cast<size_t>(segment->Size());
-  packet->buf = av_buffer_create(data, size, ReleaseSegment, segment.get(), AV_BUFFER_FLAG_READONLY);
-  if (!packet->buf) {
-    av_packet_free(&packet);
-    return nullptr;
-  }
-  segment.release();  // now owned by the buffer
-  packet->data = data;
-  packet->size = static_cast<int>(size);
-  return packet;
-}
-
 // FFmpeg keeps a codec tag with its first character in the low byte; ours spell it from
 // the high byte.
 uint32_t FfmpegTag(uint32_t fourCC) {
@@ -141,16 +119,24 @@ long MovieWriter::Open(const MovieSettings& settings) {
     result = REPORT_AV("avio_open", rc);
     KTN_LOG("Cannot create the movie %s", mSettings.path.c_str());
   }
-  // Written as fragments of one frame each (every sample of these codecs is a key frame),
-  // each pushed to the file as soon as it is complete: a writer killed or a disk filled
-  // mid-take leaves a movie that plays to the last frame written, and no more than one
-  // frame is ever held in memory. Finish turns the fragments into one ordinary index.
+  // FFmpeg writes the header: ftyp and a moov that describes the tracks, holds no sample
+  // and lets fragments follow. Every sample is then a fragment of its own (see
+  // FragmentWriter), pushed to the file as soon as it is complete: a writer killed or a
+  // disk filled mid-take leaves a movie that plays to the last frame written. Finish turns
+  // the fragments into one ordinary index.
   AVDictionary* options = nullptr;
   av_dict_set(&options, "movflags", "+empty_moov+default_base_moof+frag_keyframe", 0);
-  if (!result) mFormat->flush_packets = 1;
   if (!result && (rc = avformat_write_header(mFormat, &options)) < 0) result = REPORT_AV("avformat_write_header", rc);
   av_dict_free(&options);
-  if (!result) mCompleteBytes = avio_tell(mFormat->pb);
+  int64_t headerBytes = 0;
+  if (!result) {
+    avio_flush(mFormat->pb);
+    headerBytes = avio_tell(mFormat->pb);
+    if (mFormat->pb->error < 0) result = REPORT_AV("avio_flush", mFormat->pb->error);
+    rc = avio_closep(&mFormat->pb);
+    if (!result && rc < 0) result = REPORT_AV("avio_closep", rc);
+  }
+  if (!result) result = mFragments.Open(mSettings.path, static_cast<uint64_t>(headerBytes));
   if (result) Release();
   return result;
 }
@@ -159,6 +145,7 @@ long MovieWriter::AddVideoStream() {
   const ServerCodec& codec = *mSettings.codec;
   AVRational timeBase;
   av_reduce(&timeBase.num, &timeBase.den, mSettings.frameDuration, mSettings.timescale, INT32_MAX);
+  mFrameTime = timeBase;
   AVRational aspect = {mSettings.pixelAspectX > 0 ? mSettings.pixelAspectX : 1,
                        mSettings.pixelAspectY > 0 ? mSettings.pixelAspectY : 1};
   int storedWidth = codec.storedWidth ? static_cast<int>(codec.storedWidth) : mSettings.width;
@@ -261,54 +248,52 @@ long MovieWriter::AddAudioStream() {
   return 0;
 }
 
-long MovieWriter::WritePacket(AVPacket* packet, AVStream* stream, int64_t timeBaseNum, int64_t timeBaseDen) {
-  packet->stream_index = stream->index;
-  av_packet_rescale_ts(packet, AVRational{static_cast<int>(timeBaseNum), static_cast<int>(timeBaseDen)},
-                       stream->time_base);
-  // Straight to the muxer, without the interleaving queue: that would hold pictures back
-  // (up to seconds) while it waits for sound, and they must reach the file now. Each
-  // fragment keeps its tracks apart anyway.
-  int rc = av_write_frame(mFormat, packet);
-  av_packet_unref(packet);
-  if (rc >= 0 && mFormat->pb->error < 0) rc = mFormat->pb->error;  // a failed buffered write
-  if (rc < 0) {
-    long error = REPORT_AV("av_write_frame", rc);
-    if (!mFirstError) mFirstError = error;
-    return error;
-  }
-  mCompleteBytes = avio_tell(mFormat->pb);
-  return 0;
+long MovieWriter::Record(long error) {
+  if (error && !mFirstError) mFirstError = error;
+  return error;
 }
 
-long MovieWriter::WriteVideo(std::unique_ptr<Core::SharedMemory> segment, int64_t frameIndex) {
+long MovieWriter::WritePacket(AVPacket* packet) {
+  FragmentWriter::Sample sample;
+  sample.trackId = static_cast<uint32_t>(mVideoStream->index + 1);
+  sample.picture = true;
+  sample.decodeTime = static_cast<uint64_t>(av_rescale_q(packet->pts, mEncoder->time_base, mVideoStream->time_base));
+  sample.duration = static_cast<uint32_t>(av_rescale_q(1, mFrameTime, mVideoStream->time_base));
+  sample.size = static_cast<uint32_t>(packet->size);
+  long rc = mFragments.Write(sample, packet->data);
+  av_packet_unref(packet);
+  return Record(rc);
+}
+
+long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   if (!mVideoStream) return EINVAL;
   if (mFirstError) return mFirstError;
-  AVRational timeBase;
-  av_reduce(&timeBase.num, &timeBase.den, mSettings.frameDuration, mSettings.timescale, INT32_MAX);
   if (!mEncoder) {
-    AVPacket* packet = WrapSegment(std::move(segment));
-    if (!packet) return REPORT_AV("av_buffer_create", AVERROR(ENOMEM));
-    packet->pts = packet->dts = frameIndex;
-    packet->duration = 1;
-    packet->flags |= AV_PKT_FLAG_KEY;
-    long rc = WritePacket(packet, mVideoStream, timeBase.num, timeBase.den);
-    av_packet_free(&packet);
-    return rc;
+    FragmentWriter::Sample sample;
+    sample.trackId = static_cast<uint32_t>(mVideoStream->index + 1);
+    sample.picture = true;
+    sample.decodeTime = static_cast<uint64_t>(av_rescale_q(frameIndex, mFrameTime, mVideoStream->time_base));
+    sample.duration = static_cast<uint32_t>(av_rescale_q(1, mFrameTime, mVideoStream->time_base));
+    sample.size = static_cast<uint32_t>(segment.OpenedSize());
+    return Record(mFragments.WriteFrom(sample, segment.Descriptor()));
   }
+  void* pixels = nullptr;
+  if (long rc = segment.MapOpened(pixels)) return Record(rc);
   int rc = av_frame_make_writable(mFrame);  // the encoder may still hold the last picture
-  if (rc < 0) return REPORT_AV("av_frame_make_writable", rc);
+  if (rc < 0) return Record(REPORT_AV("av_frame_make_writable", rc));
   const uint64_t rowBytes = VideoRowBytes();
   // NTSC arrives as 486 lines; its DV raster is the 480 from line 4 on, which keeps the
   // field order. Any other surplus is cut at the bottom.
-  const uint64_t rows = segment->Size() / rowBytes;
+  const uint64_t rows = segment.OpenedSize() / rowBytes;
   const uint64_t topCrop = rows == 486 && mSettings.height == 480 ? 4 : 0;
-  const uint8_t* source[1] = {static_cast<const uint8_t*>(segment->Address()) + topCrop * rowBytes};
+  const uint8_t* source[1] = {static_cast<const uint8_t*>(pixels) + topCrop * rowBytes};
   const int strides[1] = {static_cast<int>(rowBytes)};
   if (mFullRange) {
     mFullRange->Convert(source[0], strides[0], mSettings.width, mSettings.height, mFrame->data, mFrame->linesize);
   } else {
     sws_scale(mScaler, source, strides, 0, mSettings.height, mFrame->data, mFrame->linesize);
   }
+  segment.Unmap();  // the picture is in the encoder's frame now
   mFrame->pts = frameIndex;
   mFrame->interlaced_frame = mSettings.codec->fieldOrder == AV_FIELD_TT || mSettings.codec->fieldOrder == AV_FIELD_BB;
   mFrame->top_field_first = mSettings.codec->fieldOrder == AV_FIELD_TT;
@@ -331,54 +316,38 @@ long MovieWriter::Encode(AVFrame* frame) {
       if (!mFirstError) mFirstError = error;
       return error;
     }
-    if (long error = WritePacket(mPacket, mVideoStream, mEncoder->time_base.num, mEncoder->time_base.den)) return error;
+    if (long error = WritePacket(mPacket)) return error;
   }
 }
 
-long MovieWriter::WriteAudio(std::unique_ptr<Core::SharedMemory> segment, int64_t firstSample) {
+long MovieWriter::WriteAudio(Core::SharedMemory& segment, int64_t firstSample) {
   if (!mAudioStream) return EINVAL;
   if (mFirstError) return mFirstError;
-  int64_t samples = static_cast<int64_t>(segment->Size()) / mAudioStream->codecpar->block_align;
-  AVPacket* packet = WrapSegment(std::move(segment));
-  if (!packet) return REPORT_AV("av_buffer_create", AVERROR(ENOMEM));
-  packet->pts = packet->dts = firstSample;
-  packet->duration = samples;
-  packet->flags |= AV_PKT_FLAG_KEY;
-  long rc = WritePacket(packet, mAudioStream, 1, mSettings.sampleRate);
-  av_packet_free(&packet);
-  return rc;
+  const AVRational sampleTime = {1, mSettings.sampleRate};
+  FragmentWriter::Sample sample;
+  sample.trackId = static_cast<uint32_t>(mAudioStream->index + 1);
+  sample.decodeTime = static_cast<uint64_t>(av_rescale_q(firstSample, sampleTime, mAudioStream->time_base));
+  sample.size = static_cast<uint32_t>(segment.OpenedSize());
+  sample.duration = static_cast<uint32_t>(
+      av_rescale_q(sample.size / mAudioStream->codecpar->block_align, sampleTime, mAudioStream->time_base));
+  return Record(mFragments.WriteFrom(sample, segment.Descriptor()));
 }
 
 long MovieWriter::Finish() {
   if (!IsOpen()) return 0;
   if (mEncoder && !mFirstError) Encode(nullptr);
-  // After a failed write the file ends in a torn fragment; the trailer would only add to
-  // it. The complete fragments before it are the take.
-  bool cutBack = mFirstError != 0;
-  if (!cutBack) {
-    int rc = av_write_trailer(mFormat);
-    if (rc < 0) {
-      mFirstError = REPORT_AV("av_write_trailer", rc);
-      cutBack = true;
-    }
-  }
-  if (mFormat->pb) {
-    avio_flush(mFormat->pb);
-    if (mFormat->pb->error < 0 && !mFirstError) mFirstError = REPORT_AV("avio_flush", mFormat->pb->error);
-    int rc = avio_closep(&mFormat->pb);
-    if (rc < 0 && !mFirstError) mFirstError = REPORT_AV("avio_closep", rc);
-  }
+  // A failed write left a torn fragment, which Close cuts off: the complete fragments
+  // before it are the take.
+  Record(mFragments.Close());
   long result = mFirstError;
   std::string path = mSettings.path;
   const int64_t frameDuration = mSettings.videoEnabled ? mSettings.frameDuration : 0;
   const int64_t timescale = mSettings.timescale;
   Release();
-  if (cutBack && truncate(path.c_str(), mCompleteBytes) != 0) {
-    KTN_LOG("truncate(%s, %lld) failed with errno %d (%s)", path.c_str(), static_cast<long long>(mCompleteBytes), errno,
-            strerror(errno));
-  }
   // The fragments already play; a failed rewrite (a full disk, say) leaves them as they are.
-  if (long rc = MovieFinisher::Finish(path, frameDuration, timescale)) KTN_LOG("The movie %s is kept as fragments (error %ld)", path.c_str(), rc);
+  if (long rc = MovieFinisher::Finish(path, frameDuration, timescale)) {
+    KTN_LOG("The movie %s is kept as fragments (error %ld)", path.c_str(), rc);
+  }
   return result;
 }
 

@@ -8,6 +8,7 @@
 
 #include "Core/SharedMemory.h"
 #include "Server/CodecTable.h"
+#include "Server/FragmentWriter.h"
 #include "Server/FullRangeConverter.h"
 
 struct AVCodecContext;
@@ -38,9 +39,10 @@ struct MovieSettings {
   int sampleRate = 0;         // Hz
 };
 
-// Used by one thread at a time (the server's writer thread while recording). Every
-// operation returns 0 or an errno value with one failure line; FFmpeg errors that carry
-// no errno read as 5 (EIO).
+// FFmpeg writes the movie's header and encodes the compressed types; every sample then
+// goes to the file as a fragment of its own (FragmentWriter). Used by one thread at a time
+// (the server's writer thread while recording). Every operation returns 0 or an errno
+// value with one failure line; FFmpeg errors that carry no errno read as 5 (EIO).
 class MovieWriter {
  public:
   MovieWriter();
@@ -58,12 +60,14 @@ class MovieWriter {
   // format at the configured width.
   uint64_t VideoRowBytes() const;
 
-  // Writes frame number frameIndex (its time is frameIndex frame durations) from the
-  // segment's rows, which the caller has checked. Takes the segment: uncompressed rows
-  // go to the muxer as they are and the mapping goes once they are in the file.
-  long WriteVideo(std::unique_ptr<Core::SharedMemory> segment, int64_t frameIndex);
-  // Writes the segment's interleaved sample frames starting at sample number firstSample.
-  long WriteAudio(std::unique_ptr<Core::SharedMemory> segment, int64_t firstSample);
+  // Writes frame number frameIndex (its time is frameIndex frame durations) from the rows
+  // of the segment (opened, not mapped), which the caller has checked. Uncompressed rows
+  // go from the segment to the file inside the kernel; the compressed types map the
+  // segment to encode it.
+  long WriteVideo(Core::SharedMemory& segment, int64_t frameIndex);
+  // Writes the opened segment's interleaved sample frames starting at sample number
+  // firstSample.
+  long WriteAudio(Core::SharedMemory& segment, int64_t firstSample);
 
   // Flushes the encoder, writes the index (trailer) and closes the file. Returns the
   // first error of the recording or of finishing it.
@@ -78,8 +82,11 @@ class MovieWriter {
   long AddAudioStream();
   // Sends a frame (null: flush) to the encoder and writes what comes out.
   long Encode(AVFrame* frame);
-  // Rescales and writes a packet (taking its reference); records and returns errors.
-  long WritePacket(AVPacket* packet, AVStream* stream, int64_t timeBaseNum, int64_t timeBaseDen);
+  // Writes an encoded packet (pts and duration in the encoder's time base) as one
+  // fragment and lets go of it; records and returns errors.
+  long WritePacket(AVPacket* packet);
+  // Records a failure as the recording's first error (if it is) and returns it.
+  long Record(long error);
   // Frees every FFmpeg object; the file is closed if still open.
   void Release();
 
@@ -93,10 +100,9 @@ class MovieWriter {
   std::unique_ptr<FullRangeConverter> mFullRange;
   AVFrame* mFrame = nullptr;           // the encoder's input picture, reused
   AVPacket* mPacket = nullptr;
+  FragmentWriter mFragments;
+  AVRational mFrameTime = {0, 1};      // one frame, in seconds
   long mFirstError = 0;
-  // Bytes of the file that hold only complete fragments: where it was after the last
-  // write that succeeded. A failed write is cut back to here.
-  int64_t mCompleteBytes = 0;
 };
 
 }  // namespace KTN

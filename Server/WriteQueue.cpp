@@ -15,7 +15,7 @@ WriteQueue::~WriteQueue() {
 }
 
 bool WriteQueue::PushVideo(MediaItem item) {
-  uint64_t bytes = item.segment->Size();
+  uint64_t bytes = item.segment->OpenedSize();
   {
     std::lock_guard<std::mutex> guard(mLock);
     if (mQueuedVideoBytes + bytes > mVideoBudgetBytes) return false;
@@ -62,7 +62,7 @@ void WriteQueue::WriterLoop() {
       mItems.pop_front();
     }
     if (mWriteDelayMillis) std::this_thread::sleep_for(std::chrono::milliseconds(mWriteDelayMillis));
-    uint64_t videoBytes = item.video ? item.segment->Size() : 0;
+    uint64_t videoBytes = item.video ? item.segment->OpenedSize() : 0;
     long rc = mWriter(item);
     std::lock_guard<std::mutex> guard(mLock);
     mQueuedVideoBytes -= videoBytes;

@@ -17,7 +17,7 @@ namespace KTN {
 // One video frame or audio packet, still in the segment the plug-in filled.
 struct MediaItem {
   bool video = false;
-  std::unique_ptr<Core::SharedMemory> segment;  // mapped read-only
+  std::unique_ptr<Core::SharedMemory> segment;  // opened read-only (OpenTrusted)
   int64_t position = 0;  // frame number (video) or first sample number (audio)
 };
 

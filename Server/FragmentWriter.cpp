@@ -1,0 +1,207 @@
+// Appends one-sample fragments to a movie file.
+#include "Server/FragmentWriter.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/sendfile.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include "Util/Log.h"
+
+namespace KTN {
+
+namespace {
+
+// Sample flags of a fragment: a sample that depends on no other (a key frame), and the
+// default of a picture track's samples, which the first (and only) sample overrides.
+constexpr uint32_t kSampleDependsOnNothing = 0x02000000;
+constexpr uint32_t kSampleIsNotSync = 0x01010000;
+
+// tfhd: the base of data offsets is the moof; a default duration, size and flags follow.
+constexpr uint32_t kTfhdFlags = 0x020000 | 0x000008 | 0x000010 | 0x000020;
+// trun: a data offset follows; for pictures also the first sample's flags.
+constexpr uint32_t kTrunDataOffset = 0x000001;
+constexpr uint32_t kTrunFirstSampleFlags = 0x000004;
+
+// Big-endian fields into a byte buffer.
+class Out {
+ public:
+  explicit Out(uint8_t* bytes) : mBytes(bytes) {}
+  void U32(uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8) mBytes[mSize++] = static_cast<uint8_t>(value >> shift);
+  }
+  void U64(uint64_t value) {
+    U32(static_cast<uint32_t>(value >> 32));
+    U32(static_cast<uint32_t>(value));
+  }
+  void Type(const char (&type)[5]) {
+    memcpy(mBytes + mSize, type, 4);
+    mSize += 4;
+  }
+  size_t Begin(const char (&type)[5]) {
+    size_t start = mSize;
+    U32(0);
+    Type(type);
+    return start;
+  }
+  void End(size_t start) {
+    uint32_t size = static_cast<uint32_t>(mSize - start);
+    for (int i = 0; i < 4; ++i) mBytes[start + static_cast<size_t>(i)] = static_cast<uint8_t>(size >> (24 - 8 * i));
+  }
+  // Overwrites a 32-bit field written earlier.
+  void Patch(size_t at, uint32_t value) {
+    for (int i = 0; i < 4; ++i) mBytes[at + static_cast<size_t>(i)] = static_cast<uint8_t>(value >> (24 - 8 * i));
+  }
+  size_t Size() const { return mSize; }
+
+ private:
+  uint8_t* mBytes;
+  size_t mSize = 0;
+};
+
+}  // namespace
+
+FragmentWriter::~FragmentWriter() {
+  Close();
+}
+
+long FragmentWriter::Open(const std::string& path, uint64_t headerBytes) {
+  if (mFd >= 0) {
+    KTN_LOG("A movie is already open for fragments");
+    return EINVAL;
+  }
+  mPath = path;
+  mSequence = 0;
+  mFirstError = 0;
+  mFd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  if (mFd < 0) return Failed("open", errno);
+  if (lseek(mFd, static_cast<off_t>(headerBytes), SEEK_SET) < 0) return Failed("lseek", errno);
+  mCompleteBytes = headerBytes;
+  return 0;
+}
+
+size_t FragmentWriter::BuildHeader(const Sample& sample) {
+  Out out(mHeader);
+  size_t moof = out.Begin("moof");
+  size_t mfhd = out.Begin("mfhd");
+  out.U32(0);
+  out.U32(mSequence + 1);
+  out.End(mfhd);
+  size_t traf = out.Begin("traf");
+  size_t tfhd = out.Begin("tfhd");
+  out.U32(kTfhdFlags);
+  out.U32(sample.trackId);
+  out.U32(sample.duration);
+  out.U32(sample.size);
+  out.U32(sample.picture ? kSampleIsNotSync : kSampleDependsOnNothing);
+  out.End(tfhd);
+  size_t tfdt = out.Begin("tfdt");
+  out.U32(0x01000000);  // version 1: a 64-bit decode time
+  out.U64(sample.decodeTime);
+  out.End(tfdt);
+  size_t trun = out.Begin("trun");
+  out.U32(sample.picture ? kTrunDataOffset | kTrunFirstSampleFlags : kTrunDataOffset);
+  out.U32(1);
+  size_t dataOffset = out.Size();
+  out.U32(0);
+  if (sample.picture) out.U32(kSampleDependsOnNothing);
+  out.End(trun);
+  out.End(traf);
+  out.End(moof);
+  // The sample follows the mdat's own eight bytes.
+  out.Patch(dataOffset, static_cast<uint32_t>(out.Size() - moof + 8));
+  out.U32(static_cast<uint32_t>(8 + static_cast<uint64_t>(sample.size)));
+  out.Type("mdat");
+  return out.Size();
+}
+
+long FragmentWriter::Write(const Sample& sample, const void* data) {
+  if (mFd < 0) return EINVAL;
+  if (mFirstError) return mFirstError;
+  size_t headerSize = BuildHeader(sample);
+  struct iovec parts[2] = {{mHeader, headerSize}, {const_cast<void*>(data), sample.size}};
+  size_t total = headerSize + sample.size;
+  size_t done = 0;
+  int first = 0;
+  while (done < total) {
+    ssize_t put = writev(mFd, parts + first, 2 - first);
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return Failed("writev", put < 0 ? errno : EIO);
+    done += static_cast<size_t>(put);
+    // Moves past what was written, for a write that stopped short.
+    size_t left = static_cast<size_t>(put);
+    while (first < 2 && left >= parts[first].iov_len) {
+      left -= parts[first].iov_len;
+      ++first;
+    }
+    if (first < 2) {
+      parts[first].iov_base = static_cast<uint8_t*>(parts[first].iov_base) + left;
+      parts[first].iov_len -= left;
+    }
+  }
+  ++mSequence;
+  mCompleteBytes += total;
+  return 0;
+}
+
+long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
+  if (mFd < 0) return EINVAL;
+  if (mFirstError) return mFirstError;
+  size_t headerSize = BuildHeader(sample);
+  if (long rc = WriteAll(mHeader, headerSize)) return rc;
+  off_t from = 0;
+  size_t left = sample.size;
+  while (left > 0) {
+    ssize_t sent = sendfile(mFd, descriptor, &from, left);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0 && (errno == EINVAL || errno == ENOSYS) && from == 0) {
+      // A kernel that cannot send between these files: read the segment through a mapping.
+      void* pages = mmap(nullptr, sample.size, PROT_READ, MAP_SHARED | MAP_POPULATE, descriptor, 0);
+      if (pages == MAP_FAILED) return Failed("mmap", errno);
+      long rc = WriteAll(pages, sample.size);
+      munmap(pages, sample.size);
+      if (rc) return rc;
+      left = 0;
+      break;
+    }
+    if (sent <= 0) return Failed("sendfile", sent < 0 ? errno : EIO);
+    left -= static_cast<size_t>(sent);
+  }
+  ++mSequence;
+  mCompleteBytes += headerSize + sample.size;
+  return 0;
+}
+
+long FragmentWriter::WriteAll(const void* data, size_t size) {
+  const uint8_t* bytes = static_cast<const uint8_t*>(data);
+  while (size > 0) {
+    ssize_t put = write(mFd, bytes, size);
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return Failed("write", put < 0 ? errno : EIO);
+    bytes += put;
+    size -= static_cast<size_t>(put);
+  }
+  return 0;
+}
+
+long FragmentWriter::Failed(const char* call, long error) {
+  KTN_LOG("%s(%s) failed with errno %ld (%s)", call, mPath.c_str(), error, strerror(static_cast<int>(error)));
+  if (!mFirstError) mFirstError = error;
+  return error;
+}
+
+long FragmentWriter::Close() {
+  if (mFd < 0) return mFirstError;
+  if (mFirstError && ftruncate(mFd, static_cast<off_t>(mCompleteBytes)) != 0) {
+    KTN_LOG("ftruncate(%s, %llu) failed with errno %d (%s)", mPath.c_str(),
+            static_cast<unsigned long long>(mCompleteBytes), errno, strerror(errno));
+  }
+  if (close(mFd) != 0 && !mFirstError) Failed("close", errno);
+  mFd = -1;
+  return mFirstError;
+}
+
+}  // namespace KTN

@@ -1,0 +1,70 @@
+// Appends a movie's samples to its file as fragments of one sample each, straight from memory or from a segment.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+namespace KTN {
+
+// After the movie's header (ftyp and a moov whose mvex lets fragments follow), every sample
+// becomes one fragment: a moof saying which track, when, how long and how big, and an mdat
+// holding the sample. Each fragment reaches the file whole before the next begins, so a
+// writer killed or a disk filled mid-take leaves a movie that plays to its last whole
+// sample, and no sample waits in memory. A sample held in a segment goes from the
+// segment's pages to the file's inside the kernel, without passing through this process.
+//
+// Used by one thread at a time. Every operation returns 0 or an errno value with one
+// failure line; after the first failure every write answers that failure.
+class FragmentWriter {
+ public:
+  FragmentWriter() = default;
+  // Closes the file (cut back as Close does).
+  ~FragmentWriter();
+
+  FragmentWriter(const FragmentWriter&) = delete;
+  FragmentWriter& operator=(const FragmentWriter&) = delete;
+
+  // Opens the movie at path for the fragments, which follow its headerBytes of header.
+  long Open(const std::string& path, uint64_t headerBytes);
+
+  // What one fragment holds: the sample of track trackId that starts at decodeTime and
+  // lasts duration (both in the track's own timescale) and is size bytes long. A picture
+  // is marked a key frame (every picture of the recorder's codecs is one).
+  struct Sample {
+    uint32_t trackId = 0;
+    bool picture = false;
+    uint64_t decodeTime = 0;
+    uint32_t duration = 0;
+    uint32_t size = 0;
+  };
+  // The sample's bytes are at data.
+  long Write(const Sample& sample, const void* data);
+  // The sample's bytes are the first sample.size bytes of the file open at descriptor
+  // (borrowed), a shared-memory segment.
+  long WriteFrom(const Sample& sample, int descriptor);
+
+  // Bytes of the file that hold only the header and complete fragments.
+  uint64_t CompleteBytes() const { return mCompleteBytes; }
+  long FirstError() const { return mFirstError; }
+
+  // Closes the file. After a failed write the file ends in a torn fragment, which is cut
+  // off: the complete fragments before it are the take. Returns the first error.
+  long Close();
+
+ private:
+  // The fragment header (moof and the mdat's own header) of sample into mHeader; its size.
+  size_t BuildHeader(const Sample& sample);
+  // Writes all of the bytes at the file's position; 0 or errno, reported.
+  long WriteAll(const void* data, size_t size);
+  long Failed(const char* call, long error);
+
+  std::string mPath;
+  int mFd = -1;
+  uint32_t mSequence = 0;        // of the last fragment written
+  uint64_t mCompleteBytes = 0;   // the header and the fragments written whole
+  long mFirstError = 0;
+  uint8_t mHeader[128];
+};
+
+}  // namespace KTN
