@@ -16,6 +16,13 @@ namespace {
 
 constexpr uint32_t kServerVendor = Util::FourCC("appl");
 
+// The backlog holds about this many seconds of video: a disk (or a writer) that stalls for
+// two seconds costs no frame.
+constexpr double kBacklogSeconds = 2.5;
+
+// More skipped slots than frames in a year: an argument no plug-in sends.
+constexpr unsigned long long kMostSkippedFrames = 60ull * 60 * 24 * 366 * 60;
+
 }  // namespace
 
 MovieRecordServer::MovieRecordServer(const ServerOptions& options) : mOptions(options) {}
@@ -87,10 +94,11 @@ long MovieRecordServer::Prepare() {
   mVideoRowBytes = mWriter.VideoRowBytes();
   uint64_t budget = mOptions.backlogBytes;
   if (!budget) {
-    // About one second of video, and never less than two frames.
+    // About two and a half seconds of video, and never less than two frames.
     uint64_t frameBytes = mVideoEnabled ? mVideoRowBytes * static_cast<uint64_t>(mVideoHeight) : 0;
-    uint64_t framesPerSecond = mVideoEnabled ? (mVideoTimescale + mVideoDuration - 1) / mVideoDuration : 0;
-    budget = frameBytes * (framesPerSecond > 2 ? framesPerSecond : 2);
+    double framesPerSecond = mVideoEnabled ? static_cast<double>(mVideoTimescale) / static_cast<double>(mVideoDuration) : 0;
+    uint64_t frames = static_cast<uint64_t>(framesPerSecond * kBacklogSeconds + 0.999);
+    budget = frameBytes * (frames > 2 ? frames : 2);
   }
   mNextFrame = 0;
   mNextSample = 0;
@@ -158,6 +166,20 @@ long MovieRecordServer::MapAudio(unsigned long long size) {
   item.position = mNextSample;
   mNextSample += static_cast<int64_t>(size / frameBytes);
   mQueue->PushAudio(std::move(item));
+  return 0;
+}
+
+long MovieRecordServer::SkipVideo(unsigned long long frames) {
+  if (!mQueue || !mVideoEnabled) {
+    KTN_LOG("No prepared video recording to skip %llu frames in", frames);
+    return EINVAL;
+  }
+  if (long rc = mQueue->FirstError()) return rc;
+  if (frames > kMostSkippedFrames) {
+    KTN_LOG("%llu skipped frames is more than a recording holds", frames);
+    return EINVAL;
+  }
+  mNextFrame += static_cast<int64_t>(frames);
   return 0;
 }
 

@@ -14,7 +14,7 @@ namespace KTN {
 
 // Knobs for tests and diagnostics, from the server's command line (the plug-in passes none).
 struct ServerOptions {
-  uint64_t backlogBytes = 0;     // 0: about one second of video
+  uint64_t backlogBytes = 0;     // 0: about two and a half seconds of video
   unsigned writeDelayMillis = 0; // hold back every write, as a slow disk would
 };
 
@@ -44,6 +44,9 @@ class MovieRecordServer : public QTRecordServerIPC {
   // Writes everything queued, the index and closes the movie: 0 or the recording's first
   // write error. 0 when no recording is open.
   long Stop() override;
+  // The plug-in gave up the pictures of the next `frames` frame slots: they stay empty, as
+  // the slots of frames dropped here do. 22 without a video recording open.
+  long SkipVideo(unsigned long long frames) override;
   // The plug-in's end of the pipe has gone: finish any open movie.
   long InputEnded() override;
 
@@ -66,7 +69,7 @@ class MovieRecordServer : public QTRecordServerIPC {
   MovieWriter mWriter;
   std::unique_ptr<WriteQueue> mQueue;  // exists while a recording is open
   uint64_t mVideoRowBytes = 0;
-  int64_t mNextFrame = 0;   // frame number of the next MapVideo, dropped frames included
+  int64_t mNextFrame = 0;   // frame number of the next MapVideo, dropped and skipped frames included
   int64_t mNextSample = 0;  // sample number of the next MapAudio
   uint64_t mDroppedFrames = 0;
 };

@@ -515,6 +515,46 @@ TEST(QTRecordServerTest, FullBacklogDropsFramesButKeepsTheirTime) {
   EXPECT_EQ(10 * 1602, movie.audio.totalDuration) << "no sound is dropped";
 }
 
+// Slots whose pictures the plug-in gave up stay empty: later pictures keep their own times
+// and the sound, handed over for every slot, stays in step with them.
+TEST(QTRecordServerTest, SkippedSlotsStayEmptyAndTheSoundGoesOn) {
+  ScratchFolder folder;
+  std::string path = folder.File("skipped.mov");
+  const Take& take = kTakes[0];  // 2vuy NTSC at 29.97
+  const std::vector<int> pictures = {0, 1, 5, 6, 7};
+  {
+    ServerSession session;
+    ASSERT_EQ(0, session.Status());
+    QTRecordClient& client = session.Client();
+    EXPECT_EQ(22, client.SkipVideo(1)) << "no recording to skip frames in";
+    ASSERT_EQ(0, Configure(client, take, path));
+    int next = 0;
+    for (int slot = 0; slot < 8; ++slot) {
+      if (std::find(pictures.begin(), pictures.end(), slot) != pictures.end()) {
+        if (slot > next) {
+          ASSERT_EQ(0, client.SkipVideo(static_cast<unsigned long long>(slot - next)));
+        }
+        ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, slot), true));
+        next = slot + 1;
+      }
+      ASSERT_EQ(0, HandOver(client, kAudioShmKey, AudioPayload(take, slot, 1602), false));
+    }
+    EXPECT_EQ(0, client.Stop());
+  }
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  ASSERT_EQ(static_cast<int64_t>(pictures.size()), movie.video.packets);
+  for (size_t i = 0; i < pictures.size(); ++i) {
+    EXPECT_EQ(pictures[i] * take.duration * movie.video.timeBaseDen,
+              movie.video.pts[i] * static_cast<int64_t>(take.timescale) * movie.video.timeBaseNum)
+        << "picture " << pictures[i];
+  }
+  EXPECT_EQ(8 * take.duration * movie.video.timeBaseDen,
+            movie.video.totalDuration * static_cast<int64_t>(take.timescale) * movie.video.timeBaseNum)
+      << "the pictures last as long as the sound";
+  EXPECT_EQ(8 * 1602, movie.audio.totalDuration);
+  EXPECT_EQ("5,8", QtdemuxBufferCounts(path));
+}
 
 // The writer's settings for a take, as Prepare makes them from the recorder's setters.
 MovieSettings WriterSettings(const Take& take, const std::string& path, bool audio) {

@@ -1,5 +1,6 @@
 // QTRecordServer: the recording server the plug-in launches; commands on stdin, answers on stdout.
 #include <signal.h>
+#include <sys/resource.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -35,6 +36,13 @@ int main(int argc, char** argv) {
   // The plug-in may die at any moment: a failed acknowledgement must end the loop and let
   // the movie be finished, not kill this process.
   signal(SIGPIPE, SIG_IGN);
+  // Every segment waiting in the backlog holds a descriptor: a backlog of small frames and
+  // their sound can hold more than the usual soft limit of them.
+  struct rlimit files;
+  if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+    files.rlim_cur = files.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &files);
+  }
   av_log_set_level(AV_LOG_ERROR);
   KTN::MovieRecordServer server(options);
   server.Init(stdin, stdout);
