@@ -1,40 +1,48 @@
-// Reusable frame buffers, so that a stream of multi-megabyte frames does not allocate per frame.
+// The card's frame memory: a fixed ring of buffers, made and touched once when a stream starts.
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
 
-#include <memory>
 #include <mutex>
 #include <vector>
 
 namespace KTN {
 namespace Sim {
 
-// Shared by an input and its frames (a frame may outlive the stream that made it).
+// As a card's own memory: `count` buffers of `bufferBytes` in one mapping, every page of it
+// touched when the pool is made, so that no frame ever waits for the system to find memory.
+// When the host holds every buffer, Take has none to give and the card drops the frame;
+// nothing grows. Shared by an input and its frames (a frame may outlive its stream).
+// Safe from any thread.
 class FramePool {
  public:
-  // Buffers are mapped pages of their own, not heap blocks: the heap would keep the pages
-  // of a burst of frames that a slow host held, long after it gave them back.
-  struct Unmap {
-    size_t bytes;
-    void operator()(uint8_t* buffer) const;
-  };
-  using Buffer = std::unique_ptr<uint8_t[], Unmap>;
+  FramePool(size_t bufferBytes, size_t count);
+  ~FramePool();
 
-  explicit FramePool(size_t bufferBytes) : mBufferBytes(bufferBytes) {}
+  FramePool(const FramePool&) = delete;
+  FramePool& operator=(const FramePool&) = delete;
 
+  // False when the memory could not be had: Take then always answers null.
+  bool Ok() const { return mPages != nullptr; }
   size_t BufferBytes() const { return mBufferBytes; }
-  // A buffer of BufferBytes, reused when one has been given back; null when out of memory.
-  Buffer Take();
-  // Keeps up to a few buffers for reuse and returns the rest to the system.
-  void Give(Buffer buffer);
+  size_t Count() const { return mCount; }
+  // A free buffer of BufferBytes, or null when every one is taken.
+  uint8_t* Take();
+  // Gives back a buffer Take returned.
+  void Give(uint8_t* buffer);
+  // Buffers not taken at the moment.
+  size_t FreeCount();
 
  private:
   const size_t mBufferBytes;
+  const size_t mCount;
+  size_t mStride = 0;        // bytes from one buffer to the next, whole pages
+  size_t mMappedBytes = 0;
+  uint8_t* mPages = nullptr;
   // Protects mFree.
   std::mutex mLock;
-  std::vector<Buffer> mFree;
+  std::vector<uint8_t*> mFree;
 };
 
 }  // namespace Sim

@@ -1,8 +1,9 @@
-// Tests of the simulated card's frame buffers.
+// Tests of the simulated card's ring of frame buffers.
 #include <gtest/gtest.h>
 
-#include <errno.h>
+#include <string.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <set>
 #include <vector>
@@ -13,37 +14,54 @@ namespace KTN {
 namespace Sim {
 namespace {
 
-// Whether the pages at buffer are still mapped in this process.
-bool Mapped(const uint8_t* buffer, size_t bytes) {
-  return msync(const_cast<uint8_t*>(buffer), bytes, MS_ASYNC) == 0 || errno != ENOMEM;
+// Whether every page of the bytes at buffer is in memory already.
+bool Resident(const uint8_t* buffer, size_t bytes) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  std::vector<unsigned char> pages((bytes + page - 1) / page);
+  if (mincore(const_cast<uint8_t*>(buffer), bytes, pages.data()) != 0) return false;
+  for (unsigned char state : pages) {
+    if (!(state & 1)) return false;
+  }
+  return true;
 }
 
-// A burst of frames held at once goes back to the system when given back, apart from the
-// eight the pool keeps for the next frames.
-TEST(FramePoolTest, KeepsEightBuffersAndUnmapsTheRest) {
-  constexpr size_t kBytes = 4 * 1024 * 1024;
-  FramePool pool(kBytes);
-  std::vector<FramePool::Buffer> burst;
-  std::vector<const uint8_t*> addresses;
-  for (int i = 0; i < 12; ++i) {
-    burst.push_back(pool.Take());
-    ASSERT_TRUE(burst.back());
-    burst.back()[kBytes - 1] = 1;  // every page of it usable
-    addresses.push_back(burst.back().get());
+// The ring is made, and every page of it touched, before the first frame; once every buffer
+// is taken there is none to give, and nothing more is allocated.
+TEST(FramePoolTest, RingIsTouchedOnceAndNeverGrows) {
+  constexpr size_t kBytes = 3 * 1024 * 1024 + 100;  // not a whole number of pages
+  FramePool pool(kBytes, 5);
+  ASSERT_TRUE(pool.Ok());
+  EXPECT_EQ(5u, pool.Count());
+  EXPECT_EQ(kBytes, pool.BufferBytes());
+  std::set<uint8_t*> taken;
+  for (int i = 0; i < 5; ++i) {
+    uint8_t* buffer = pool.Take();
+    ASSERT_NE(nullptr, buffer);
+    EXPECT_TRUE(Resident(buffer, kBytes)) << "buffer " << i << " was touched when the ring was made";
+    taken.insert(buffer);
   }
-  for (FramePool::Buffer& buffer : burst) pool.Give(std::move(buffer));
-  int stillMapped = 0;
-  for (const uint8_t* address : addresses) stillMapped += Mapped(address, kBytes);
-  EXPECT_EQ(8, stillMapped);
+  EXPECT_EQ(5u, taken.size()) << "five different buffers";
+  EXPECT_EQ(nullptr, pool.Take()) << "the host holds every buffer";
+  EXPECT_EQ(0u, pool.FreeCount());
+  uint8_t* back = *taken.begin();
+  back[kBytes - 1] = 7;  // the whole buffer is usable
+  pool.Give(back);
+  EXPECT_EQ(1u, pool.FreeCount());
+  EXPECT_EQ(back, pool.Take()) << "a buffer given back serves the next frame";
+  for (uint8_t* buffer : taken) pool.Give(buffer);
+  EXPECT_EQ(5u, pool.FreeCount());
+}
 
-  std::set<const uint8_t*> kept;
-  for (int i = 0; i < 8; ++i) {
-    burst[static_cast<size_t>(i)] = pool.Take();
-    kept.insert(burst[static_cast<size_t>(i)].get());
+TEST(FramePoolTest, BuffersDoNotOverlap) {
+  constexpr size_t kBytes = 10000;
+  FramePool pool(kBytes, 3);
+  std::vector<uint8_t*> buffers;
+  for (int i = 0; i < 3; ++i) buffers.push_back(pool.Take());
+  for (int i = 0; i < 3; ++i) memset(buffers[static_cast<size_t>(i)], i + 1, kBytes);
+  for (int i = 0; i < 3; ++i) {
+    for (size_t at : {size_t{0}, kBytes / 2, kBytes - 1}) EXPECT_EQ(i + 1, buffers[static_cast<size_t>(i)][at]);
   }
-  int reused = 0;
-  for (const uint8_t* address : addresses) reused += kept.count(address) ? 1 : 0;
-  EXPECT_EQ(8, reused) << "the kept buffers serve the next frames";
+  for (uint8_t* buffer : buffers) pool.Give(buffer);
 }
 
 }  // namespace

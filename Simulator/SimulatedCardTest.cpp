@@ -584,6 +584,147 @@ TEST(SimulatedCardTest, PreviewCallbackReceivesFramesWhileStreaming) {
   EXPECT_EQ(1, preview.references) << "the card let go of the callback";
 }
 
+// A host that keeps every picture: once it holds the whole ring, the card has no buffer for
+// the next picture and drops it at the source; the slot still comes, with its sound alone.
+class FakePictureHoarder : public IVeldranInputCallback {
+ public:
+  VeldranResult QueryInterface(VeldranIID, void**) override { return kVeldranNoInterface; }
+  int32_t AddRef() override { return 2; }
+  int32_t Release() override { return 1; }
+  VeldranResult VideoInputFormatChanged(uint32_t, IVeldranDisplayMode*, uint32_t) override { return kVeldranOK; }
+  VeldranResult VideoInputFrameArrived(IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio) override {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (mSlots.size() >= kSlots) return kVeldranOK;
+    Slot slot;
+    slot.picture = video != nullptr;
+    if (audio) audio->GetPacketTime(&slot.packetTime, 48000);
+    if (video) {
+      int64_t duration = 0;
+      video->GetStreamTime(&slot.frameTime, &duration, 25000);
+      // Holds it for good, until the test lets go of everything at once.
+      if (mHolding) {
+        video->AddRef();
+        mHeld.push_back(video);
+      }
+    }
+    mSlots.push_back(slot);
+    if (!slot.picture && ++mDropped == 10) {
+      // The host lets go: pictures must come again.
+      for (IVeldranVideoInputFrame* frame : mHeld) frame->Release();
+      mHeld.clear();
+      mHolding = false;
+    }
+    if (mSlots.size() == kSlots) mDone.notify_all();
+    return kVeldranOK;
+  }
+  struct Slot {
+    bool picture = false;
+    int64_t frameTime = -1;
+    int64_t packetTime = -1;
+  };
+  std::vector<Slot> Wait() {
+    std::unique_lock<std::mutex> guard(mLock);
+    mDone.wait_for(guard, std::chrono::seconds(60), [this] { return mSlots.size() >= kSlots; });
+    return mSlots;
+  }
+  static constexpr size_t kSlots = 120;
+
+ private:
+  std::mutex mLock;
+  std::condition_variable mDone;
+  std::vector<Slot> mSlots;
+  std::vector<IVeldranVideoInputFrame*> mHeld;
+  bool mHolding = true;
+  int mDropped = 0;
+};
+
+TEST(SimulatedCardTest, AHostHoldingEveryBufferMakesTheCardDropPicturesNotSlots) {
+  SimulatedCard card;
+  IVeldranInput* input = card.Input();
+  FakePictureHoarder host;
+  ASSERT_EQ(kVeldranOK, input->EnableVideoInput(ktnModePAL, ktnFormat8BitYUV, ktnInputFlagDefault));
+  ASSERT_EQ(kVeldranOK, input->EnableAudioInput(48000, 16, 2));
+  ASSERT_EQ(kVeldranOK, input->SetCallback(&host));
+  Util::CapturedStderr captured;
+  ASSERT_EQ(kVeldranOK, input->StartStreams());
+  std::vector<FakePictureHoarder::Slot> slots = host.Wait();
+  ASSERT_EQ(kVeldranOK, input->StopStreams());
+  ASSERT_EQ(kVeldranOK, input->SetCallback(nullptr));
+  EXPECT_EQ(kVeldranOK, input->DisableVideoInput());
+  ASSERT_EQ(FakePictureHoarder::kSlots, slots.size());
+  // The ring: two and a half seconds of PAL pictures and four more, the preview holding one.
+  constexpr size_t kRing = 63 + 4;
+  size_t firstDrop = 0;
+  while (firstDrop < slots.size() && slots[firstDrop].picture) ++firstDrop;
+  EXPECT_GE(firstDrop, kRing - 2) << "the ring held about two and a half seconds of pictures";
+  EXPECT_LE(firstDrop, kRing);
+  int dropped = 0;
+  for (size_t i = 0; i < slots.size(); ++i) {
+    EXPECT_EQ(static_cast<int64_t>(i) * 1920, slots[i].packetTime) << "every slot brings its sound: slot " << i;
+    if (slots[i].picture) {
+      EXPECT_EQ(static_cast<int64_t>(i) * 1000, slots[i].frameTime) << "a picture keeps its slot's time";
+    } else {
+      ++dropped;
+    }
+  }
+  EXPECT_EQ(10, dropped) << "once the host let go, pictures came again";
+  EXPECT_TRUE(slots.back().picture);
+  EXPECT_EQ("*** StopThreads[#]: Dropped 10 pictures: the host held all " + std::to_string(kRing) + " frame buffers\n",
+            captured.Text());
+}
+
+// A machine too busy to let the card capture in time: the late pictures are lost, not
+// delivered in a burst, and each of their slots still brings its sound.
+TEST(SimulatedCardTest, LatePicturesAreDroppedAndTheirSoundStillComes) {
+  SimulatedCard card({{"VELDRAN_SIM_SPEED", "1"}});
+  struct Stall : IVeldranInputCallback {
+    VeldranResult QueryInterface(VeldranIID, void**) override { return kVeldranNoInterface; }
+    int32_t AddRef() override { return 2; }
+    int32_t Release() override { return 1; }
+    VeldranResult VideoInputFormatChanged(uint32_t, IVeldranDisplayMode*, uint32_t) override { return kVeldranOK; }
+    VeldranResult VideoInputFrameArrived(IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio) override {
+      std::lock_guard<std::mutex> guard(lock);
+      if (slots.size() >= 40) return kVeldranOK;
+      int64_t frameTime = -1, duration = 0, packetTime = -1;
+      if (video) video->GetStreamTime(&frameTime, &duration, 25000);
+      if (audio) audio->GetPacketTime(&packetTime, 48000);
+      slots.push_back({frameTime, packetTime});
+      // The fifth frame takes the capture thread ten frame periods.
+      if (slots.size() == 5) std::this_thread::sleep_for(std::chrono::milliseconds(400));
+      if (slots.size() == 40) done.notify_all();
+      return kVeldranOK;
+    }
+    std::mutex lock;
+    std::condition_variable done;
+    std::vector<std::pair<int64_t, int64_t>> slots;
+  } host;
+  IVeldranInput* input = card.Input();
+  ASSERT_EQ(kVeldranOK, input->EnableVideoInput(ktnModePAL, ktnFormat8BitYUV, ktnInputFlagDefault));
+  ASSERT_EQ(kVeldranOK, input->EnableAudioInput(48000, 16, 2));
+  ASSERT_EQ(kVeldranOK, input->SetCallback(&host));
+  Util::CapturedStderr captured;
+  ASSERT_EQ(kVeldranOK, input->StartStreams());
+  {
+    std::unique_lock<std::mutex> guard(host.lock);
+    host.done.wait_for(guard, std::chrono::seconds(60), [&] { return host.slots.size() >= 40; });
+  }
+  ASSERT_EQ(kVeldranOK, input->StopStreams());
+  ASSERT_EQ(kVeldranOK, input->SetCallback(nullptr));
+  EXPECT_EQ(kVeldranOK, input->DisableVideoInput());
+  ASSERT_EQ(40u, host.slots.size());
+  int lost = 0;
+  for (size_t i = 0; i < host.slots.size(); ++i) {
+    EXPECT_EQ(static_cast<int64_t>(i) * 1920, host.slots[i].second) << "slot " << i << " brings its sound";
+    if (host.slots[i].first < 0) {
+      ++lost;
+    } else {
+      EXPECT_EQ(static_cast<int64_t>(i) * 1000, host.slots[i].first) << "slot " << i << " keeps its time";
+    }
+  }
+  EXPECT_GE(lost, 5) << "the pictures of the stall were lost";
+  EXPECT_NE(std::string::npos, captured.Text().find("pictures the card was not given the time to capture"));
+}
+
 TEST(SimulatedCardTest, RealTimeDeliveryIsScheduledOnAbsoluteTime) {
   // At real speed, 13 frames of PAL take 12 frame periods at least: the card waits for
   // each frame's time instead of delivering as fast as it can.

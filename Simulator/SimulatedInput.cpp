@@ -28,6 +28,11 @@ int64_t FrameStartNanos(int64_t n, const SimulatedMode& mode) {
   return units / mode.timeScale * 1000000000 + units % mode.timeScale * 1000000000 / mode.timeScale;
 }
 
+// The ring holds about this many seconds of pictures, and a few more for the frame in
+// delivery and the one the preview shows.
+constexpr double kRingSeconds = 2.5;
+constexpr size_t kRingSpare = 4;
+
 void SleepUntil(int64_t deadline) {
   timespec until = {static_cast<time_t>(deadline / 1000000000), static_cast<long>(deadline % 1000000000)};
   while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
@@ -94,7 +99,6 @@ VeldranResult SimulatedInput::EnableVideoInput(uint32_t mode, uint32_t pixelForm
   mMode = found;
   mPixelFormat = pixelFormat;
   mSignal.reset(new TestSignal(*found, pixelFormat));
-  mPool = std::make_shared<FramePool>(mSignal->FrameBytes());
   mSource.reset();
   if (!mSettings.sourceMovie.empty()) {
     mSource.reset(new SourceMovie);
@@ -153,6 +157,17 @@ VeldranResult SimulatedInput::StartStreams() {
   std::lock_guard<std::mutex> guard(mLock);
   if (mStreaming) return kVeldranBusy;
   if (!mMode) return kVeldranFail;  // the picture sets the pace: video must be enabled
+  const size_t ringCount = static_cast<size_t>(kRingSeconds * mMode->timeScale / mMode->frameDuration + 0.999) + kRingSpare;
+  if (!mPool || mPool->BufferBytes() != mSignal->FrameBytes() || mPool->Count() != ringCount) {
+    // The card's memory for this mode, touched now rather than frame by frame. Frames still
+    // held from an earlier stream keep the old ring alive until they go.
+    mPool = std::make_shared<FramePool>(mSignal->FrameBytes(), ringCount);
+    if (!mPool->Ok()) {
+      mPool.reset();
+      return kVeldranOutOfMemory;
+    }
+  }
+  mDroppedHeld = mDroppedLate = 0;
   Util::CTimeCode start = Util::CTimeCode::FromStr(mMode->timecodeFormat, mSettings.timecodeStart);
   mTimecodeStart = start.ToFrame(mMode->timecodeFormat);
   mStopRequested = false;
@@ -185,6 +200,13 @@ void SimulatedInput::StopThreads() {
   if (mPreviewThread.joinable()) mPreviewThread.join();
   std::lock_guard<std::mutex> guard(mLock);
   mStreaming = false;
+  if (mDroppedHeld) {
+    KTN_LOG("Dropped %lld pictures: the host held all %zu frame buffers", static_cast<long long>(mDroppedHeld),
+            mPool ? mPool->Count() : static_cast<size_t>(0));
+  }
+  if (mDroppedLate) {
+    KTN_LOG("Dropped %lld pictures the card was not given the time to capture", static_cast<long long>(mDroppedLate));
+  }
 }
 
 VeldranResult SimulatedInput::PauseStreams() {
@@ -206,21 +228,52 @@ const SimulatedMode* SimulatedInput::EnabledMode() {
   return mMode;
 }
 
-void SimulatedInput::MakeFrame(int64_t n, IVeldranVideoInputFrame** video, IVeldranAudioInputPacket** audio) {
+void SimulatedInput::MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFrame** video,
+                               IVeldranAudioInputPacket** audio) {
   const SimulatedMode& mode = *mMode;
-  Util::CTimeCode timecode = Util::CTimeCode::FromFrame(mode.timecodeFormat,
-                                                        static_cast<int>(mTimecodeStart + mTimecodeFrame), Util::tcfUnknown);
-  SimulatedVideoFrame* frame = new SimulatedVideoFrame(mPool, mode, mPixelFormat, n, timecode, mSettings);
-  if (uint8_t* buffer = frame->Buffer()) {
-    if (!mSource || !mSource->Render(buffer)) mSignal->Render(n, buffer);
-  }
-  *video = frame;
+  *video = nullptr;
   *audio = nullptr;
+  if (withPicture) {
+    if (uint8_t* buffer = mPool->Take()) {
+      Util::CTimeCode timecode = Util::CTimeCode::FromFrame(
+          mode.timecodeFormat, static_cast<int>(mTimecodeStart + mTimecodeFrame), Util::tcfUnknown);
+      SimulatedVideoFrame* frame = new SimulatedVideoFrame(mPool, buffer, mode, mPixelFormat, n, timecode, mSettings);
+      if (!mSource || !mSource->Render(buffer)) mSignal->Render(n, buffer);
+      *video = frame;
+    } else {
+      ++mDroppedHeld;
+    }
+  }
   if (mAudioEnabled) {
     int64_t first = TestTone::SamplesBefore(n, mode);
     int count = static_cast<int>(TestTone::SamplesBefore(n + 1, mode) - first);
     *audio = new SimulatedAudioPacket(first, count, mAudioChannels, mAudioBits, mSettings.Injected("GetBytes"));
   }
+}
+
+void SimulatedInput::Deliver(IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio) {
+  IVeldranInputCallback* callback;
+  {
+    std::lock_guard<std::mutex> guard(mLock);
+    callback = mCallback;
+    if (callback) callback->AddRef();
+  }
+  if (callback) {
+    callback->VideoInputFrameArrived(video, audio);
+    callback->Release();
+  }
+  if (video) {
+    // The preview shows the latest frame; one it has not drawn yet is replaced.
+    {
+      std::lock_guard<std::mutex> guard(mPreviewLock);
+      if (mPreviewFrame) mPreviewFrame->Release();
+      video->AddRef();
+      mPreviewFrame = video;
+    }
+    mPreviewChanged.notify_one();
+    video->Release();
+  }
+  if (audio) audio->Release();
 }
 
 void SimulatedInput::CaptureLoop() {
@@ -235,44 +288,22 @@ void SimulatedInput::CaptureLoop() {
       --n, --mTimecodeFrame;
       continue;
     }
+    bool late = false;
     if (speed > 0) {
       int64_t deadline = start + static_cast<int64_t>(static_cast<double>(FrameStartNanos(n, mode)) / speed);
-      int64_t late = MonotonicNanos() - deadline;
       int64_t period = static_cast<int64_t>(static_cast<double>(FrameStartNanos(1, mode)) / speed);
-      if (period > 0 && late > 2 * period) {
-        // Fallen behind (the machine was busy): like a card whose frames were not taken in
-        // time, lose the late ones rather than deliver them in a burst. Time and timecode go on.
-        int64_t skipped = late / period;
-        n += skipped;
-        mTimecodeFrame += skipped;
-      } else {
-        SleepUntil(deadline);
-      }
+      // More than two periods behind (the machine was busy): like a card whose pictures
+      // were not taken in time, lose them rather than deliver them in a burst; their sound
+      // still comes, slot by slot, so that time and sync go on.
+      late = period > 0 && MonotonicNanos() - deadline > 2 * period;
+      if (!late) SleepUntil(deadline);
     }
     if (mStopRequested) break;
+    if (late) ++mDroppedLate;
     IVeldranVideoInputFrame* video = nullptr;
     IVeldranAudioInputPacket* audio = nullptr;
-    MakeFrame(n, &video, &audio);
-    IVeldranInputCallback* callback;
-    {
-      std::lock_guard<std::mutex> guard(mLock);
-      callback = mCallback;
-      if (callback) callback->AddRef();
-    }
-    if (callback) {
-      callback->VideoInputFrameArrived(video, audio);
-      callback->Release();
-    }
-    {
-      // The preview shows the latest frame; one it has not drawn yet is replaced.
-      std::lock_guard<std::mutex> guard(mPreviewLock);
-      if (mPreviewFrame) mPreviewFrame->Release();
-      video->AddRef();
-      mPreviewFrame = video;
-    }
-    mPreviewChanged.notify_one();
-    video->Release();
-    if (audio) audio->Release();
+    MakeFrame(n, !late, &video, &audio);
+    Deliver(video, audio);
     ++delivered;
   }
 }

@@ -21,8 +21,12 @@ namespace Sim {
 
 // After StartStreams a capture thread calls the input callback once per frame period with
 // the frame and its sound, scheduled on absolute time (it never drifts); a preview thread
-// hands the latest frame to the screen-preview callback. Every operation is safe from any
-// thread; StopStreams waits until no callback runs any more.
+// hands the latest frame to the screen-preview callback. Pictures live in a fixed ring of
+// buffers made when the streams start (two and a half seconds of them, and a few more). A frame slot whose
+// picture cannot be delivered (the host holds every buffer, or the machine was too busy to
+// capture it in time) is dropped at the source and counted: its callback carries the sound
+// alone, so that the host sees the slot and the sound never breaks. Every operation is
+// safe from any thread; StopStreams waits until no callback runs any more.
 class SimulatedInput : public VeldranObject<IVeldranInput> {
  public:
   explicit SimulatedInput(const SimulatorSettings& settings);
@@ -57,8 +61,11 @@ class SimulatedInput : public VeldranObject<IVeldranInput> {
  private:
   void CaptureLoop();
   void PreviewLoop();
-  // Picture and sound number n of the stream; either may come back null.
-  void MakeFrame(int64_t n, IVeldranVideoInputFrame** video, IVeldranAudioInputPacket** audio);
+  // Picture and sound number n of the stream; either may come back null (the picture when
+  // withPicture is false or no buffer is free).
+  void MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFrame** video, IVeldranAudioInputPacket** audio);
+  // Hands one slot to the input callback and the preview, then lets go of it.
+  void Deliver(IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio);
   void StopThreads();
 
   const SimulatorSettings mSettings;
@@ -74,12 +81,17 @@ class SimulatedInput : public VeldranObject<IVeldranInput> {
   IVeldranScreenPreviewCallback* mPreviewCallback = nullptr; // one reference
   bool mStreaming = false;
 
-  // Made by EnableVideoInput; used by the capture thread only while streaming.
+  // Made by EnableVideoInput (the signal) and StartStreams (the ring); used by the capture
+  // thread only while streaming.
   std::shared_ptr<FramePool> mPool;
   std::unique_ptr<TestSignal> mSignal;
   std::unique_ptr<SourceMovie> mSource;
   int64_t mTimecodeStart = 0;  // frame count of the first frame's timecode
   int64_t mTimecodeFrame = 0;  // runs on across stream restarts, as a house clock would
+
+  // Pictures dropped at the source during the current stream, by the capture thread.
+  int64_t mDroppedHeld = 0;  // the host held every buffer
+  int64_t mDroppedLate = 0;  // the machine did not let the card capture them in time
 
   std::atomic<bool> mStopRequested{false};
   std::thread mCaptureThread;

@@ -7,11 +7,11 @@
 namespace KTN {
 namespace Sim {
 
-SimulatedVideoFrame::SimulatedVideoFrame(std::shared_ptr<FramePool> pool, const SimulatedMode& mode,
+SimulatedVideoFrame::SimulatedVideoFrame(std::shared_ptr<FramePool> pool, uint8_t* buffer, const SimulatedMode& mode,
                                          uint32_t pixelFormat, int64_t index, const Util::CTimeCode& timecode,
                                          const SimulatorSettings& settings)
     : mPool(std::move(pool)),
-      mBuffer(mPool->Take()),
+      mBuffer(buffer),
       mMode(mode),
       mPixelFormat(pixelFormat),
       mIndex(index),
@@ -21,7 +21,7 @@ SimulatedVideoFrame::SimulatedVideoFrame(std::shared_ptr<FramePool> pool, const 
       mGetTimecodeFailure(settings.Injected("GetTimecode")) {}
 
 SimulatedVideoFrame::~SimulatedVideoFrame() {
-  if (mBuffer) mPool->Give(std::move(mBuffer));
+  mPool->Give(mBuffer);
 }
 
 int32_t SimulatedVideoFrame::GetRowBytes() {
@@ -33,7 +33,7 @@ VeldranResult SimulatedVideoFrame::GetBytes(void** buffer) {
   *buffer = nullptr;
   if (mGetBytesFailure) return mGetBytesFailure;
   if (!mBuffer) return kVeldranOutOfMemory;
-  *buffer = mBuffer.get();
+  *buffer = mBuffer;
   return kVeldranOK;
 }
 

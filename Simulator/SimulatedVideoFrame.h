@@ -14,17 +14,18 @@ namespace Sim {
 
 class SimulatedVideoFrame : public VeldranObject<IVeldranVideoInputFrame> {
  public:
-  // Picture number `index` of mode in pixelFormat; its buffer comes from pool (null when
-  // memory ran out: GetBytes then fails). timecode is the frame's position on the deck and
-  // house clock; the signal carries it as the settings say (RP188, VITC or not at all).
-  SimulatedVideoFrame(std::shared_ptr<FramePool> pool, const SimulatedMode& mode, uint32_t pixelFormat,
-                      int64_t index, const Util::CTimeCode& timecode, const SimulatorSettings& settings);
+  // Picture number `index` of mode in pixelFormat, in buffer, which it takes from pool and
+  // gives back when released. timecode is the frame's position on the deck and house
+  // clock; the signal carries it as the settings say (RP188, VITC or not at all).
+  SimulatedVideoFrame(std::shared_ptr<FramePool> pool, uint8_t* buffer, const SimulatedMode& mode,
+                      uint32_t pixelFormat, int64_t index, const Util::CTimeCode& timecode,
+                      const SimulatorSettings& settings);
 
   // The frame's position as the deck knows it, whether or not the signal carries timecode.
   const Util::CTimeCode& DeckTimecode() const { return mTimecode; }
 
   // The writable picture, for the card that fills it.
-  uint8_t* Buffer() { return mBuffer.get(); }
+  uint8_t* Buffer() { return mBuffer; }
 
   int32_t GetWidth() override { return mMode.width; }
   int32_t GetHeight() override { return mMode.height; }
@@ -40,7 +41,7 @@ class SimulatedVideoFrame : public VeldranObject<IVeldranVideoInputFrame> {
 
  private:
   std::shared_ptr<FramePool> mPool;
-  FramePool::Buffer mBuffer;
+  uint8_t* mBuffer;
   const SimulatedMode& mMode;
   uint32_t mPixelFormat;
   int64_t mIndex;
