@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <deque>
+#include <vector>
 
 #include "Core/Event.h"
 #include "Core/Lockable.h"
@@ -19,11 +20,39 @@ class APICapture;
 class Previewer;
 class QTRecordClient;
 
-// Queued device frames and packets, each entry holding one reference.
+namespace Core {
+class SharedMemory;
+}
+
+// Queued device frames and packets, each entry holding one reference. A null entry in the
+// video queue is a frame slot whose picture was given up (see FrameArrivedCallback).
 typedef std::deque<IVeldranVideoInputFrame*> video_deque_t;
 typedef std::deque<IVeldranAudioInputPacket*> audio_deque_t;
 
 constexpr uint32_t kCapPrivMagic = 0x200F1;
+
+// How long the queues can hold frames the server has not taken (a stall of the server or
+// of the disk beyond the server's own backlog): pictures beyond it are given up, their
+// slots kept. Sound is given up only beyond kSoundQueueSeconds, far past the point where a
+// server that takes nothing is given up as hung.
+constexpr double kVideoQueueSeconds = 2.5;
+constexpr double kSoundQueueSeconds = 15.0;
+
+// One service call hands over for about kServiceWorkMillis, then reports, so that the host
+// can act on the frame limit and on its Stop however fast frames arrive; the server's
+// answer to the last hand-over is waited for until kServiceAnswerMillis into the call, and
+// collected by the next call if it has not come by then.
+constexpr int kServiceWorkMillis = 500;
+constexpr int kServiceAnswerMillis = 900;
+
+// A hand-over whose answer a service call did not see come; the next one collects it.
+struct PendingHandOver {
+  const char* command = nullptr;                 // null: none pending
+  Core::SharedMemory* segment = nullptr;         // owned: unmapped and removed once answered
+  IVeldranVideoInputFrame* frame = nullptr;      // one reference, released once answered
+  IVeldranAudioInputPacket* packet = nullptr;    // one reference, released once answered
+  int64_t slotCount = 0;                         // frame slots it completes
+};
 
 // Lives in a block from the host's allocator (constructed there, zero-filled). Every field
 // is used on the host's thread; those marked "device thread" are also touched by
@@ -64,6 +93,19 @@ struct CapPriv {
   // since.
   uint32_t activeAudioChannels = 0;
   uint32_t activeAudioSampleType = 0;          // bits as delivered: 16 or 32
+
+  // The bounded queues (set by recPrepRecord8; guarded by queueLock, like the queues).
+  size_t videoQueueLimit = 0;                  // pictures held at most
+  size_t soundQueueLimit = 0;                  // packets held at most
+  size_t heldPictures = 0;                     // non-null entries of videoQueue
+  bool soundGivenUp = false;                   // a packet was given up since the host thread last looked
+  // Device thread only: where the next frame's stream time should be, in the settings'
+  // timescale (-1: unknown), so that slots a card skipped without a callback are seen.
+  int64_t nextFrameTime = -1;
+  // Host thread only.
+  PendingHandOver pending;
+  int64_t slotsGivenUp = 0;                    // pictures given up by the card or the plug-in
+  std::vector<uint8_t> packedSound;            // 24-bit sound packed for a segment, reused
 };
 
 }  // namespace KTN

@@ -17,6 +17,10 @@ VeldranResult FakeTimecode::GetComponents(uint8_t* h, uint8_t* m, uint8_t* s, ui
 }
 
 VeldranResult FakeTimecode::GetString(char** text) {
+  if (!mText.empty()) {
+    *text = strdup(mText.c_str());
+    return kVeldranOK;
+  }
   char buffer[16];
   snprintf(buffer, sizeof buffer, "%02d:%02d:%02d:%02d", mH, mM, mS, mF);
   *text = strdup(buffer);
@@ -39,15 +43,15 @@ VeldranResult FakeVideoInputFrame::GetBytes(void** buffer) {
 }
 
 VeldranResult FakeVideoInputFrame::GetStreamTime(int64_t* time, int64_t* duration, int64_t) {
-  *time = 0;
-  *duration = 0;
+  *time = mTime;
+  *duration = mDuration;
   return kVeldranOK;
 }
 
 VeldranResult FakeVideoInputFrame::GetTimecode(uint32_t format, IVeldranTimecode** timecode) {
   *timecode = nullptr;
   if (!mHasTimecode || format != ktnTimecodeRP188) return kVeldranNotFound;
-  *timecode = new FakeTimecode(mH, mM, mS, mF);
+  *timecode = new FakeTimecode(mH, mM, mS, mF, mTimecodeText);
   return kVeldranOK;
 }
 

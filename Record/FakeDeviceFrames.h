@@ -10,10 +10,11 @@
 
 namespace KTN {
 
-// A timecode of four fields (BCD and text derived from them).
+// A timecode of four fields (BCD and text derived from them, or the text given).
 class FakeTimecode : public VeldranObject<IVeldranTimecode> {
  public:
-  FakeTimecode(int h, int m, int s, int f) : mH(h), mM(m), mS(s), mF(f) {}
+  FakeTimecode(int h, int m, int s, int f, std::string text = std::string())
+      : mH(h), mM(m), mS(s), mF(f), mText(std::move(text)) {}
   uint32_t GetBCD() override;
   VeldranResult GetComponents(uint8_t* h, uint8_t* m, uint8_t* s, uint8_t* f) override;
   VeldranResult GetString(char** text) override;
@@ -21,6 +22,7 @@ class FakeTimecode : public VeldranObject<IVeldranTimecode> {
 
  private:
   int mH, mM, mS, mF;
+  std::string mText;
 };
 
 // A 2vuy picture of width x height filled with one byte, with an RP188 timecode or none.
@@ -30,6 +32,14 @@ class FakeVideoInputFrame : public VeldranObject<IVeldranVideoInputFrame> {
   FakeVideoInputFrame(int width, int height, uint8_t fill, bool hasTimecode = false, int h = 0, int m = 0, int s = 0,
                       int f = 0);
   int32_t References() { AddRef(); return Release(); }
+  // Its place on the card's clock, in whatever timescale the caller asks (0 and 0 at first:
+  // no time known).
+  void SetStreamTime(int64_t time, int64_t duration) {
+    mTime = time;
+    mDuration = duration;
+  }
+  // The text of its timecode, instead of the one made from the four fields.
+  void SetTimecodeText(const std::string& text) { mTimecodeText = text; }
 
   int32_t GetWidth() override { return mWidth; }
   int32_t GetHeight() override { return mHeight; }
@@ -45,6 +55,9 @@ class FakeVideoInputFrame : public VeldranObject<IVeldranVideoInputFrame> {
   std::vector<uint8_t> mBytes;
   bool mHasTimecode;
   int mH, mM, mS, mF;
+  int64_t mTime = 0;
+  int64_t mDuration = 0;
+  std::string mTimecodeText;
 };
 
 // Interleaved 32-bit samples (as the card delivers 24-bit sound), each sample's bytes

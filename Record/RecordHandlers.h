@@ -29,6 +29,9 @@ int32_t recStopRecord(CapPriv* instance);
 int32_t recCloseRecord(CapPriv* instance);
 // Releases every queued frame and packet.
 void flush(CapPriv* instance);
+// Waits for the answer to a hand-over a service call left waiting, as long as the server
+// works on it, and lets go of it; before any other command is sent to the server.
+void FinishHandOvers(CapPriv* instance);
 // Called on the card's capture thread with the instance as context; queues what arrives
 // once the recording's start condition is met.
 void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio);

@@ -138,6 +138,7 @@ int32_t recClose(rmStdParms* stdParms, CapPriv* instance) {
     basic->releaseSuite(kErrorSuite, kErrorSuiteVersion);
   }
   if (!instance || instance->magic != kCapPrivMagic) return rmNoErr;
+  FinishHandOvers(instance);
   if (instance->queueLock) {
     flush(instance);
     delete instance->queueLock;

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <chrono>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -372,7 +373,14 @@ class CallbackTest : public RecordModuleTest {
     Close(mInstance);
     RecordModuleTest::TearDown();
   }
+  // Entries of a queue: for video, one a frame slot, with or without its picture.
   size_t Queued(bool video) { return video ? mInstance->videoQueue->size() : mInstance->audioQueue->size(); }
+  // Pictures the video queue holds.
+  size_t QueuedPictures() {
+    size_t pictures = 0;
+    for (IVeldranVideoInputFrame* frame : *mInstance->videoQueue) pictures += frame != nullptr;
+    return pictures;
+  }
   // A recording to movie with the same frame queued twice, whose server is then killed;
   // frame receives the caller's reference to it.
   void QueueTwiceAndKillTheServer(const std::string& movie, FakeVideoInputFrame*& frame) {
@@ -396,7 +404,8 @@ TEST_F(CallbackTest, VideoOnlyAndAudioOnlyCallbacksEachCountOne) {
   FrameArrivedCallback(mInstance, frame, nullptr);
   FrameArrivedCallback(mInstance, nullptr, packet);
   EXPECT_EQ(2, mInstance->frameCount);
-  EXPECT_EQ(1u, Queued(true));
+  EXPECT_EQ(2u, Queued(true)) << "two frame slots";
+  EXPECT_EQ(1u, QueuedPictures()) << "one of them without its picture (the card dropped it)";
   EXPECT_EQ(1u, Queued(false));
   EXPECT_EQ(2, frame->References()) << "the queue holds a reference";
   flush(mInstance);
@@ -519,18 +528,150 @@ TEST_F(CallbackTest, FailingStopLeavesTheQueuesFullUntilCloseRecordFlushesThem) 
   frame->Release();
 }
 
-TEST_F(CallbackTest, FailedHandOverPutsItsItemsBackForCloseRecordToRelease) {
+// A failed hand-over ends the loop with its failure, and what it held is released at once:
+// it is never handed over, and holding it would only keep the card's memory.
+TEST_F(CallbackTest, FailedHandOverEndsTheLoopAndReleasesWhatItHeld) {
   FakeVideoInputFrame* frame = nullptr;
   QueueTwiceAndKillTheServer("gone.mov", frame);
   if (HasFatalFailure()) return;
   CapturedStderr captured;
-  EXPECT_NE(rmNoErr, recServiceRecord(mInstance));
-  EXPECT_EQ(2u, Queued(true)) << "the frame that failed is queued again, not lost";
+  EXPECT_EQ(5, recServiceRecord(mInstance));
+  EXPECT_NE(std::string::npos, captured.Text().find("MapVideo returned 5")) << "the failure is reported";
+  EXPECT_EQ(1u, Queued(true)) << "the loop ended at the failure";
+  EXPECT_EQ(2, frame->References()) << "the failed hand-over's frame is released, the one still queued is held";
+  CapturedStderr again;
   recStopRecord(mInstance);
   recCloseRecord(mInstance);
-  captured.Text();
+  again.Text();
   EXPECT_EQ(0u, Queued(true));
   EXPECT_EQ(1, frame->References()) << "every reference the plug-in took is released";
+  frame->Release();
+}
+
+// The queues hold at most two and a half seconds of pictures: beyond that a picture is
+// given up, its slot and its sound kept, and the recording says frames were dropped.
+TEST_F(CallbackTest, PicturesBeyondTwoAndAHalfSecondsAreGivenUpAndTheirSlotsKept) {
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 1));  // the card's sound layout
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 0));  // then quiet again
+  recCapParmsRec8 parms = Parms(mFolder + "/bounded.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  constexpr int kLimit = 63;  // 2.5 seconds of PAL, rounded up
+  constexpr int kSlots = 70;
+  std::vector<FakeVideoInputFrame*> frames;
+  FakeAudioPacket* packet = new FakeAudioPacket(1920, 2, 2);
+  for (int i = 0; i < kSlots; ++i) {
+    frames.push_back(new FakeVideoInputFrame(720, 576, static_cast<uint8_t>(i)));
+    frames.back()->SetStreamTime(i, 1);
+    FrameArrivedCallback(mInstance, frames.back(), packet);
+  }
+  EXPECT_EQ(kSlots, mInstance->frameCount);
+  EXPECT_EQ(static_cast<size_t>(kSlots), Queued(true)) << "every slot is queued";
+  EXPECT_EQ(static_cast<size_t>(kLimit), QueuedPictures()) << "but only so many pictures";
+  EXPECT_EQ(static_cast<size_t>(kSlots), Queued(false)) << "and every packet of sound";
+  EXPECT_EQ(1, frames.back()->References()) << "a picture given up is not held";
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", sStatus.texts.back());
+  EXPECT_EQ(kSlots, sStatus.counts.back());
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  for (FakeVideoInputFrame* frame : frames) {
+    EXPECT_EQ(1, frame->References());
+    frame->Release();
+  }
+  packet->Release();
+  ProbedMovie movie = ProbeMovie(mFolder + "/bounded.mov", false);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_EQ(kLimit, movie.video.packets);
+  EXPECT_EQ(kSlots, movie.video.totalDuration * movie.video.timeBaseNum * 25 / movie.video.timeBaseDen)
+      << "the last picture holds the slots given up after it";
+  EXPECT_EQ(kSlots * 1920, movie.audio.totalDuration) << "no sound was given up";
+}
+
+// A recording with a frame limit takes exactly that many slots, however many more frames
+// arrive before the host sees the limit reached.
+TEST_F(CallbackTest, AFrameLimitTakesThatManySlotsAndNoMore) {
+  recCapParmsRec8 parms = Parms(mFolder + "/exact.mov", 5);
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  for (int i = 0; i < 12; ++i) FrameArrivedCallback(mInstance, frame, nullptr);
+  EXPECT_EQ(5, mInstance->frameCount);
+  EXPECT_EQ(5u, Queued(true));
+  EXPECT_EQ(rmFrameLimitReached, recServiceRecord(mInstance));
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  EXPECT_EQ(1, frame->References());
+  frame->Release();
+  EXPECT_EQ(5, ProbeMovie(mFolder + "/exact.mov", false).video.packets);
+}
+
+// A card that skips frames without calling at all: the jump in the frames' stream time
+// shows the slots, which stay empty in the movie.
+TEST_F(CallbackTest, SlotsACardSkippedShowInTheFramesStreamTime) {
+  recCapParmsRec8 parms = Parms(mFolder + "/gaps.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  std::vector<FakeVideoInputFrame*> frames;
+  for (int64_t time : {0, 1, 4, 5}) {  // PAL's timescale is 25: a frame lasts 1
+    frames.push_back(new FakeVideoInputFrame(720, 576, 0x80));
+    frames.back()->SetStreamTime(time, 1);
+    FrameArrivedCallback(mInstance, frames.back(), nullptr);
+  }
+  EXPECT_EQ(6, mInstance->frameCount) << "two slots had no callback";
+  EXPECT_EQ(6u, Queued(true));
+  EXPECT_EQ(4u, QueuedPictures());
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  for (FakeVideoInputFrame* frame : frames) frame->Release();
+  ProbedMovie movie = ProbeMovie(mFolder + "/gaps.mov", false);
+  ASSERT_EQ(4, movie.video.packets);
+  EXPECT_EQ(std::vector<int64_t>({0, 1, 4, 5}),
+            std::vector<int64_t>({movie.video.pts[0] * movie.video.timeBaseNum * 25 / movie.video.timeBaseDen,
+                                  movie.video.pts[1] * movie.video.timeBaseNum * 25 / movie.video.timeBaseDen,
+                                  movie.video.pts[2] * movie.video.timeBaseNum * 25 / movie.video.timeBaseDen,
+                                  movie.video.pts[3] * movie.video.timeBaseNum * 25 / movie.video.timeBaseDen}));
+}
+
+// A service call returns within about a second even while the server does not answer at
+// all; the next call collects the answer and goes on.
+TEST_F(CallbackTest, AServiceCallReturnsWhileTheServerIsStoppedAndTheNextGoesOn) {
+  recCapParmsRec8 parms = Parms(mFolder + "/stalled.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  for (int i = 0; i < 3; ++i) FrameArrivedCallback(mInstance, frame, nullptr);
+  pid_t server = mInstance->recordClient->ServerPid();
+  ASSERT_EQ(0, kill(server, SIGSTOP));
+  auto start = std::chrono::steady_clock::now();
+  int32_t rc = recServiceRecord(mInstance);
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  kill(server, SIGCONT);
+  EXPECT_EQ(rmNoErr, rc);
+  // About a second by design; the bound only tells a returning call from one that waits
+  // for the server (which would be until the hung-server limit, ten seconds).
+  EXPECT_LT(seconds, 5.0);
+  EXPECT_NE(nullptr, mInstance->pending.command) << "the answer is still to come";
+  EXPECT_EQ(0, sStatus.counts.back()) << "nothing counts as handed over before its answer";
+  for (int i = 0; i < 100 && (Queued(true) > 0 || mInstance->pending.command); ++i) {
+    ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+  }
+  EXPECT_EQ(nullptr, mInstance->pending.command);
+  EXPECT_EQ(3, sStatus.counts.back());
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  EXPECT_EQ(1, frame->References());
+  frame->Release();
+  EXPECT_EQ(3, ProbeMovie(mFolder + "/stalled.mov", false).video.packets);
+}
+
+// The first frame's timecode text goes through a 31-byte buffer: 30 characters and the end.
+TEST_F(CallbackTest, TheStartTimecodeTextKeepsThirtyCharacters) {
+  recCapParmsRec8 parms = Parms(mFolder + "/text.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80, true, 1, 0, 0, 0);
+  frame->SetTimecodeText(std::string(40, '7'));
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  EXPECT_EQ(std::string(30, '7'), std::string(mInstance->startTimeCodeString));
+  flush(mInstance);
   frame->Release();
 }
 

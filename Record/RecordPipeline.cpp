@@ -1,10 +1,15 @@
 // The recording pipeline: configure the server, queue frames on the device thread, hand them to
 // the server through shared memory on the host's thread, and end the recording.
 #include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/uio.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "Capture/APICapture.h"
 #include "Core/Lock.h"
@@ -40,76 +45,136 @@ long CreateSegment(Core::SharedMemory& segment, unsigned long size) {
   return rc;
 }
 
-// Creates and maps a fresh segment of size bytes for one frame or packet and finds the
-// item's bytes; 0 or the failure, reported.
+// A fresh segment of size bytes for one frame or packet, holding the item's bytes, or
+// the packed form that pack makes of them (into the instance's buffer); 0 or the failure,
+// reported. The segment is filled through its descriptor, not through a new mapping,
+// whose pages would each fault on the first write.
 template <typename Item>
-long OpenSegment(Core::SharedMemory& segment, unsigned long size, Item* item, void*& address, void*& bytes) {
+long FillSegment(CapPriv* instance, Core::SharedMemory& segment, unsigned long size, Item* item,
+                 void (*pack)(const uint8_t* in, uint8_t* out, unsigned long samples) = nullptr) {
   if (long rc = CreateSegment(segment, size)) return rc;
-  if (long rc = segment.Map(address, false)) {
-    KTN_LOG("Map returned %ld", rc);
-    return rc;
-  }
+  void* bytes = nullptr;
   if (VeldranResult rc = item->GetBytes(&bytes)) {
     KTN_LOG("GetBytes returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
     return rc;
   }
-  return 0;
-}
-
-// One video frame into the server: a fresh segment, a byte-for-byte copy, MapVideo.
-long HandOverVideo(CapPriv* instance, IVeldranVideoInputFrame* frame) {
-  unsigned long size = static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
-  Core::SharedMemory segment(kVideoShmKey);
-  void* address = nullptr;
-  void* bytes = nullptr;
-  if (long rc = OpenSegment(segment, size, frame, address, bytes)) return rc;
-  memcpy(address, bytes, size);
-  long rc = instance->recordClient->MapVideo(size);
-  if (rc == kDroppedFramesStatus) {
-    instance->droppedFrames = true;  // the server dropped frames: not an error
-  } else if (rc) {
-    KTN_LOG("MapVideo returned %ld", rc);
+  struct iovec part = {bytes, size};
+  if (pack) {
+    std::vector<uint8_t>& packed = instance->packedSound;
+    if (packed.size() < size) packed.resize(size);
+    pack(static_cast<const uint8_t*>(bytes), packed.data(), size / 3);
+    part.iov_base = packed.data();
+  }
+  if (long rc = segment.Fill(&part, 1)) {
+    KTN_LOG("Fill returned %ld", rc);
     return rc;
   }
-  frame->Release();
   return 0;
 }
 
-// One audio packet into the server; 24-bit sound arrives as 32-bit samples and keeps their
-// three high-order bytes.
-long HandOverAudio(CapPriv* instance, IVeldranAudioInputPacket* packet) {
+// 24-bit sound arrives as 32-bit samples and keeps their three high-order bytes.
+void PackTo24Bits(const uint8_t* in, uint8_t* out, unsigned long samples) {
+  for (unsigned long i = 0; i < samples; ++i, in += 4, out += 3) {
+    out[0] = in[1];
+    out[1] = in[2];
+    out[2] = in[3];
+  }
+}
+
+// Whether the card's audio layout still is the one the settings ask for.
+bool SoundLayoutUnchanged(CapPriv* instance) {
   const CaptureSettings& settings = instance->settings;
-  if (settings.audioChannels != instance->activeAudioChannels ||
-      (settings.audioSampleType == 24 ? 32u : settings.audioSampleType) != instance->activeAudioSampleType) {
-    KTN_LOG("Audio settings (%u channels, %u bits) differ from the card's (%u channels, %u bits) since activation",
-            settings.audioChannels, settings.audioSampleType, instance->activeAudioChannels,
-            instance->activeAudioSampleType);
-    return EINVAL;
+  if (settings.audioChannels == instance->activeAudioChannels &&
+      (settings.audioSampleType == 24 ? 32u : settings.audioSampleType) == instance->activeAudioSampleType) {
+    return true;
   }
-  unsigned long sampleFrames = static_cast<unsigned long>(packet->GetSampleFrameCount());
-  unsigned long samples = sampleFrames * settings.audioChannels;
-  unsigned long size = samples * (settings.audioSampleType / 8);
-  Core::SharedMemory segment(kAudioShmKey);
-  void* address = nullptr;
-  void* bytes = nullptr;
-  if (long rc = OpenSegment(segment, size, packet, address, bytes)) return rc;
-  if (settings.audioSampleType == 24) {
-    const uint8_t* in = static_cast<const uint8_t*>(bytes);
-    uint8_t* out = static_cast<uint8_t*>(address);
-    for (unsigned long i = 0; i < samples; ++i, in += 4, out += 3) {
-      out[0] = in[1];
-      out[1] = in[2];
-      out[2] = in[3];
-    }
-  } else {
-    memcpy(address, bytes, size);
+  KTN_LOG("Audio settings (%u channels, %u bits) differ from the card's (%u channels, %u bits) since activation",
+          settings.audioChannels, settings.audioSampleType, instance->activeAudioChannels,
+          instance->activeAudioSampleType);
+  return false;
+}
+
+// Sends the command of a hand-over whose segment (if any) is filled, and waits for its
+// answer until answerBy; the hand-over is the instance's pending one until answered.
+// 0 with status the answer, 115 (EINPROGRESS) when it has not come by then (the hand-over
+// stays pending), or the exchange's failure.
+long AwaitHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answerBy, long& status) {
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(answerBy - std::chrono::steady_clock::now()).count();
+  return instance->recordClient->ReceiveAnswer(left < 1 ? 1 : static_cast<int>(left), status);
+}
+
+// Ends the pending hand-over: releases its items and removes its segment.
+void ReleaseHandOver(CapPriv* instance) {
+  PendingHandOver& pending = instance->pending;
+  if (pending.frame) pending.frame->Release();
+  if (pending.packet) pending.packet->Release();
+  delete pending.segment;  // unmaps nothing (it was never mapped) and removes the name
+  pending = PendingHandOver();
+}
+
+// What the answer to the pending hand-over means; the hand-over is over either way. 0, or
+// the failure that ends the service loop, reported.
+long SettleHandOver(CapPriv* instance, long status) {
+  const char* command = instance->pending.command;
+  ReleaseHandOver(instance);
+  if (command == cmdMapVideo && status == kDroppedFramesStatus) {
+    instance->droppedFrames = true;  // the server dropped frames: not an error
+    return 0;
   }
-  if (long rc = instance->recordClient->MapAudio(size)) {
-    KTN_LOG("MapAudio returned %ld", rc);
+  if (command == cmdSkipVideo && status == 0) {
+    instance->droppedFrames = true;  // pictures given up here count as the server's own drops
+    return 0;
+  }
+  if (status) {
+    Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", command, status);
+    return status;
+  }
+  return 0;
+}
+
+// Starts one hand-over: the command with its argument, for the segment and items (taking
+// them over) that go with it; then waits for the answer until answerBy. 0 when answered
+// and settled, 115 when still pending, or the failure (the items released: a failed
+// hand-over ends the loop and its items are never handed over, so keeping them would only
+// hold the card's memory).
+long HandOver(CapPriv* instance, const char* command, unsigned long long argument, Core::SharedMemory* segment,
+              IVeldranVideoInputFrame* frame, IVeldranAudioInputPacket* packet,
+              std::chrono::steady_clock::time_point answerBy) {
+  PendingHandOver& pending = instance->pending;
+  pending.command = command;
+  pending.slotCount = command == cmdSkipVideo ? static_cast<int64_t>(argument) : frame ? 1 : 0;
+  pending.segment = segment;
+  pending.frame = frame;
+  pending.packet = packet;
+  if (long rc = instance->recordClient->SendCommand(command, argument)) {
+    Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", command, rc);
+    ReleaseHandOver(instance);
     return rc;
   }
-  packet->Release();
-  return 0;
+  long status = 0;
+  long rc = AwaitHandOver(instance, answerBy, status);
+  if (rc == EINPROGRESS) return rc;
+  if (rc) {
+    Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", command, rc);
+    ReleaseHandOver(instance);
+    return rc;
+  }
+  return SettleHandOver(instance, status);
+}
+
+// Finishes a hand-over a service call left pending; waits until answerBy (0 when answered
+// and settled, 115 when still pending, or the failure).
+long FinishPendingHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answerBy) {
+  if (!instance->pending.command) return 0;
+  long status = 0;
+  long rc = AwaitHandOver(instance, answerBy, status);
+  if (rc == EINPROGRESS) return rc;
+  if (rc) {
+    Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", instance->pending.command, rc);
+    ReleaseHandOver(instance);
+    return rc;
+  }
+  return SettleHandOver(instance, status);
 }
 
 }  // namespace
@@ -119,13 +184,15 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
     KTN_LOG("Invalid capPtr %p or uninitialised record client", static_cast<void*>(instance));
     return rmBadParameter;
   }
+  FinishHandOvers(instance);  // a recording still open lets its last hand-over finish
   std::string path;
   if (!Utf16ToUtf8(parms->path, kRecordPathUnits, path)) {
-    KTN_LOG("The movie path is not NUL-terminated UTF-16 of at most %d units", kRecordPathUnits - 1);
+    // The path could not be made into text: no NUL within the host's units, or not UTF-16.
+    KTN_LOG("CFStringCreateWithCharacters returned %ld", static_cast<long>(EINVAL));
     return rmBadParameter;
   }
-  if (long rc = CreateEmptyFile(path.c_str())) {
-    KTN_LOG("Failed to create file %s: errno %ld (%s)", path.c_str(), rc, strerror(static_cast<int>(rc)));
+  if (CreateEmptyFile(path.c_str()) != 0) {  // which reports the system's reason itself
+    KTN_LOG("Failed to create file");
     return rmBadParameter;
   }
   QTRecordClient& client = *instance->recordClient;
@@ -184,6 +251,18 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   instance->inPointBCD = Util::ConvertTimeCodeToFrameCountBCD(&inPoint);
   instance->frameLimit = parms->frameCount == 0x7FFFFFFF ? 0 : parms->frameCount;
   if (AboveThirtyFrames(s)) instance->frameLimit *= 2;
+  // The queues' bounds, in frame slots of this recording's rate.
+  const double framesPerSecond = s.frameDuration ? static_cast<double>(s.timeScale) / s.frameDuration : 30.0;
+  if (instance->queueLock) {
+    long rc = 0;
+    Core::Lock lock(instance->queueLock, &rc);
+    if (rc) KTN_LOG("Lock returned %ld", rc);
+    instance->videoQueueLimit = static_cast<size_t>(kVideoQueueSeconds * framesPerSecond + 0.999);
+    instance->soundQueueLimit = static_cast<size_t>(kSoundQueueSeconds * framesPerSecond + 0.999);
+    instance->soundGivenUp = false;
+  }
+  instance->nextFrameTime = -1;
+  instance->slotsGivenUp = 0;
   instance->started = false;
   instance->deviceControlReady = false;
   instance->startEvent.mSignalled = false;  // a fresh latch for this recording; nobody waits yet
@@ -218,8 +297,9 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       } else {
         char* text = nullptr;
         if (timecode->GetString(&text) == kVeldranOK && text) {
-          strncpy(instance->startTimeCodeString, text, 31);
-          instance->startTimeCodeString[31] = '\0';
+          // A buffer of 31 bytes, as the host's text conversion is given: at most 30
+          // characters and their terminator.
+          snprintf(instance->startTimeCodeString, 31, "%s", text);
           free(text);
         }
         timecode->Release();
@@ -237,34 +317,169 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
     }
     instance->startEvent.Signal(nullptr);
   }
+  // A recording with a frame limit takes that many slots and not one more, however many
+  // frames arrive before the host has seen the limit reached.
+  const int64_t limit = instance->frameLimit;
+  if (limit > 0 && instance->frameCount >= limit) return;
+  // Slots a card skipped without calling at all show as a jump in the frames' stream time;
+  // they are kept as slots without a picture.
+  int64_t skipped = 0;
+  if (video) {
+    int64_t frameTime = 0, frameDuration = 0;
+    const int64_t scale = instance->settings.timeScale;
+    if (scale > 0 && video->GetStreamTime(&frameTime, &frameDuration, scale) == kVeldranOK && frameDuration > 0) {
+      if (instance->nextFrameTime >= 0 && frameTime > instance->nextFrameTime) {
+        skipped = (frameTime - instance->nextFrameTime + frameDuration / 2) / frameDuration;
+      }
+      instance->nextFrameTime = frameTime + frameDuration;
+    }
+  } else if (instance->nextFrameTime >= 0) {
+    instance->nextFrameTime += instance->settings.frameDuration;  // a slot whose picture the card dropped
+  }
+  if (limit > 0 && skipped > limit - instance->frameCount - 1) skipped = limit - instance->frameCount - 1;
   {
     long rc = 0;
     Core::Lock lock(instance->queueLock, &rc);
     if (rc) KTN_LOG("Lock returned %ld", rc);  // queueing goes on regardless
-    if (video) {
+    // Every slot is one entry of the video queue: the picture, or null where the card
+    // dropped it or the queue already holds as many pictures as it may (the host is not
+    // keeping up). A null entry holds nothing; its slot stays empty in the movie.
+    for (int64_t i = 0; i < skipped; ++i) instance->videoQueue->push_back(nullptr);
+    if (video && instance->heldPictures < instance->videoQueueLimit) {
       video->AddRef();
       instance->videoQueue->push_back(video);
+      ++instance->heldPictures;
+    } else {
+      instance->videoQueue->push_back(nullptr);
     }
     if (audio) {
-      audio->AddRef();
-      instance->audioQueue->push_back(audio);
+      if (instance->audioQueue->size() < instance->soundQueueLimit) {
+        audio->AddRef();
+        instance->audioQueue->push_back(audio);
+      } else {
+        instance->soundGivenUp = true;
+      }
     }
   }
-  ++instance->frameCount;
+  instance->frameCount += 1 + skipped;
 }
 
 namespace {
 
-// Puts items a failed hand-over did not consume back at the front of their queues.
-void Requeue(CapPriv* instance, IVeldranVideoInputFrame* frame, IVeldranAudioInputPacket* packet) {
+// One round of the service loop: the front video entry (with the null entries behind it,
+// whose slots go over together) and the front sound packet.
+struct Round {
+  IVeldranVideoInputFrame* frame = nullptr;
+  unsigned long long givenUp = 0;  // slots without a picture before frame
+  IVeldranAudioInputPacket* packet = nullptr;
+  bool Empty() const { return !frame && !givenUp && !packet; }
+};
+
+// Takes the next round off the queues; soundGivenUp is set when the device thread gave up
+// sound since the last look.
+Round PopRound(CapPriv* instance, bool& soundGivenUp) {
+  Round round;
   long rc = 0;
   Core::Lock lock(instance->queueLock, &rc);
   if (rc) KTN_LOG("Lock returned %ld", rc);
-  if (frame) instance->videoQueue->push_front(frame);
+  video_deque_t& pictures = *instance->videoQueue;
+  while (!pictures.empty() && !pictures.front()) {
+    pictures.pop_front();
+    ++round.givenUp;
+  }
+  if (!pictures.empty()) {
+    round.frame = pictures.front();
+    pictures.pop_front();
+    --instance->heldPictures;
+  }
+  if (!instance->audioQueue->empty()) {
+    round.packet = instance->audioQueue->front();
+    instance->audioQueue->pop_front();
+  }
+  soundGivenUp = soundGivenUp || instance->soundGivenUp;
+  instance->soundGivenUp = false;
+  return round;
+}
+
+// Slots handed over and answered: those counted so far less those still queued and the
+// ones whose hand-over waits for its answer. Read under the queues' lock: the device thread
+// counts a slot only after queueing it, so every slot this includes has left the queue.
+int64_t SlotsHandedOver(CapPriv* instance) {
+  long rc = 0;
+  Core::Lock lock(instance->queueLock, &rc);
+  if (rc) KTN_LOG("Lock returned %ld", rc);
+  return instance->frameCount - static_cast<int64_t>(instance->videoQueue->size()) - instance->pending.slotCount;
+}
+
+// Puts back what a round did not start to hand over because an earlier hand-over of it is
+// still waiting for its answer: it goes first in the next call.
+void PutBack(CapPriv* instance, IVeldranVideoInputFrame* frame, IVeldranAudioInputPacket* packet) {
+  long rc = 0;
+  Core::Lock lock(instance->queueLock, &rc);
+  if (rc) KTN_LOG("Lock returned %ld", rc);
+  if (frame) {
+    instance->videoQueue->push_front(frame);
+    ++instance->heldPictures;
+  }
   if (packet) instance->audioQueue->push_front(packet);
 }
 
+// Hands over one round; 0, 115 when an answer is still to come (the rest of the round is
+// put back), or the failure (the round's items released).
+long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::time_point answerBy) {
+  if (round.givenUp) {
+    long rc = HandOver(instance, cmdSkipVideo, round.givenUp, nullptr, nullptr, nullptr, answerBy);
+    instance->slotsGivenUp += static_cast<int64_t>(round.givenUp);
+    round.givenUp = 0;
+    if (rc) return rc;
+  }
+  if (round.frame) {
+    IVeldranVideoInputFrame* frame = round.frame;
+    round.frame = nullptr;
+    unsigned long size = static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
+    Core::SharedMemory* segment = new Core::SharedMemory(kVideoShmKey);
+    if (long rc = FillSegment(instance, *segment, size, frame)) {
+      delete segment;
+      frame->Release();
+      return rc;
+    }
+    if (long rc = HandOver(instance, cmdMapVideo, size, segment, frame, nullptr, answerBy)) return rc;
+  }
+  if (round.packet) {
+    IVeldranAudioInputPacket* packet = round.packet;
+    round.packet = nullptr;
+    if (!SoundLayoutUnchanged(instance)) {
+      packet->Release();
+      return EINVAL;
+    }
+    const CaptureSettings& settings = instance->settings;
+    unsigned long sampleFrames = static_cast<unsigned long>(packet->GetSampleFrameCount());
+    unsigned long size = sampleFrames * settings.audioChannels * (settings.audioSampleType / 8);
+    Core::SharedMemory* segment = new Core::SharedMemory(kAudioShmKey);
+    if (long rc = FillSegment(instance, *segment, size, packet, settings.audioSampleType == 24 ? PackTo24Bits : nullptr)) {
+      delete segment;
+      packet->Release();
+      return rc;
+    }
+    if (long rc = HandOver(instance, cmdMapAudio, size, segment, nullptr, packet, answerBy)) return rc;
+  }
+  return 0;
+}
+
+// Lets go of what a failed round still held.
+void ReleaseRound(Round& round) {
+  if (round.frame) round.frame->Release();
+  if (round.packet) round.packet->Release();
+  round = Round();
+}
+
 }  // namespace
+
+void FinishHandOvers(CapPriv* instance) {
+  if (!instance || !instance->recordClient || !instance->pending.command) return;
+  // As long as the server works on it: a server that does nothing is given up by the client.
+  FinishPendingHandOver(instance, std::chrono::steady_clock::time_point::max());
+}
 
 int32_t recServiceRecord(CapPriv* instance) {
   if (!instance || !instance->recording) return rmNoErr;
@@ -272,43 +487,37 @@ int32_t recServiceRecord(CapPriv* instance) {
     KTN_LOG("Invalid capPtr %p or uninitialised record client", static_cast<void*>(instance));
     return rmBadParameter;
   }
-  int64_t handedOver = 0;  // the frame count when the queues were last found empty
-  for (;;) {
-    IVeldranVideoInputFrame* frame = nullptr;
-    IVeldranAudioInputPacket* packet = nullptr;
-    {
-      long rc = 0;
-      Core::Lock lock(instance->queueLock, &rc);
-      if (rc) KTN_LOG("Lock returned %ld", rc);
-      if (!instance->videoQueue->empty()) {
-        frame = instance->videoQueue->front();
-        instance->videoQueue->pop_front();
-      }
-      if (!instance->audioQueue->empty()) {
-        packet = instance->audioQueue->front();
-        instance->audioQueue->pop_front();
-      }
-      // Read with the queues empty and under their lock: the device thread counts a frame
-      // only after queueing it, so every frame this count includes has been handed over.
-      if (!frame && !packet) handedOver = instance->frameCount;
-    }
-    if (!frame && !packet) break;
-    // A failure ends the loop; the items of that round keep their references and go back
-    // to the front of their queues, where the flush at close record releases them.
-    if (frame) {
-      if (long rc = HandOverVideo(instance, frame)) {
-        Requeue(instance, frame, packet);
-        return static_cast<int32_t>(rc);
-      }
-    }
-    if (packet) {
-      if (long rc = HandOverAudio(instance, packet)) {
-        Requeue(instance, nullptr, packet);
-        return static_cast<int32_t>(rc);
-      }
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  const Clock::time_point workUntil = start + std::chrono::milliseconds(kServiceWorkMillis);
+  const Clock::time_point answerBy = start + std::chrono::milliseconds(kServiceAnswerMillis);
+  bool soundGivenUp = false;
+  long rc = FinishPendingHandOver(instance, answerBy);
+  if (rc && rc != EINPROGRESS) return static_cast<int32_t>(rc);
+  // The queues drain until they are empty. Frames arriving faster than they can be handed
+  // over would keep that going for ever: after kServiceWorkMillis the call reports and
+  // returns, the rest waits for the next call, and the queues' bounds give up pictures the
+  // host cannot take (their slots are kept).
+  while (rc != EINPROGRESS) {
+    if (Clock::now() >= workUntil) break;
+    Round round = PopRound(instance, soundGivenUp);
+    if (round.Empty()) break;
+    rc = HandOverRound(instance, round, answerBy);
+    if (rc == EINPROGRESS) {
+      PutBack(instance, round.frame, round.packet);  // the rest of the round goes first next time
+    } else if (rc) {
+      // A failed hand-over ends the loop with its failure, and its round is never handed
+      // over: what it still holds is released here rather than left to the flush.
+      ReleaseRound(round);
+      return static_cast<int32_t>(rc);
     }
   }
-  // Both queues are empty: report. The warning's count is deliberately not halved.
+  const int64_t handedOver = SlotsHandedOver(instance);
+  if (soundGivenUp) {
+    KTN_LOG("Sound given up: the recording server has taken nothing for %.0f seconds", kSoundQueueSeconds);
+    instance->droppedFrames = true;
+  }
+  // Report. The warning's count is deliberately not halved.
   int32_t result = 0;
   if (instance->statusFunc) {
     if (!(instance->reportDroppedFrames && instance->droppedFrames)) {
@@ -328,8 +537,11 @@ void flush(CapPriv* instance) {
   long rc = 0;
   Core::Lock lock(instance->queueLock, &rc);
   if (rc) KTN_LOG("Lock returned %ld", rc);
-  for (IVeldranVideoInputFrame* frame : *instance->videoQueue) frame->Release();
+  for (IVeldranVideoInputFrame* frame : *instance->videoQueue) {
+    if (frame) frame->Release();
+  }
   instance->videoQueue->clear();
+  instance->heldPictures = 0;
   for (IVeldranAudioInputPacket* packet : *instance->audioQueue) packet->Release();
   instance->audioQueue->clear();
 }
@@ -340,6 +552,7 @@ int32_t recStopRecord(CapPriv* instance) {
     return rmBadParameter;
   }
   instance->recording = false;  // first, so that the device thread queues nothing more
+  FinishHandOvers(instance);
   if (long rc = instance->recordClient->Stop()) {
     KTN_LOG("Stop returned %ld", rc);
     return static_cast<int32_t>(rc);
@@ -359,6 +572,7 @@ int32_t recCloseRecord(CapPriv* instance) {
     KTN_LOG("Invalid capPtr %p or uninitialised record client", static_cast<void*>(instance));
     return rmBadParameter;
   }
+  FinishHandOvers(instance);
   long rc = instance->recordClient->Stop();
   if (rc) KTN_LOG("Stop returned %ld", rc);
   if (instance->queueLock) flush(instance);

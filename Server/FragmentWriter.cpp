@@ -94,6 +94,7 @@ size_t FragmentWriter::BuildHeader(const Sample& sample) {
   size_t tfhd = out.Begin("tfhd");
   out.U32(kTfhdFlags);
   out.U32(sample.trackId);
+  mHeaderDurationAt = out.Size();
   out.U32(sample.duration);
   out.U32(sample.size);
   out.U32(sample.picture ? kSampleIsNotSync : kSampleDependsOnNothing);
@@ -143,6 +144,7 @@ long FragmentWriter::Write(const Sample& sample, const void* data) {
     }
   }
   ++mSequence;
+  if (sample.picture) mLastPictureDuration = static_cast<int64_t>(mCompleteBytes + mHeaderDurationAt);
   mCompleteBytes += total;
   return 0;
 }
@@ -171,8 +173,22 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
     left -= static_cast<size_t>(sent);
   }
   ++mSequence;
+  if (sample.picture) mLastPictureDuration = static_cast<int64_t>(mCompleteBytes + mHeaderDurationAt);
   mCompleteBytes += headerSize + sample.size;
   return 0;
+}
+
+long FragmentWriter::ExtendLastPicture(uint32_t duration) {
+  if (mFd < 0 || mLastPictureDuration < 0) return EINVAL;
+  if (mFirstError) return mFirstError;
+  uint8_t field[4] = {static_cast<uint8_t>(duration >> 24), static_cast<uint8_t>(duration >> 16),
+                      static_cast<uint8_t>(duration >> 8), static_cast<uint8_t>(duration)};
+  for (;;) {
+    ssize_t put = pwrite(mFd, field, sizeof field, static_cast<off_t>(mLastPictureDuration));
+    if (put < 0 && errno == EINTR) continue;
+    if (put != static_cast<ssize_t>(sizeof field)) return Failed("pwrite", put < 0 ? errno : EIO);
+    return 0;
+  }
 }
 
 long FragmentWriter::WriteAll(const void* data, size_t size) {

@@ -44,6 +44,11 @@ class FragmentWriter {
   // (borrowed), a shared-memory segment.
   long WriteFrom(const Sample& sample, int descriptor);
 
+  // Makes the last picture written last `duration` (in its track's timescale): the slots
+  // after it had no picture, and it holds the screen until the end of the take, as long as
+  // the sound runs. Rewrites four bytes of that picture's fragment in place.
+  long ExtendLastPicture(uint32_t duration);
+
   // Bytes of the file that hold only the header and complete fragments.
   uint64_t CompleteBytes() const { return mCompleteBytes; }
   long FirstError() const { return mFirstError; }
@@ -62,9 +67,11 @@ class FragmentWriter {
   std::string mPath;
   int mFd = -1;
   uint32_t mSequence = 0;        // of the last fragment written
+  int64_t mLastPictureDuration = -1;  // where the last picture's duration field lies, or -1
   uint64_t mCompleteBytes = 0;   // the header and the fragments written whole
   long mFirstError = 0;
   uint8_t mHeader[128];
+  size_t mHeaderDurationAt = 0;  // offset of the sample duration in mHeader
 };
 
 }  // namespace KTN

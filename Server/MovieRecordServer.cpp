@@ -193,7 +193,7 @@ long MovieRecordServer::FinishRecording() {
   mQueue->Drain();
   long writeError = mQueue->FirstError();
   mQueue.reset();
-  long finishError = mWriter.Finish();
+  long finishError = mWriter.Finish(mNextFrame);
   return writeError ? writeError : finishError;
 }
 

@@ -107,6 +107,7 @@ long MovieWriter::Open(const MovieSettings& settings) {
   if (long rc = CheckSettings(settings)) return rc;
   mSettings = settings;
   mFirstError = 0;
+  mLastPicture = -1;
   int rc = avformat_alloc_output_context2(&mFormat, nullptr, "mov", mSettings.path.c_str());
   if (rc < 0 || !mFormat) {
     Release();
@@ -261,6 +262,7 @@ long MovieWriter::WritePacket(AVPacket* packet) {
   sample.duration = static_cast<uint32_t>(av_rescale_q(1, mFrameTime, mVideoStream->time_base));
   sample.size = static_cast<uint32_t>(packet->size);
   long rc = mFragments.Write(sample, packet->data);
+  if (!rc) mLastPicture = av_rescale_q(packet->pts, mEncoder->time_base, mFrameTime);
   av_packet_unref(packet);
   return Record(rc);
 }
@@ -275,7 +277,9 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
     sample.decodeTime = static_cast<uint64_t>(av_rescale_q(frameIndex, mFrameTime, mVideoStream->time_base));
     sample.duration = static_cast<uint32_t>(av_rescale_q(1, mFrameTime, mVideoStream->time_base));
     sample.size = static_cast<uint32_t>(segment.OpenedSize());
-    return Record(mFragments.WriteFrom(sample, segment.Descriptor()));
+    long rc = mFragments.WriteFrom(sample, segment.Descriptor());
+    if (!rc) mLastPicture = frameIndex;
+    return Record(rc);
   }
   void* pixels = nullptr;
   if (long rc = segment.MapOpened(pixels)) return Record(rc);
@@ -333,9 +337,13 @@ long MovieWriter::WriteAudio(Core::SharedMemory& segment, int64_t firstSample) {
   return Record(mFragments.WriteFrom(sample, segment.Descriptor()));
 }
 
-long MovieWriter::Finish() {
+long MovieWriter::Finish(int64_t videoSlots) {
   if (!IsOpen()) return 0;
   if (mEncoder && !mFirstError) Encode(nullptr);
+  if (!mFirstError && mVideoStream && mLastPicture >= 0 && videoSlots > mLastPicture + 1) {
+    Record(mFragments.ExtendLastPicture(
+        static_cast<uint32_t>(av_rescale_q(videoSlots - mLastPicture, mFrameTime, mVideoStream->time_base))));
+  }
   // A failed write left a torn fragment, which Close cuts off: the complete fragments
   // before it are the take.
   Record(mFragments.Close());

@@ -69,9 +69,11 @@ class MovieWriter {
   // firstSample.
   long WriteAudio(Core::SharedMemory& segment, int64_t firstSample);
 
-  // Flushes the encoder, writes the index (trailer) and closes the file. Returns the
-  // first error of the recording or of finishing it.
-  long Finish();
+  // Flushes the encoder, writes the index and closes the file. videoSlots, when known, is
+  // the number of frame slots the take has: slots after the last picture (given up or
+  // dropped) are held by that picture, so that the pictures last as long as the sound.
+  // Returns the first error of the recording or of finishing it.
+  long Finish(int64_t videoSlots = -1);
 
   bool IsOpen() const { return mFormat != nullptr; }
 
@@ -102,6 +104,7 @@ class MovieWriter {
   AVPacket* mPacket = nullptr;
   FragmentWriter mFragments;
   AVRational mFrameTime = {0, 1};      // one frame, in seconds
+  int64_t mLastPicture = -1;           // frame number of the last picture written
   long mFirstError = 0;
 };
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -515,13 +516,15 @@ TEST(QTRecordServerTest, FullBacklogDropsFramesButKeepsTheirTime) {
   EXPECT_EQ(10 * 1602, movie.audio.totalDuration) << "no sound is dropped";
 }
 
-// Slots whose pictures the plug-in gave up stay empty: later pictures keep their own times
-// and the sound, handed over for every slot, stays in step with them.
+// Slots whose pictures the plug-in gave up stay empty: later pictures keep their own times,
+// the last picture holds the screen through the slots given up after it, and the sound,
+// handed over for every slot, stays in step with the pictures.
 TEST(QTRecordServerTest, SkippedSlotsStayEmptyAndTheSoundGoesOn) {
   ScratchFolder folder;
   std::string path = folder.File("skipped.mov");
   const Take& take = kTakes[0];  // 2vuy NTSC at 29.97
   const std::vector<int> pictures = {0, 1, 5, 6, 7};
+  constexpr int kSlots = 10;     // the last two given up too
   {
     ServerSession session;
     ASSERT_EQ(0, session.Status());
@@ -529,7 +532,7 @@ TEST(QTRecordServerTest, SkippedSlotsStayEmptyAndTheSoundGoesOn) {
     EXPECT_EQ(22, client.SkipVideo(1)) << "no recording to skip frames in";
     ASSERT_EQ(0, Configure(client, take, path));
     int next = 0;
-    for (int slot = 0; slot < 8; ++slot) {
+    for (int slot = 0; slot < kSlots; ++slot) {
       if (std::find(pictures.begin(), pictures.end(), slot) != pictures.end()) {
         if (slot > next) {
           ASSERT_EQ(0, client.SkipVideo(static_cast<unsigned long long>(slot - next)));
@@ -539,6 +542,7 @@ TEST(QTRecordServerTest, SkippedSlotsStayEmptyAndTheSoundGoesOn) {
       }
       ASSERT_EQ(0, HandOver(client, kAudioShmKey, AudioPayload(take, slot, 1602), false));
     }
+    ASSERT_EQ(0, client.SkipVideo(static_cast<unsigned long long>(kSlots - next)));
     EXPECT_EQ(0, client.Stop());
   }
   ProbedMovie movie = ProbeMovie(path, true);
@@ -549,11 +553,17 @@ TEST(QTRecordServerTest, SkippedSlotsStayEmptyAndTheSoundGoesOn) {
               movie.video.pts[i] * static_cast<int64_t>(take.timescale) * movie.video.timeBaseNum)
         << "picture " << pictures[i];
   }
-  EXPECT_EQ(8 * take.duration * movie.video.timeBaseDen,
+  EXPECT_EQ(kSlots * take.duration * movie.video.timeBaseDen,
             movie.video.totalDuration * static_cast<int64_t>(take.timescale) * movie.video.timeBaseNum)
       << "the pictures last as long as the sound";
-  EXPECT_EQ(8 * 1602, movie.audio.totalDuration);
-  EXPECT_EQ("5,8", QtdemuxBufferCounts(path));
+  EXPECT_EQ(kSlots * 1602, movie.audio.totalDuration);
+  EXPECT_EQ("5," + std::to_string(kSlots), QtdemuxBufferCounts(path));
+  // As ffprobe reads them: the two streams' durations agree within a frame.
+  double videoSeconds = 0, audioSeconds = 0;
+  ASSERT_EQ(2, sscanf(CommandOutput("ffprobe -v error -show_entries stream=duration -of csv=p=0 '" + path + "'").c_str(),
+                      "%lf %lf", &videoSeconds, &audioSeconds));
+  EXPECT_NEAR(kSlots * static_cast<double>(take.duration) / take.timescale, videoSeconds, 1e-6);
+  EXPECT_LT(std::fabs(videoSeconds - audioSeconds), static_cast<double>(take.duration) / take.timescale);
 }
 
 // The writer's settings for a take, as Prepare makes them from the recorder's setters.
