@@ -32,10 +32,11 @@ typedef std::deque<IVeldranAudioInputPacket*> audio_deque_t;
 constexpr uint32_t kCapPrivMagic = 0x200F1;
 
 // How long the queues can hold frames the server has not taken (a stall of the server or
-// of the disk beyond the server's own backlog): pictures beyond it are given up, their
-// slots kept. Sound is given up only beyond kSoundQueueSeconds, far past the point where a
+// of the disk beyond the server's own backlog), and a few pictures more: pictures beyond
+// it are given up, their slots kept. Sound is given up only beyond kSoundQueueSeconds, far past the point where a
 // server that takes nothing is given up as hung.
 constexpr double kVideoQueueSeconds = 2.5;
+constexpr size_t kVideoQueueSpare = 4;
 constexpr double kSoundQueueSeconds = 15.0;
 
 // One service call hands over for about kServiceWorkMillis, then reports, so that the host

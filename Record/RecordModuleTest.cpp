@@ -556,8 +556,8 @@ TEST_F(CallbackTest, PicturesBeyondTwoAndAHalfSecondsAreGivenUpAndTheirSlotsKept
   recCapParmsRec8 parms = Parms(mFolder + "/bounded.mov");
   ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
   ASSERT_EQ(rmNoErr, Start(mInstance));
-  constexpr int kLimit = 63;  // 2.5 seconds of PAL, rounded up
-  constexpr int kSlots = 70;
+  constexpr int kLimit = 63 + 4;  // 2.5 seconds of PAL, rounded up, and four more
+  constexpr int kSlots = 75;
   std::vector<FakeVideoInputFrame*> frames;
   FakeAudioPacket* packet = new FakeAudioPacket(1920, 2, 2);
   for (int i = 0; i < kSlots; ++i) {

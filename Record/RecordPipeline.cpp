@@ -257,7 +257,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
     long rc = 0;
     Core::Lock lock(instance->queueLock, &rc);
     if (rc) KTN_LOG("Lock returned %ld", rc);
-    instance->videoQueueLimit = static_cast<size_t>(kVideoQueueSeconds * framesPerSecond + 0.999);
+    instance->videoQueueLimit = static_cast<size_t>(kVideoQueueSeconds * framesPerSecond + 0.999) + kVideoQueueSpare;
     instance->soundQueueLimit = static_cast<size_t>(kSoundQueueSeconds * framesPerSecond + 0.999);
     instance->soundGivenUp = false;
   }

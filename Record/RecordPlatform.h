@@ -18,7 +18,8 @@ void SetRecordServerPathForTesting(const char* path);
 // there is no NUL within maxUnits or the text is not valid UTF-16.
 bool Utf16ToUtf8(const uint16_t* text, int maxUnits, std::string& utf8);
 
-// Creates the file at path empty, replacing one that exists: 0 or the errno.
+// Creates the file at path empty, replacing one that exists: 0 or the errno, with one failure
+// line naming the system's reason.
 long CreateEmptyFile(const char* path);
 
 // The scope in which the host's selectors run (an autorelease pool where the platform has

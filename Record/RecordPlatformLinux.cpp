@@ -73,7 +73,11 @@ bool Utf16ToUtf8(const uint16_t* text, int maxUnits, std::string& utf8) {
 
 long CreateEmptyFile(const char* path) {
   int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) return errno;
+  if (fd < 0) {
+    long error = errno;
+    KTN_LOG("open(%s) failed with errno %ld (%s)", path, error, strerror(errno));
+    return error;
+  }
   close(fd);
   return 0;
 }

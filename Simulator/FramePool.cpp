@@ -32,6 +32,7 @@ FramePool::FramePool(size_t bufferBytes, size_t count) : mBufferBytes(bufferByte
   if (madvise(mPages, mMappedBytes, MADV_POPULATE_WRITE) != 0) {
     for (size_t at = 0; at < mMappedBytes; at += page) mPages[at] = 0;
   }
+  mContentTags.assign(count, 0);
   mFree.reserve(count);
   for (size_t i = count; i-- > 0;) mFree.push_back(mPages + i * mStride);
 }
@@ -52,6 +53,14 @@ void FramePool::Give(uint8_t* buffer) {
   if (!buffer) return;
   std::lock_guard<std::mutex> guard(mLock);
   mFree.push_back(buffer);
+}
+
+uint64_t FramePool::ContentTag(const uint8_t* buffer) const {
+  return mContentTags[static_cast<size_t>(buffer - mPages) / mStride];
+}
+
+void FramePool::SetContentTag(const uint8_t* buffer, uint64_t tag) {
+  mContentTags[static_cast<size_t>(buffer - mPages) / mStride] = tag;
 }
 
 size_t FramePool::FreeCount() {

@@ -33,6 +33,22 @@ class FramePool {
   void Give(uint8_t* buffer);
   // Buffers not taken at the moment.
   size_t FreeCount();
+  // What a taken buffer holds, as the card last said (0 at first): a card that knows a
+  // buffer holds the picture's unchanging parts already writes only what changes. Only
+  // for the holder of the buffer.
+  uint64_t ContentTag(const uint8_t* buffer) const;
+  void SetContentTag(const uint8_t* buffer, uint64_t tag);
+  // Calls paint with every buffer not taken, whose tag it then sets to tag: the card
+  // prepares its memory before the stream starts. Not while frames are being taken.
+  template <typename Paint>
+  void PaintFree(uint64_t tag, Paint paint) {
+    std::lock_guard<std::mutex> guard(mLock);
+    for (uint8_t* buffer : mFree) {
+      if (mContentTags[static_cast<size_t>(buffer - mPages) / mStride] == tag) continue;
+      paint(buffer);
+      mContentTags[static_cast<size_t>(buffer - mPages) / mStride] = tag;
+    }
+  }
 
  private:
   const size_t mBufferBytes;
@@ -43,6 +59,8 @@ class FramePool {
   // Protects mFree.
   std::mutex mLock;
   std::vector<uint8_t*> mFree;
+  // One a buffer; each touched only by the buffer's holder.
+  std::vector<uint64_t> mContentTags;
 };
 
 }  // namespace Sim

@@ -20,6 +20,8 @@
 #include "Capture/APICapture.h"
 #include "Capture/VeldranAPILoader.h"
 #include "Simulator/SimulatedCardLoader.h"
+#include "Simulator/SimulatedModes.h"
+#include "Simulator/TestSignal.h"
 #include "Util/CapturedStderr.h"
 
 namespace KTN {
@@ -334,6 +336,24 @@ TEST(SimulatedCardTest, EveryFrameDiffersFromItsNeighbours) {
     EXPECT_NE(seen[n].picture, seen[n + 1].picture) << n;
     EXPECT_TRUE(std::equal(seen[n].picture.begin(), seen[n].picture.begin() + barBytes, seen[n + 1].picture.begin()))
         << "the bars stay where they are";
+  }
+}
+
+// The ring's buffers serve picture after picture: a buffer used again holds exactly the
+// new picture (the card paints only what changed over what it held).
+TEST(SimulatedCardTest, ReusedBuffersHoldTheWholeNewPicture) {
+  SimulatedCard card;
+  constexpr int kFrames = 150;  // more than twice the ring of PAL
+  std::vector<Seen> seen = Record(card, ktnModePAL, 25000, ktnFormat10BitYUV, kFrames, kFrames);
+  ASSERT_EQ(static_cast<size_t>(kFrames), seen.size());
+  const Sim::SimulatedMode* mode = Sim::FindSimulatedMode(ktnModePAL);
+  ASSERT_NE(nullptr, mode);
+  Sim::TestSignal signal(*mode, ktnFormat10BitYUV);
+  std::vector<uint8_t> expected(signal.FrameBytes());
+  for (const Seen& frame : seen) {
+    int64_t n = frame.frameTime / 1000;
+    signal.Render(n, expected.data());
+    ASSERT_TRUE(frame.picture == expected) << "picture " << n;
   }
 }
 

@@ -167,6 +167,9 @@ VeldranResult SimulatedInput::StartStreams() {
       return kVeldranOutOfMemory;
     }
   }
+  // The bars go into every buffer now, as the card's memory is prepared before a stream:
+  // each picture then only paints its box.
+  if (!mSource) mPool->PaintFree(mSignal->Id(), [this](uint8_t* buffer) { mSignal->Render(0, buffer); });
   mDroppedHeld = mDroppedLate = 0;
   Util::CTimeCode start = Util::CTimeCode::FromStr(mMode->timecodeFormat, mSettings.timecodeStart);
   mTimecodeStart = start.ToFrame(mMode->timecodeFormat);
@@ -238,7 +241,14 @@ void SimulatedInput::MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFr
       Util::CTimeCode timecode = Util::CTimeCode::FromFrame(
           mode.timecodeFormat, static_cast<int>(mTimecodeStart + mTimecodeFrame), Util::tcfUnknown);
       SimulatedVideoFrame* frame = new SimulatedVideoFrame(mPool, buffer, mode, mPixelFormat, n, timecode, mSettings);
-      if (!mSource || !mSource->Render(buffer)) mSignal->Render(n, buffer);
+      if (mSource && mSource->Render(buffer)) {
+        mPool->SetContentTag(buffer, 0);
+      } else {
+        // A buffer that held an earlier picture of this signal keeps its bars: only the
+        // box is painted again, about a twelfth of the picture.
+        mSignal->Render(n, buffer, mPool->ContentTag(buffer) == mSignal->Id());
+        mPool->SetContentTag(buffer, mSignal->Id());
+      }
       *video = frame;
     } else {
       ++mDroppedHeld;

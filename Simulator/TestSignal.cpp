@@ -4,8 +4,19 @@
 #include <math.h>
 #include <string.h>
 
+#include <atomic>
+
 namespace KTN {
 namespace Sim {
+
+namespace {
+
+uint64_t NextSignalId() {
+  static std::atomic<uint64_t> last{0};
+  return ++last;
+}
+
+}  // namespace
 
 const double kBarColours[7][3] = {
     {0.75, 0.75, 0.75}, {0.75, 0.75, 0}, {0, 0.75, 0.75}, {0, 0.75, 0}, {0.75, 0, 0.75}, {0.75, 0, 0}, {0, 0, 0.75},
@@ -24,7 +35,8 @@ TestSignal::TestSignal(const SimulatedMode& mode, uint32_t pixelFormat)
       mBoxPixels(static_cast<size_t>(mode.width)),
       mBoxRow(mRowBytes),
       mBlack(ColourPixel(0, 0, 0, mode.hd)),
-      mWhite(ColourPixel(1, 1, 1, mode.hd)) {
+      mWhite(ColourPixel(1, 1, 1, mode.hd)),
+      mId(NextSignalId()) {
   std::vector<Pixel> bars(static_cast<size_t>(mWidth));
   for (int x = 0; x < mWidth; ++x) {
     const double* colour = kBarColours[x * 7 / mWidth];
@@ -44,8 +56,8 @@ int TestSignal::BoxLeft(int64_t n) const {
   return static_cast<int>((n * mBoxStep) % (travel > 0 ? travel : 1)) & ~1;
 }
 
-void TestSignal::Render(int64_t n, uint8_t* frame) {
-  memcpy(frame, mBase.data(), mBase.size());
+void TestSignal::Render(int64_t n, uint8_t* frame, bool holdsPicture) {
+  if (!holdsPicture) memcpy(frame, mBase.data(), mBase.size());
   int left = BoxLeft(n);
   for (int x = 0; x < mWidth; ++x) mBoxPixels[x] = x >= left && x < left + mBoxSize ? mWhite : mBlack;
   PackRow(mFormat, mBoxPixels.data(), mWidth, mBoxRow.data());

@@ -24,8 +24,12 @@ class TestSignal {
   int BarRows() const { return mBarRows; }
 
   // Writes picture number n (FrameBytes bytes). The box's place depends on n, so every
-  // picture differs from its neighbours. Costs a copy of the frame and a few rows.
-  void Render(int64_t n, uint8_t* frame);
+  // picture differs from its neighbours. Costs a copy of the frame and a few rows; when
+  // frame holds a picture of this signal already (holdsPicture), only the box's rows, which
+  // are all that differ from one picture to the next.
+  void Render(int64_t n, uint8_t* frame, bool holdsPicture = false);
+  // Tells this signal's pictures from those of any other signal of the process (never 0).
+  uint64_t Id() const { return mId; }
 
   // Left edge of the box in picture n, in pixels.
   int BoxLeft(int64_t n) const;
@@ -46,6 +50,7 @@ class TestSignal {
   std::vector<uint8_t> mBoxRow;
   Pixel mBlack;
   Pixel mWhite;
+  uint64_t mId;
 };
 
 // The sound: channel k carries a (k + 1) kHz sine at -20 dBFS, continuous in phase.
