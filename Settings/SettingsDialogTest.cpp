@@ -203,11 +203,13 @@ TEST_F(SettingsDialogTest, HardwareFlagsDecide10BitFormats) {
 }
 
 TEST_F(SettingsDialogTest, NtscDvRecordStillSelectsItsStandard) {
-  mCard.modes = {Mode(720, 486, RateOf(1))};
-  mSettings = SignedCaptureSettings(1, 4, 2, 16, 48000);  // height 480
+  mCard.modes = {Mode(720, 486, RateOf(3))};
+  // "NTSC 16x9" is the second item: selecting it shows that the width alone matched.
+  mSettings = SignedCaptureSettings(3, 4, 2, 16, 48000);  // height 480
   ASSERT_EQ(480u, mSettings.height);
   Menus menus = MenusShown();
-  EXPECT_EQ("NTSC 4x3", menus.selectedStandard);
+  ASSERT_EQ(std::vector<std::string>({"NTSC 4x3", "NTSC 16x9"}), menus.standards);
+  EXPECT_EQ("NTSC 16x9", menus.selectedStandard);
   EXPECT_EQ("DV NTSC", menus.selectedFormat);
 }
 
