@@ -213,6 +213,28 @@ TEST_F(SettingsDialogTest, NtscDvRecordStillSelectsItsStandard) {
   EXPECT_EQ("DV NTSC", menus.selectedFormat);
 }
 
+TEST_F(SettingsDialogTest, WithoutAMatchingRowTheFirstStandardIsSelected) {
+  // A card that receives only HD, and the NTSC record of the defaults.
+  mCard.modes = {Mode(1920, 1080, RateOf(13)), Mode(1920, 1080, RateOf(19))};
+  Menus menus = MenusShown();
+  ASSERT_EQ(std::vector<std::string>({"-", "HD 1080p 25", "HD 1080i 50"}), menus.standards);
+  EXPECT_EQ("HD 1080p 25", menus.selectedStandard) << "the leading separator is never the selection";
+  EXPECT_EQ(std::vector<std::string>({"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2",
+                                      "Uncompressed RGB 10-bit 4:4:4", "JPEG"}),
+            menus.formats);
+  // OK then stores that standard.
+  bool cancelled = true;
+  EXPECT_EQ(0, RunDialog(
+                   [](QDialog* dialog) {
+                     QTest::mouseClick(dialog->findChild<QPushButton*>("okButton"), Qt::LeftButton);
+                   },
+                   &cancelled));
+  EXPECT_FALSE(cancelled);
+  EXPECT_EQ(FourCC("Hp25"), mSettings.displayMode);
+  EXPECT_EQ(1920u, mSettings.width);
+  EXPECT_EQ(13, UserDefaults::Standard().IntegerForKey(kVideoStandardKey));
+}
+
 TEST_F(SettingsDialogTest, OkStoresTheChoice) {
   mCard.modes = {Mode(720, 486, RateOf(1)), Mode(1920, 1080, RateOf(13))};
   bool cancelled = true;
