@@ -93,6 +93,9 @@ QDialog* CaptureSettingsWindowController::window() {
   connect(mFormatPopup, QOverload<int>::of(&QComboBox::activated), this, &CaptureSettingsWindowController::formatMenuChanged);
   connect(okButton, &QPushButton::clicked, this, &CaptureSettingsWindowController::ok);
   connect(cancelButton, &QPushButton::clicked, this, &CaptureSettingsWindowController::cancel);
+  // Escape rejects the dialog, which hides it without a close event: it cancels as the
+  // Cancel button does, so that the host keeps its previous settings.
+  connect(dialog, &QDialog::rejected, this, &CaptureSettingsWindowController::cancel);
   dialog->installEventFilter(this);
   mCancelled = false;  // awakeFromNib
   return dialog;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <QApplication>
 #include <QComboBox>
@@ -277,6 +278,20 @@ TEST_F(SettingsDialogTest, ClosingTheWindowIsACancel) {
   bool cancelled = false;
   EXPECT_EQ(0, RunDialog([](QDialog* dialog) { dialog->close(); }, &cancelled));
   EXPECT_TRUE(cancelled);
+}
+
+TEST_F(SettingsDialogTest, EscapeIsACancel) {
+  mCard.modes = {Mode(720, 486, RateOf(1)), Mode(1920, 1080, RateOf(13))};
+  CaptureSettings before = mSettings;
+  bool cancelled = false;
+  EXPECT_EQ(0, RunDialog(
+                   [](QDialog* dialog) {
+                     Choose(dialog, "mStandardPopup", "HD 1080p 25");
+                     QTest::keyClick(dialog, Qt::Key_Escape);
+                   },
+                   &cancelled));
+  EXPECT_TRUE(cancelled) << "the host must keep its previous settings";
+  EXPECT_EQ(0, memcmp(&before, &mSettings, sizeof before));
 }
 
 TEST_F(SettingsDialogTest, DeviceThatCannotListItsModesShowsNoDialog) {
