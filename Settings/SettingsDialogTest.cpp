@@ -112,7 +112,11 @@ class SettingsDialogTest : public testing::Test {
   // Runs the dialog; action is called with it once it is shown and must end it.
   long RunDialog(const std::function<void(QDialog*)>& action, bool* cancelled = nullptr) {
     LinuxSettingsDialog dialog(mHost.StdParms(), &mSettings, SETTINGS_UI);
-    QTimer::singleShot(50, [&action] {
+    // The timer dies with this call: a dialog that is never shown leaves no timer behind to
+    // fire into a later test's dialog with this action gone.
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, [&action] {
       for (QWidget* widget : QApplication::topLevelWidgets()) {
         QDialog* shown = qobject_cast<QDialog*>(widget);
         if (shown && shown->isVisible() && shown->objectName() == "Settings") {
@@ -121,6 +125,7 @@ class SettingsDialogTest : public testing::Test {
         }
       }
     });
+    timer.start(50);
     long rc = dialog.Run(&mInstance);
     if (cancelled) *cancelled = dialog.Cancelled();
     return rc;
