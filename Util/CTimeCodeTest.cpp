@@ -1,6 +1,8 @@
 // Tests of CTimeCode and the relative-timecode parsers, table-driven where the cases repeat.
 #include <gtest/gtest.h>
 
+#include <stdio.h>
+
 #include <string>
 #include <vector>
 

@@ -1,9 +1,11 @@
 // Tests of the plain TimeCode record functions and the format functions, table-driven.
 #include <gtest/gtest.h>
 
+#include <stdio.h>
 #include <string.h>
 
 #include <string>
+#include <vector>
 
 #include "Util/TimeCode.h"
 
