@@ -415,6 +415,13 @@ void CTimeCode::SetFields(const TimeCode& record) {
   frames = record.frames;
 }
 
+void CTimeCode::CopyFieldsTo(TimeCode& record) const {
+  record.hours = hours;
+  record.minutes = minutes;
+  record.seconds = seconds;
+  record.frames = frames;
+}
+
 void CTimeCode::Set(const char* text) {
   TimeCode record = {};
   ConvertStringToTimeCode(text, &record);
@@ -539,9 +546,13 @@ TimeCode CTimeCode::ToSerialTc(bool roundUp) const {
 }
 
 std::string CTimeCode::ToString(bool colonOnly) const {
-  char text[24];
-  snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", hours, minutes, seconds,
-           tcfIsDrop(format) && !colonOnly ? ';' : ':', frames);
+  // The record's text form: two characters a field whatever the value, so the text is
+  // always eleven characters long.
+  TimeCode record = {};
+  CopyFieldsTo(record);
+  record.dropFrame = tcfIsDrop(format) && !colonOnly;
+  char text[12];
+  ConvertTimeCodeToString(&record, text);
   return text;
 }
 

@@ -136,7 +136,8 @@ class CTimeCode {
   unsigned ToBCD() const;
   unsigned ToSerialBCD(bool roundUp) const;
   TimeCode ToSerialTc(bool roundUp) const;
-  // "HH:MM:SS:FF", ';' before the frames for drop-frame unless colonOnly.
+  // "HH:MM:SS:FF", ';' before the frames for drop-frame unless colonOnly; two characters
+  // a field, as ConvertTimeCodeToString writes them, also for fields above 99.
   std::string ToString(bool colonOnly) const;
 
   // Arithmetic in this timecode's format. Subtract never goes below zero.
@@ -164,6 +165,8 @@ class CTimeCode {
  private:
   // Copies the four fields of a plain record; the format is kept.
   void SetFields(const TimeCode& record);
+  // Copies the four fields into a plain record; its other fields are untouched.
+  void CopyFieldsTo(TimeCode& record) const;
   // hours << 24 | minutes << 16 | seconds << 8 | frameByte.
   uint32_t Packed(uint8_t frameByte) const;
 };
