@@ -268,11 +268,18 @@ int32_t CompareTimeCodes(const TimeCode* a, const TimeCode* b, bool wrap) {
 }
 
 uint32_t ConvertMovieDurationToFrameCount(int duration, int movieTimeScale, const TimeCode* tc) {
-  int whole = duration / movieTimeScale;
-  int rest = duration - whole * movieTimeScale;
-  unsigned units = static_cast<unsigned>(ceil(rest * (static_cast<double>(tc->timeScale) / movieTimeScale)));
+  // Counted in 64 bits, where every quotient of two ints fits (INT_MIN / -1 included).
+  int64_t whole = static_cast<int64_t>(duration) / movieTimeScale;
+  int64_t rest = duration - whole * movieTimeScale;
+  // The partial second in the record's time units, rounded up: below zero only when the
+  // duration is, and smaller than the time scale in magnitude.
+  double scale = static_cast<double>(tc->timeScale) / movieTimeScale;
+  int64_t units = static_cast<int64_t>(ceil(static_cast<double>(rest) * scale));
   // The partial second is rounded up to whole frames.
-  return static_cast<uint32_t>(whole) * tc->framesPerSecond + (tc->frameDuration - 1 + units) / tc->frameDuration;
+  int64_t frameDuration = tc->frameDuration;
+  int64_t frames = whole * tc->framesPerSecond + (frameDuration - 1 + units) / frameDuration;
+  // A duration before zero needs no frames; one beyond what the count holds needs them all.
+  return static_cast<uint32_t>(std::clamp<int64_t>(frames, 0, UINT32_MAX));
 }
 
 // ---- Format functions ----

@@ -69,7 +69,8 @@ int32_t NormaliseFrameCount(int frameCount, const TimeCode* tc);
 void SetTimeCodeTimeWithInts(TimeCode* tc, unsigned hours, unsigned minutes, unsigned seconds, unsigned frames);
 // Signed difference a - b, 0 when equal; wrap takes the shorter way round midnight.
 int32_t CompareTimeCodes(const TimeCode* a, const TimeCode* b, bool wrap);
-// Frames needed to cover duration units of movieTimeScale at tc's rate, rounded up.
+// Frames needed to cover duration units of movieTimeScale at tc's rate, rounded up: 0 for a
+// duration before zero, UINT32_MAX for one beyond what the count holds.
 uint32_t ConvertMovieDurationToFrameCount(int duration, int movieTimeScale, const TimeCode* tc);
 
 // Integer frames per second of a format (24, 25, 30, 50, 60); 0 when unknown.

@@ -1,6 +1,8 @@
 // Tests of the plain TimeCode record functions and the format functions, table-driven.
 #include <gtest/gtest.h>
 
+#include <limits.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -338,6 +340,28 @@ TEST(TimeCodeTest, MovieDurationRoundsUpToWholeFrames) {
   EXPECT_EQ(26u, ConvertMovieDurationToFrameCount(601, 600, &tc));
   EXPECT_EQ(75u, ConvertMovieDurationToFrameCount(1800, 600, &tc));
   EXPECT_EQ(13u, ConvertMovieDurationToFrameCount(300, 600, &tc));
+}
+
+struct MovieDurationCase {
+  int duration;
+  int movieTimeScale;
+  uint32_t frames;
+};
+
+// At 25000/1000: a duration before zero needs no frames, and one beyond what 32 bits count
+// needs them all.
+const MovieDurationCase kExtremeMovieDurations[] = {
+    {-1, 600, 0},          {-300, 600, 0},           {-600, 600, 0},         {-601, 600, 0},
+    {600, -600, 0},        {-600, -600, 25},         {-601, -600, 26},       {INT_MIN, 600, 0},
+    {INT_MIN, -1, UINT32_MAX}, {INT_MAX, 1, UINT32_MAX}, {INT_MAX, INT_MAX, 25}, {0, 600, 0},
+};
+
+TEST(TimeCodeTest, MovieDurationsOutsideTheCountsRange) {
+  TimeCode tc = Record(kFormatCases[2], 0, 0, 0, 0);
+  for (const MovieDurationCase& c : kExtremeMovieDurations) {
+    EXPECT_EQ(c.frames, ConvertMovieDurationToFrameCount(c.duration, c.movieTimeScale, &tc))
+        << c.duration << " / " << c.movieTimeScale;
+  }
 }
 
 }  // namespace
