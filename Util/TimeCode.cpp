@@ -2,6 +2,7 @@
 // Depends on nothing but the standard library: it is shared by every program of the system.
 #include "Util/TimeCode.h"
 
+#include <limits.h>
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -78,6 +79,18 @@ unsigned DropConstant(unsigned framesPerSecond) {
 int fcFromDropRawFc(int raw, int tps) {
   int minutes = raw / (tps * 60);
   return raw - (minutes - minutes / 10) * (tps / 15);
+}
+
+// A count held within int's range.
+int ClampToInt(int64_t count) {
+  return static_cast<int>(std::clamp<int64_t>(count, INT_MIN, INT_MAX));
+}
+
+// A whole count in a double held within int's range.
+int ClampToInt(double count) {
+  if (count >= static_cast<double>(INT_MAX)) return INT_MAX;
+  if (count <= static_cast<double>(INT_MIN)) return INT_MIN;
+  return static_cast<int>(count);
 }
 
 uint32_t PackedWord(unsigned hours, unsigned minutes, unsigned seconds, uint32_t frames) {
@@ -355,13 +368,16 @@ int tcfConvertFrameCount(int frameCount, TimeCodeFormat from, TimeCodeFormat to,
   if (from == to) return frameCount;
   int source = tcfToTps(from);
   int destination = tcfToTps(to);
-  if (destination % source == 0) return frameCount * (destination / source);
+  // Counted in 64 bits: a count that fits int keeps its exact value (rounding INT_MAX up
+  // included), and one that does not is held at INT_MAX or INT_MIN.
+  int64_t count = frameCount;
+  if (destination % source == 0) return ClampToInt(count * (destination / source));
   if (source % destination == 0) {
-    if (roundUp && frameCount % 2 != 0) ++frameCount;
-    return frameCount / (source / destination);
+    if (roundUp && count % 2 != 0) ++count;
+    return ClampToInt(count / (source / destination));
   }
   double scaled = static_cast<double>(frameCount) * destination / source;
-  return static_cast<int>(roundUp ? ceil(scaled) : scaled);
+  return ClampToInt(roundUp ? ceil(scaled) : trunc(scaled));
 }
 
 // ---- CTimeCode ----

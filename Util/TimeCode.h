@@ -89,7 +89,8 @@ TimeCodeFormat tcfFromFps(double fps, bool drop);
 // The format of a rate pair; serialTps (-1 for none) asks for the serial format when the
 // rate counts twice as fast.
 TimeCodeFormat tcfFromDuration(unsigned frameDuration, unsigned timeScale, bool drop, int serialTps);
-// A frame count in from's counting converted to to's.
+// A frame count in from's counting converted to to's; a result beyond int's range is held
+// at INT_MAX or INT_MIN.
 int tcfConvertFrameCount(int frameCount, TimeCodeFormat from, TimeCodeFormat to, bool roundUp);
 
 // A timecode that carries its own format and does its arithmetic through frame counts in

@@ -290,6 +290,24 @@ TEST(TimeCodeTest, ConvertingFrameCountsBetweenFormats) {
   }
 }
 
+// Counts whose conversion leaves the range of int: the result is held at INT_MAX or INT_MIN.
+// A count that fits keeps its exact value, also when rounding up would pass INT_MAX first.
+const ConvertCase kExtremeConvertCases[] = {
+    {INT_MAX, tcf25, tcf50, false, INT_MAX},      {INT_MIN, tcf25, tcf50, false, INT_MIN},
+    {INT_MAX - 1, tcf2997, tcf5994, true, INT_MAX}, {INT_MAX, tcf50, tcf25, true, 1073741824},
+    {INT_MAX, tcf50, tcf25, false, 1073741823},   {INT_MIN, tcf5994, tcf2997, true, -1073741824},
+    {INT_MAX, tcf24, tcf25, false, INT_MAX},      {INT_MAX, tcf24, tcf25, true, INT_MAX},
+    {INT_MIN, tcf24, tcf25, false, INT_MIN},      {INT_MAX, tcf30, tcf25, false, 1789569705},
+    {INT_MIN, tcf30, tcf25, true, -1789569706},
+};
+
+TEST(TimeCodeTest, ConvertingExtremeFrameCountsStaysInRange) {
+  for (const ConvertCase& c : kExtremeConvertCases) {
+    EXPECT_EQ(c.expected, tcfConvertFrameCount(c.count, c.from, c.to, c.roundUp))
+        << c.count << " " << c.from << "->" << c.to << " " << c.roundUp;
+  }
+}
+
 TEST(TimeCodeTest, LooseNumbersCarryAndWrap) {
   const FormatCase& pal = kFormatCases[2];
   TimeCode tc = Record(pal, 0, 0, 0, 0);
