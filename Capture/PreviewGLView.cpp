@@ -98,6 +98,11 @@ void PreviewGLView::setView(const prFloatRect* rect) {
   doneCurrent();
 }
 
+std::array<double, 4> PreviewGLView::Projection() {
+  std::lock_guard<std::recursive_mutex> guard(mLock);
+  return mOrtho;
+}
+
 void PreviewGLView::setDisplay(const pmDisplayPos* display) {
   std::lock_guard<std::recursive_mutex> guard(mLock);
   mViewport = {display->rect[1], display->rect[0], display->rect[2], display->rect[3]};

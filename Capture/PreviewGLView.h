@@ -30,6 +30,8 @@ class PreviewGLView : public QOpenGLWidget {
   void updateVideoFrame(IVeldranVideoFrame* frame);
   // The projection: the part of the picture shown, (0, 0, 1, 1) being all of it.
   void setView(const prFloatRect* rect);
+  // The projection's bounds as given to glOrtho: left, right, bottom, top.
+  std::array<double, 4> Projection();
   // Clears, and sets the viewport from the display rectangle (x is its second integer, y
   // its first, width and height the third and fourth).
   void setDisplay(const pmDisplayPos* display);

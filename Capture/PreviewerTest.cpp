@@ -6,6 +6,7 @@
 
 #include <QApplication>
 #include <QWidget>
+#include <array>
 #include <atomic>
 
 #include "Capture/APICapture.h"
@@ -152,12 +153,15 @@ TEST_F(PreviewerTest, ViewIsPlacedOnceAndLaterViewsOnlyUpdateTheProjection) {
   prFloatRect whole = {0, 0, 1, 1};
   previewer->SetView(&whole);
   ASSERT_EQ(1, PreviewViews());
-  QWidget* view = mHostView.findChild<QWidget*>(PreviewGLView::kTagName);
+  PreviewGLView* view = mHostView.findChild<PreviewGLView*>(PreviewGLView::kTagName);
   EXPECT_EQ(mHostView.rect(), view->geometry());
-  prFloatRect half = {0.25f, 0.25f, 0.75f, 0.75f};
-  previewer->SetView(&half);
+  EXPECT_EQ((std::array<double, 4>{-1, 1, -1, 1}), view->Projection()) << "the whole picture: identity";
+  // Left, top, right, bottom: glOrtho's left, right, bottom and top are 2 * each - 1.
+  prFloatRect part = {0.125f, 0.25f, 0.75f, 0.875f};
+  previewer->SetView(&part);
   EXPECT_EQ(1, PreviewViews());
-  EXPECT_EQ(view, mHostView.findChild<QWidget*>(PreviewGLView::kTagName)) << "the same view, still in place";
+  EXPECT_EQ(view, mHostView.findChild<PreviewGLView*>(PreviewGLView::kTagName)) << "the same view, still in place";
+  EXPECT_EQ((std::array<double, 4>{-0.75, 0.5, -0.5, 0.75}), view->Projection());
   FakeFrame* frame = new FakeFrame;
   EXPECT_EQ(0, previewer->DrawFrame(frame));
   EXPECT_EQ(1, sFramesSet) << "with a view the frame goes to the helper";
