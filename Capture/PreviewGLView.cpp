@@ -115,12 +115,29 @@ void PreviewGLView::setDisplay(const pmDisplayPos* display) {
   update();
 }
 
+void PreviewGLView::placeIn(QWidget* host) {
+  disconnect(mHostGone);
+  setParent(host);
+  setGeometry(host->rect());
+  show();
+  // A widget deletes its children when it goes, but it says so first: the view leaves then,
+  // and its previewer keeps drawing into it and deletes it.
+  mHostGone = connect(host, &QObject::destroyed, this, [this, host] {
+    if (parentWidget() == host) TakeOut(this);
+  });
+}
+
+void PreviewGLView::TakeOut(QWidget* view) {
+  view->hide();
+  view->setParent(nullptr);
+}
+
 void PreviewGLView::sayonara() {
   // Deleted on the GUI thread, whichever thread asks.
   QMetaObject::invokeMethod(
       this,
       [this] {
-        setParent(nullptr);
+        TakeOut(this);
         deleteLater();
       },
       Qt::QueuedConnection);
