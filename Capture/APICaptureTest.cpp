@@ -7,11 +7,13 @@
 #include "Capture/APICapture.h"
 #include "Capture/FakeVeldran.h"
 #include "Util/CapturedStderr.h"
+#include "Util/FourCC.h"
 
 namespace KTN {
 namespace {
 
 using Util::CapturedStderr;
+using Util::FourCC;
 
 std::string Calls(const FakeVeldran& card) {
   std::string text;
@@ -172,11 +174,18 @@ TEST_F(APICaptureTest, ModesFillAtMostTheRoomGiven) {
   IVeldranDisplayMode* modes[20] = {};
   unsigned len = 3;
   EXPECT_EQ(0, capture->GetSupportedModes(modes, &len));
-  EXPECT_EQ(3u, len);
+  ASSERT_EQ(3u, len);
+  // The card's first three modes, in its order ('fk00', 'fk01', 'fk02'), and nothing beyond.
+  for (unsigned i = 0; i < len; ++i) {
+    ASSERT_NE(nullptr, modes[i]) << i;
+    EXPECT_EQ(FourCC("fk00") + i, modes[i]->GetDisplayMode()) << i;
+  }
+  EXPECT_EQ(nullptr, modes[3]) << "no room was given for a fourth";
   for (unsigned i = 0; i < len; ++i) modes[i]->Release();
   len = 20;
   EXPECT_EQ(0, capture->GetSupportedModes(modes, &len));
-  EXPECT_EQ(10u, len);
+  ASSERT_EQ(10u, len);
+  for (unsigned i = 0; i < len; ++i) EXPECT_EQ(FourCC("fk00") + i, modes[i]->GetDisplayMode()) << i;
   EXPECT_EQ(nullptr, modes[10]);
   for (unsigned i = 0; i < len; ++i) modes[i]->Release();
   CapturedStderr captured;

@@ -29,6 +29,7 @@ void LinuxPreviewer::SetDisplay(pmDisplayPos* display) {
   }
   mHostView = static_cast<QWidget*>(display->window);
   if (mHostView && !mPreviewView.load()) {
+    // Made without a parent: SetView places it in the host's view.
     PreviewGLView* view = PreviewGLView::Create(nullptr);
     if (!view) {
       KTN_LOG("Failed to initialise a PreviewGLView instance");
@@ -42,16 +43,12 @@ void LinuxPreviewer::SetDisplay(pmDisplayPos* display) {
 
 void LinuxPreviewer::SetView(prFloatRect* rect) {
   PreviewGLView* view = mPreviewView.load();
-  if (view && mHostView && view->parentWidget() != mHostView) {
-    // A preview view left by an earlier previewer goes first.
-    if (QWidget* leftover = mHostView->findChild<QWidget*>(PreviewGLView::kTagName, Qt::FindDirectChildrenOnly)) {
-      leftover->hide();
-      leftover->setParent(nullptr);
-      leftover->deleteLater();
-    }
-    view->setParent(mHostView);
-    view->setGeometry(mHostView->rect());
-    view->show();
+  QWidget* host = mHostView.data();
+  if (view && host && view->parentWidget() != host) {
+    // A preview view left by another previewer, anywhere inside the host's view, is taken
+    // out of it but not deleted: that previewer still draws into it and deletes it.
+    if (QWidget* leftover = host->findChild<QWidget*>(PreviewGLView::kTagName)) PreviewGLView::TakeOut(leftover);
+    view->placeIn(host);
   }
   if (!rect) {
     KTN_LOG("Invalid view pointer");

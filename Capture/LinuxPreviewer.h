@@ -1,11 +1,11 @@
 // The preview on Linux: frames go to a PreviewGLView placed in the host's view.
 #pragma once
 
+#include <QPointer>
+#include <QWidget>
 #include <atomic>
 
 #include "Capture/Previewer.h"
-
-class QWidget;
 
 namespace KTN {
 
@@ -26,8 +26,10 @@ class LinuxPreviewer : public Previewer {
   ~LinuxPreviewer() override;
 
  private:
-  std::atomic<PreviewGLView*> mPreviewView{nullptr};  // one per previewer; read on the preview thread
-  QWidget* mHostView = nullptr;                       // from the last display position, borrowed
+  // This previewer's own view, made at the first display position with a host view and
+  // deleted only by this previewer's destruction; read on the preview thread.
+  std::atomic<PreviewGLView*> mPreviewView{nullptr};
+  QPointer<QWidget> mHostView;  // from the last display position, borrowed; null once it goes
 };
 
 }  // namespace KTN

@@ -98,6 +98,11 @@ void PreviewGLView::setView(const prFloatRect* rect) {
   doneCurrent();
 }
 
+std::array<double, 4> PreviewGLView::Projection() {
+  std::lock_guard<std::recursive_mutex> guard(mLock);
+  return mOrtho;
+}
+
 void PreviewGLView::setDisplay(const pmDisplayPos* display) {
   std::lock_guard<std::recursive_mutex> guard(mLock);
   mViewport = {display->rect[1], display->rect[0], display->rect[2], display->rect[3]};
@@ -110,12 +115,29 @@ void PreviewGLView::setDisplay(const pmDisplayPos* display) {
   update();
 }
 
+void PreviewGLView::placeIn(QWidget* host) {
+  disconnect(mHostGone);
+  setParent(host);
+  setGeometry(host->rect());
+  show();
+  // A widget deletes its children when it goes, but it says so first: the view leaves then,
+  // and its previewer keeps drawing into it and deletes it.
+  mHostGone = connect(host, &QObject::destroyed, this, [this, host] {
+    if (parentWidget() == host) TakeOut(this);
+  });
+}
+
+void PreviewGLView::TakeOut(QWidget* view) {
+  view->hide();
+  view->setParent(nullptr);
+}
+
 void PreviewGLView::sayonara() {
   // Deleted on the GUI thread, whichever thread asks.
   QMetaObject::invokeMethod(
       this,
       [this] {
-        setParent(nullptr);
+        TakeOut(this);
         deleteLater();
       },
       Qt::QueuedConnection);

@@ -30,10 +30,19 @@ class PreviewGLView : public QOpenGLWidget {
   void updateVideoFrame(IVeldranVideoFrame* frame);
   // The projection: the part of the picture shown, (0, 0, 1, 1) being all of it.
   void setView(const prFloatRect* rect);
+  // The projection's bounds as given to glOrtho: left, right, bottom, top.
+  std::array<double, 4> Projection();
   // Clears, and sets the viewport from the display rectangle (x is its second integer, y
   // its first, width and height the third and fourth).
   void setDisplay(const pmDisplayPos* display);
-  // Removes the view from its parent and deletes it on the GUI thread, later.
+  // Shows the view over all of host, taken out of any earlier host. The view stays its
+  // previewer's: when host goes, it takes the view out instead of deleting it.
+  void placeIn(QWidget* host);
+  // Takes a view out of its host's view and hides it, without deleting it: whoever made it
+  // still holds it.
+  static void TakeOut(QWidget* view);
+  // Takes the view out of its host's view and deletes it on the GUI thread, later. Only
+  // the view's previewer calls it.
   void sayonara();
 
  protected:
@@ -49,6 +58,7 @@ class PreviewGLView : public QOpenGLWidget {
   IVeldranGLScreenPreviewHelper* mVeldranScreenPreview;  // one reference
   std::array<int, 4> mViewport = {0, 0, 0, 0};           // x, y, width, height; width 0: the whole view
   std::array<double, 4> mOrtho = {-1, 1, -1, 1};         // left, right, bottom, top
+  QMetaObject::Connection mHostGone;                     // the current host's destroyed signal to TakeOut
 };
 
 }  // namespace KTN

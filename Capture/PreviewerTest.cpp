@@ -5,7 +5,9 @@
 #include <stdlib.h>
 
 #include <QApplication>
+#include <QPointer>
 #include <QWidget>
+#include <array>
 #include <atomic>
 
 #include "Capture/APICapture.h"
@@ -85,7 +87,15 @@ class PreviewerTest : public testing::Test {
     display.rect[3] = 180;
     return display;
   }
-  int PreviewViews() { return static_cast<int>(mHostView.findChildren<QWidget*>(PreviewGLView::kTagName, Qt::FindDirectChildrenOnly).size()); }
+  // Preview views anywhere inside the host's view.
+  int PreviewViews() { return static_cast<int>(mHostView.findChildren<QWidget*>(PreviewGLView::kTagName).size()); }
+  // The preview view in the host's view, or null.
+  PreviewGLView* ShownView() { return mHostView.findChild<PreviewGLView*>(PreviewGLView::kTagName); }
+  // Runs what the GUI thread has been asked to do, deletions included.
+  static void RunGuiThreadWork() {
+    QApplication::processEvents();
+    QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  }
 
   FakeVeldran mCard;
   APICapture* mCapture = nullptr;
@@ -152,34 +162,110 @@ TEST_F(PreviewerTest, ViewIsPlacedOnceAndLaterViewsOnlyUpdateTheProjection) {
   prFloatRect whole = {0, 0, 1, 1};
   previewer->SetView(&whole);
   ASSERT_EQ(1, PreviewViews());
-  QWidget* view = mHostView.findChild<QWidget*>(PreviewGLView::kTagName);
+  PreviewGLView* view = ShownView();
   EXPECT_EQ(mHostView.rect(), view->geometry());
-  prFloatRect half = {0.25f, 0.25f, 0.75f, 0.75f};
-  previewer->SetView(&half);
+  EXPECT_EQ((std::array<double, 4>{-1, 1, -1, 1}), view->Projection()) << "the whole picture: identity";
+  // Left, top, right, bottom: glOrtho's left, right, bottom and top are 2 * each - 1.
+  prFloatRect part = {0.125f, 0.25f, 0.75f, 0.875f};
+  previewer->SetView(&part);
   EXPECT_EQ(1, PreviewViews());
-  EXPECT_EQ(view, mHostView.findChild<QWidget*>(PreviewGLView::kTagName)) << "the same view, still in place";
+  EXPECT_EQ(view, ShownView()) << "the same view, still in place";
+  EXPECT_EQ((std::array<double, 4>{-0.75, 0.5, -0.5, 0.75}), view->Projection());
   FakeFrame* frame = new FakeFrame;
   EXPECT_EQ(0, previewer->DrawFrame(frame));
   EXPECT_EQ(1, sFramesSet) << "with a view the frame goes to the helper";
   frame->Release();
   previewer->Release();
-  QApplication::processEvents();  // the view goes on the GUI thread
-  QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  RunGuiThreadWork();  // the view goes on the GUI thread
   EXPECT_EQ(0, PreviewViews());
 }
 
-TEST_F(PreviewerTest, ALeftoverViewIsRemovedWhenANewOneIsPlaced) {
-  QWidget* leftover = new QWidget(&mHostView);
-  leftover->setObjectName(PreviewGLView::kTagName);
+// A preview view left in the host's view, directly or deeper down, is taken out of it but
+// not deleted: its owner deletes it.
+TEST_F(PreviewerTest, ALeftoverViewIsTakenOutWhenANewOneIsPlaced) {
+  for (bool nested : {false, true}) {
+    QWidget* container = new QWidget(&mHostView);
+    QPointer<QWidget> leftover = new QWidget(nested ? container : &mHostView);
+    leftover->setObjectName(PreviewGLView::kTagName);
+    leftover->show();
+    Previewer* previewer = Previewer::Create();
+    pmDisplayPos display = Display();
+    previewer->SetDisplay(&display);
+    prFloatRect whole = {0, 0, 1, 1};
+    previewer->SetView(&whole);
+    RunGuiThreadWork();
+    EXPECT_EQ(1, PreviewViews()) << "nested " << nested;
+    EXPECT_NE(nullptr, ShownView());
+    ASSERT_FALSE(leftover.isNull()) << "taken out, not deleted; nested " << nested;
+    EXPECT_EQ(nullptr, leftover->parentWidget());
+    EXPECT_FALSE(leftover->isVisible());
+    delete leftover.data();
+    previewer->Release();
+    RunGuiThreadWork();
+    delete container;
+  }
+}
+
+// Each previewer owns its view: the second one takes the first's view out of the host's
+// view, and the first can still draw into it and delete it.
+TEST_F(PreviewerTest, TwoPreviewersShareOneHostView) {
+  Previewer* first = Previewer::Create();
+  Previewer* second = Previewer::Create();
+  pmDisplayPos display = Display();
+  prFloatRect whole = {0, 0, 1, 1};
+  first->SetDisplay(&display);
+  first->SetView(&whole);
+  QPointer<PreviewGLView> firstView = ShownView();
+  ASSERT_FALSE(firstView.isNull());
+  second->SetDisplay(&display);
+  second->SetView(&whole);
+  RunGuiThreadWork();
+  QPointer<PreviewGLView> secondView = ShownView();
+  EXPECT_EQ(1, PreviewViews());
+  ASSERT_FALSE(secondView.isNull());
+  EXPECT_NE(firstView, secondView);
+  // Drawn into before anything else is asked of it: a view deleted under its previewer
+  // shows here, as a use after free under AddressSanitizer.
+  FakeFrame* frame = new FakeFrame;
+  EXPECT_EQ(0, first->DrawFrame(frame));
+  EXPECT_EQ(1, sFramesSet) << "the first view's helper still takes frames";
+  ASSERT_FALSE(firstView.isNull()) << "the first previewer's view is still its own";
+  EXPECT_EQ(nullptr, firstView->parentWidget());
+  first->Release();
+  RunGuiThreadWork();
+  EXPECT_TRUE(firstView.isNull()) << "deleted by its previewer";
+  EXPECT_EQ(secondView, ShownView()) << "the second view stays in place";
+  EXPECT_EQ(0, second->DrawFrame(frame));
+  EXPECT_EQ(2, sFramesSet);
+  frame->Release();
+  second->Release();
+  RunGuiThreadWork();
+  EXPECT_TRUE(secondView.isNull());
+  EXPECT_EQ(0, PreviewViews());
+}
+
+// A host view that goes first leaves the preview view to its previewer.
+TEST_F(PreviewerTest, AHostViewThatGoesLeavesThePreviewViewToItsPreviewer) {
+  QWidget* host = new QWidget;
+  host->resize(320, 180);
   Previewer* previewer = Previewer::Create();
   pmDisplayPos display = Display();
+  display.window = host;
   previewer->SetDisplay(&display);
   prFloatRect whole = {0, 0, 1, 1};
   previewer->SetView(&whole);
-  QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  EXPECT_EQ(1, PreviewViews());
-  EXPECT_NE(leftover, mHostView.findChild<QWidget*>(PreviewGLView::kTagName));
+  QPointer<PreviewGLView> view = host->findChild<PreviewGLView*>(PreviewGLView::kTagName);
+  ASSERT_FALSE(view.isNull());
+  delete host;
+  FakeFrame* frame = new FakeFrame;
+  EXPECT_EQ(0, previewer->DrawFrame(frame));  // a use after free if the view went with the host
+  EXPECT_EQ(1, sFramesSet);
+  ASSERT_FALSE(view.isNull()) << "not deleted with the host's view";
+  EXPECT_EQ(nullptr, view->parentWidget());
+  frame->Release();
   previewer->Release();
+  RunGuiThreadWork();
+  EXPECT_TRUE(view.isNull());
 }
 
 TEST_F(PreviewerTest, WithoutAPreviewHelperNoViewIsMade) {

@@ -24,6 +24,9 @@ VeldranEntryPoints LoadVeldranAPI(const char* bundlePath);
 // path, or take these entry points without loading anything.
 void SetVeldranAPIBundlePathForTesting(const char* bundlePath);
 void SetVeldranEntryPointsForTesting(const VeldranEntryPoints& entryPoints);
+// Tests only, while no other thread uses the loader: the loader as a new process has it,
+// untried and at the fixed path. A library loaded before stays loaded.
+void ResetVeldranAPIForTesting();
 
 // How many times the process has looked for the library (0 or 1).
 int VeldranAPILoadAttempts();

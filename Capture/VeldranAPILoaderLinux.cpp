@@ -58,6 +58,15 @@ void SetVeldranEntryPointsForTesting(const VeldranEntryPoints& entryPoints) {
   gEntryPoints = entryPoints;
 }
 
+void ResetVeldranAPIForTesting() {
+  // A control given its initial value again runs the loader on the next call, as in a new
+  // process; nothing else may be inside pthread_once meanwhile.
+  gVeldranOnceControl = PTHREAD_ONCE_INIT;
+  gEntryPoints = VeldranEntryPoints();
+  gBundlePath = kVeldranAPIBundlePath;
+  gLoadAttempts = 0;
+}
+
 int VeldranAPILoadAttempts() {
   return gLoadAttempts;
 }

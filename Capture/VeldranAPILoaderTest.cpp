@@ -1,5 +1,5 @@
-// Tests of the device API loader. Every test runs in a process of its own (as CTest runs
-// them), so each sees the loader untried.
+// Tests of the device API loader. Each test starts and ends with the loader untried, so the
+// tests pass in any order, in one process or in several.
 #include <gtest/gtest.h>
 
 #include "Capture/APICapture.h"
@@ -9,7 +9,13 @@
 namespace KTN {
 namespace {
 
-TEST(VeldranAPILoaderTest, MissingBundleGivesNullEveryTimeAndIsLookedForOnce) {
+class VeldranAPILoaderTest : public testing::Test {
+ protected:
+  void SetUp() override { ResetVeldranAPIForTesting(); }
+  void TearDown() override { ResetVeldranAPIForTesting(); }
+};
+
+TEST_F(VeldranAPILoaderTest, MissingBundleGivesNullEveryTimeAndIsLookedForOnce) {
   SetVeldranAPIBundlePathForTesting("/nonexistent/VeldranAPI.bundle");
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(nullptr, CreateVeldranIteratorInstance());
@@ -20,7 +26,7 @@ TEST(VeldranAPILoaderTest, MissingBundleGivesNullEveryTimeAndIsLookedForOnce) {
   EXPECT_EQ(1, VeldranAPILoadAttempts());
 }
 
-TEST(VeldranAPILoaderTest, BundleWithOnlyTheIteratorFactory) {
+TEST_F(VeldranAPILoaderTest, BundleWithOnlyTheIteratorFactory) {
   VeldranEntryPoints entryPoints = LoadVeldranAPI(ITERATOR_ONLY_BUNDLE);
   ASSERT_NE(nullptr, entryPoints.createIterator);
   EXPECT_EQ(nullptr, entryPoints.createOpenGLPreview);
@@ -34,7 +40,7 @@ TEST(VeldranAPILoaderTest, BundleWithOnlyTheIteratorFactory) {
   EXPECT_EQ(0, iterator->Release());
 }
 
-TEST(VeldranAPILoaderTest, FactoriesGoThroughTheLoadedBundle) {
+TEST_F(VeldranAPILoaderTest, FactoriesGoThroughTheLoadedBundle) {
   SetVeldranAPIBundlePathForTesting(ITERATOR_ONLY_BUNDLE);
   IVeldranIterator* iterator = CreateVeldranIteratorInstance();
   ASSERT_NE(nullptr, iterator);
@@ -43,7 +49,7 @@ TEST(VeldranAPILoaderTest, FactoriesGoThroughTheLoadedBundle) {
   EXPECT_EQ(1, VeldranAPILoadAttempts());
 }
 
-TEST(VeldranAPILoaderTest, WithoutALibraryTheCaptureInputReportsIt) {
+TEST_F(VeldranAPILoaderTest, WithoutALibraryTheCaptureInputReportsIt) {
   SetVeldranAPIBundlePathForTesting("/nonexistent/VeldranAPI.bundle");
   APICapture* capture = new APICapture;
   Util::CapturedStderr captured;
@@ -53,7 +59,7 @@ TEST(VeldranAPILoaderTest, WithoutALibraryTheCaptureInputReportsIt) {
   capture->Release();
 }
 
-TEST(VeldranAPILoaderTest, FixedPathIsTheDriversBundle) {
+TEST_F(VeldranAPILoaderTest, FixedPathIsTheDriversBundle) {
   EXPECT_STREQ("/Library/Application Support/Kestrin Design/Kestrin Veldran/VeldranAPI.bundle", kVeldranAPIBundlePath);
 }
 

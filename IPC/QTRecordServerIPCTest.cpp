@@ -18,8 +18,16 @@ class FakeRecordingServer : public QTRecordServerIPC {
  public:
   long GetCodecManufacturer(int codecType) override { return codecType + 1; }
   long Begin() override { mCalls += "Begin;"; return 0; }
-  long SetVideoEnabled(bool enabled) override { mVideoEnabled = enabled; return 0; }
-  long SetAudioEnabled(bool enabled) override { mAudioEnabled = enabled; return 0; }
+  long SetVideoEnabled(bool enabled) override {
+    mVideoEnabled = enabled;
+    mVideoEnabledCalls += enabled ? "1;" : "0;";
+    return 0;
+  }
+  long SetAudioEnabled(bool enabled) override {
+    mAudioEnabled = enabled;
+    mAudioEnabledCalls += enabled ? "1;" : "0;";
+    return 0;
+  }
   long SetFilePath(const char* path) override { mPath = path; return 0; }
   long Prepare() override { mCalls += "Prepare;"; return 0; }
   long MapVideo(unsigned long long size) override { mVideoSize = size; return 7; }
@@ -35,6 +43,8 @@ class FakeRecordingServer : public QTRecordServerIPC {
   std::string mPath;
   bool mVideoEnabled = false;
   bool mAudioEnabled = false;
+  std::string mVideoEnabledCalls;  // each call's flag, "1;" or "0;"
+  std::string mAudioEnabledCalls;
   unsigned long long mVideoSize = 0;
   unsigned long long mAudioSize = 0;
 };
@@ -71,13 +81,17 @@ TEST(QTRecordServerIPCTest, SetterWithoutArgumentIsRefused) {
 
 TEST(QTRecordServerIPCTest, NumbersAreParsedAsTheTableSays) {
   FakeRecordingServer server;
-  EXPECT_EQ("SetVideoWidth 0\nSetVideoEnabled 0\nSetAudioEnabled 0\nMapVideo 7\nSetVideoDuration 0\n"
-            "SetVideoCodecType 0\nGetCodecManufacturer 1785750888\nExit 0\n",
+  EXPECT_EQ("SetVideoWidth 0\nSetVideoEnabled 0\nSetAudioEnabled 0\nSetAudioEnabled 0\nMapVideo 7\n"
+            "SetVideoDuration 0\nSetVideoCodecType 0\nGetCodecManufacturer 1785750888\nSetVideoEnabled 0\nExit 0\n",
             Serve(server,
-                  "SetVideoWidth 4294969216\nSetVideoEnabled 2\nSetAudioEnabled x\nMapVideo 18446744073709551615\n"
-                  "SetVideoDuration -1001\nSetVideoCodecType -2147483647\nGetCodecManufacturer 1785750887\nExit\n"));
+                  "SetVideoWidth 4294969216\nSetVideoEnabled 2\nSetAudioEnabled 1\nSetAudioEnabled x\n"
+                  "MapVideo 18446744073709551615\nSetVideoDuration -1001\nSetVideoCodecType -2147483647\n"
+                  "GetCodecManufacturer 1785750887\nSetVideoEnabled x\nExit\n"));
   EXPECT_EQ(1920, server.Width()) << "only the low 32 bits are kept";
-  EXPECT_TRUE(server.mVideoEnabled);
+  // A non-numeric flag parses as 0: it turns off what an earlier command turned on.
+  EXPECT_EQ("1;0;", server.mVideoEnabledCalls) << "SetVideoEnabled 2 enables, SetVideoEnabled x disables";
+  EXPECT_FALSE(server.mVideoEnabled);
+  EXPECT_EQ("1;0;", server.mAudioEnabledCalls);
   EXPECT_FALSE(server.mAudioEnabled);
   EXPECT_EQ(ULLONG_MAX, server.mVideoSize);
   EXPECT_EQ(-1001, server.Duration());

@@ -187,29 +187,44 @@ TEST_F(RecordModuleTest, SetupInfoAndModuleInformation) {
   EXPECT_EQ(1u, setup.word4);
   EXPECT_EQ(0, memcmp("Settings\xC9", setup.buttonLabel, 10));
   recModuleInfo info;
-  memset(&info, 0xEE, sizeof info);
+  memset(&info, 0xEE, sizeof info);  // so that a field left unwritten shows
   EXPECT_EQ(rmNoErr, mHost.Call(recmod_Startup, &info, 0));
-  EXPECT_EQ(FourCC("MooV"), info.fileType);
-  EXPECT_EQ(FourCC("KTNW"), info.creator);
-  const uint32_t words[14] = {1, 1, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 1};
-  EXPECT_EQ(0, memcmp(words, info.words12, sizeof words));
-  EXPECT_EQ(1u, info.word68);
-  EXPECT_EQ(10u, info.word72);
-  EXPECT_EQ(1u, info.word144);
-  EXPECT_EQ(2048u, info.maxWidth);
-  EXPECT_EQ(1556u, info.maxHeight);
-  EXPECT_EQ(1000, info.aspectNumerator);
-  EXPECT_EQ(640u, info.defaultWidth);
-  std::string name;
-  for (uint16_t unit : info.displayName) {
-    if (!unit) break;
-    name.push_back(static_cast<char>(unit));
+  // Read at the byte offsets of the host's record, whatever the struct's field names say.
+  const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&info);
+  auto word = [bytes](size_t offset) {
+    uint32_t value;
+    memcpy(&value, bytes + offset, sizeof value);
+    return value;
+  };
+  auto half = [bytes](size_t offset) {
+    uint16_t value;
+    memcpy(&value, bytes + offset, sizeof value);
+    return value;
+  };
+  struct {
+    size_t offset;
+    uint32_t value;
+  } const words[] = {
+      {4, FourCC("MooV")}, {8, FourCC("KTNW")},
+      {12, 1}, {16, 1}, {20, 0}, {24, 0}, {28, 1}, {32, 0}, {36, 0}, {40, 0}, {44, 0},
+      {48, 1}, {52, 0}, {56, 1}, {60, 0}, {64, 1}, {68, 1}, {72, 10}, {76, 0},
+      {144, 1}, {156, 0}, {160, 0}, {164, 2048}, {168, 1556}, {176, 640}, {180, 480},
+      {696, 0}, {700, 0}, {704, 0},
+  };
+  for (const auto& expected : words) EXPECT_EQ(expected.value, word(expected.offset)) << "offset " << expected.offset;
+  EXPECT_EQ(1000, half(172)) << "aspect numerator";
+  EXPECT_EQ(1000, half(174)) << "aspect denominator";
+  // The display name: 256 UTF-16 units at 184, the rest zero.
+  const char name[] = "Kestrin Capture";
+  for (size_t unit = 0; unit < 256; ++unit) {
+    uint16_t expected = unit < sizeof name - 1 ? static_cast<uint8_t>(name[unit]) : 0;
+    EXPECT_EQ(expected, half(184 + 2 * unit)) << "display name unit " << unit;
   }
-  EXPECT_EQ("Kestrin Capture", name);
-  EXPECT_EQ(0, info.displayName[255]);
-  EXPECT_TRUE(std::regex_match(std::string(info.classID),
-                               std::regex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}")))
-      << info.classID;
+  // The class identifier: 36 characters of a text GUID and a NUL, at 708.
+  std::string classID(reinterpret_cast<const char*>(bytes + 708), 36);
+  EXPECT_TRUE(std::regex_match(classID, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}")))
+      << classID;
+  EXPECT_EQ(0, bytes[708 + 36]);
 }
 
 // ---- Open and close ----

@@ -85,13 +85,15 @@ bool CaptureSettings::IsRecordable() const {
 
 void CaptureSettings::SetDefaults() {
   // A stored standard that is not a named row, or a format outside the table, reads as
-  // unset, so that a hand-edited file can never index past the tables.
+  // unset, so that a hand-edited file can never index past the tables. The audio values
+  // index nothing and are kept as stored: the recording server's Prepare is what refuses a
+  // layout it cannot record.
   const UserDefaults::Registration registrations[] = {
       {kVideoStandardKey, 1, IsNamedStandardIndex},
       {kVideoFormatKey, 0, IsPixelFormatIndex},
-      {kAudioChannelsKey, 2, IsAudioChannelCount},
-      {kAudioTypeKey, 16, IsAudioSampleType},
-      {kAudioRateKey, 48000, IsAudioSampleRate},
+      {kAudioChannelsKey, 2, nullptr},
+      {kAudioTypeKey, 16, nullptr},
+      {kAudioRateKey, 48000, nullptr},
   };
   UserDefaults& defaults = UserDefaults::Standard();
   defaults.RegisterDefaults(registrations, sizeof registrations / sizeof registrations[0]);

@@ -33,9 +33,11 @@ struct CaptureSettings {
 
   // As Update, without remembering anything: only the record's video and audio fields.
   void Fill(int standard, int format, int channels, int type, int rate);
-  // Whether the record is one Update can make: signed, this version, a named standard's
-  // values with a format it allows, 2, 8 or 16 channels of 16, 24 or 32 bits at 48000 Hz.
-  // A blob from the host is taken only when this holds.
+  // Whether the record is one the dialog can make and the recording server can record:
+  // signed, this version, a named standard's values with a format it allows, 2, 8 or 16
+  // channels of 16, 24 or 32 bits at 48000 Hz. Nothing is refused by it: Update and
+  // SetDefaults keep any audio values, and a blob from the host needs only its signature
+  // and version.
   bool IsRecordable() const;
   // Registers the default choices, reads the user's current ones and builds a complete,
   // signed record from them.

@@ -169,17 +169,34 @@ TEST_F(CaptureSettingsTest, StoredIndicesOutsideTheTablesReadAsUnset) {
   }
 }
 
-TEST_F(CaptureSettingsTest, StoredAudioChoicesOutsideTheirSetsReadAsUnset) {
-  WriteDefaults("com_kestrin_design_premiere_record_audio_channels=-5\n"
-                "com_kestrin_design_premiere_record_audio_type=20\n"
-                "com_kestrin_design_premiere_record_audio_rate=44100\n");
-  CaptureSettings s = Fresh();
-  Util::CapturedStderr captured;
-  s.SetDefaults();
-  EXPECT_EQ(2u, s.audioChannels);
-  EXPECT_EQ(16u, s.audioSampleType);
-  EXPECT_EQ(48000u, s.audioSampleRate);
-  EXPECT_TRUE(s.IsRecordable());
+struct StoredAudioCase {
+  int channels;
+  int type;
+  int rate;
+};
+
+// Audio values outside what the card and the recording server take are still the user's
+// choice: the settings keep them, and the server's Prepare is what refuses them.
+const StoredAudioCase kStoredAudioCases[] = {
+    {6, 20, 44100}, {1, 8, 96000}, {-5, 0, -1}, {16, 32, 48000},
+};
+
+TEST_F(CaptureSettingsTest, StoredAudioChoicesAreReadAsStored) {
+  for (const StoredAudioCase& c : kStoredAudioCases) {
+    WriteDefaults("com_kestrin_design_premiere_record_audio_channels=" + std::to_string(c.channels) +
+                  "\ncom_kestrin_design_premiere_record_audio_type=" + std::to_string(c.type) +
+                  "\ncom_kestrin_design_premiere_record_audio_rate=" + std::to_string(c.rate) + "\n");
+    CaptureSettings s = Fresh();
+    Util::CapturedStderr captured;
+    s.SetDefaults();
+    EXPECT_EQ("", captured.Text()) << c.channels;
+    EXPECT_EQ(static_cast<uint32_t>(c.channels), s.audioChannels);
+    EXPECT_EQ(static_cast<uint32_t>(c.type), s.audioSampleType);
+    EXPECT_EQ(static_cast<uint32_t>(c.rate), s.audioSampleRate);
+    EXPECT_EQ(c.channels, StoredValue(kAudioChannelsKey)) << "written back unchanged";
+    EXPECT_EQ(c.type, StoredValue(kAudioTypeKey));
+    EXPECT_EQ(c.rate, StoredValue(kAudioRateKey));
+  }
 }
 
 // Records the plug-in makes, and ones it does not.

@@ -93,6 +93,9 @@ QDialog* CaptureSettingsWindowController::window() {
   connect(mFormatPopup, QOverload<int>::of(&QComboBox::activated), this, &CaptureSettingsWindowController::formatMenuChanged);
   connect(okButton, &QPushButton::clicked, this, &CaptureSettingsWindowController::ok);
   connect(cancelButton, &QPushButton::clicked, this, &CaptureSettingsWindowController::cancel);
+  // Escape rejects the dialog, which hides it without a close event: it cancels as the
+  // Cancel button does, so that the host keeps its previous settings.
+  connect(dialog, &QDialog::rejected, this, &CaptureSettingsWindowController::cancel);
   dialog->installEventFilter(this);
   mCancelled = false;  // awakeFromNib
   return dialog;
@@ -135,6 +138,7 @@ void CaptureSettingsWindowController::setMainWindow(QWidget* mainWindow) {
 void CaptureSettingsWindowController::populateStandardsMenu() {
   mStandardPopup->clear();
   bool separatorPending = false;
+  bool matched = false;
   for (size_t i = 0; i < kSupportedStandardCount; ++i) {
     const SupportedStandard& row = gSupportedStandards[i];
     if (!row.name) {
@@ -153,6 +157,18 @@ void CaptureSettingsWindowController::populateStandardsMenu() {
         row.timeScale == mSettings->timeScale && row.frameDuration == mSettings->frameDuration &&
         row.pixelAspectX == mSettings->pixelAspectX && row.displayMode == mSettings->displayMode) {
       mStandardPopup->setCurrentIndex(mStandardPopup->count() - 1);
+      matched = true;
+    }
+  }
+  if (!matched) {
+    // No row matches the record (a card that receives none of its standard): the first
+    // standard, never a leading separator, whose tag would leave the formats menu empty
+    // and make OK store nothing.
+    for (int i = 0; i < mStandardPopup->count(); ++i) {
+      if (mStandardPopup->itemData(i).toInt() != -1) {
+        mStandardPopup->setCurrentIndex(i);
+        break;
+      }
     }
   }
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <QApplication>
 #include <QComboBox>
@@ -111,7 +112,11 @@ class SettingsDialogTest : public testing::Test {
   // Runs the dialog; action is called with it once it is shown and must end it.
   long RunDialog(const std::function<void(QDialog*)>& action, bool* cancelled = nullptr) {
     LinuxSettingsDialog dialog(mHost.StdParms(), &mSettings, SETTINGS_UI);
-    QTimer::singleShot(50, [&action] {
+    // The timer dies with this call: a dialog that is never shown leaves no timer behind to
+    // fire into a later test's dialog with this action gone.
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, [&action] {
       for (QWidget* widget : QApplication::topLevelWidgets()) {
         QDialog* shown = qobject_cast<QDialog*>(widget);
         if (shown && shown->isVisible() && shown->objectName() == "Settings") {
@@ -120,6 +125,7 @@ class SettingsDialogTest : public testing::Test {
         }
       }
     });
+    timer.start(50);
     long rc = dialog.Run(&mInstance);
     if (cancelled) *cancelled = dialog.Cancelled();
     return rc;
@@ -203,12 +209,36 @@ TEST_F(SettingsDialogTest, HardwareFlagsDecide10BitFormats) {
 }
 
 TEST_F(SettingsDialogTest, NtscDvRecordStillSelectsItsStandard) {
-  mCard.modes = {Mode(720, 486, RateOf(1))};
-  mSettings = SignedCaptureSettings(1, 4, 2, 16, 48000);  // height 480
+  mCard.modes = {Mode(720, 486, RateOf(3))};
+  // "NTSC 16x9" is the second item: selecting it shows that the width alone matched.
+  mSettings = SignedCaptureSettings(3, 4, 2, 16, 48000);  // height 480
   ASSERT_EQ(480u, mSettings.height);
   Menus menus = MenusShown();
-  EXPECT_EQ("NTSC 4x3", menus.selectedStandard);
+  ASSERT_EQ(std::vector<std::string>({"NTSC 4x3", "NTSC 16x9"}), menus.standards);
+  EXPECT_EQ("NTSC 16x9", menus.selectedStandard);
   EXPECT_EQ("DV NTSC", menus.selectedFormat);
+}
+
+TEST_F(SettingsDialogTest, WithoutAMatchingRowTheFirstStandardIsSelected) {
+  // A card that receives only HD, and the NTSC record of the defaults.
+  mCard.modes = {Mode(1920, 1080, RateOf(13)), Mode(1920, 1080, RateOf(19))};
+  Menus menus = MenusShown();
+  ASSERT_EQ(std::vector<std::string>({"-", "HD 1080p 25", "HD 1080i 50"}), menus.standards);
+  EXPECT_EQ("HD 1080p 25", menus.selectedStandard) << "the leading separator is never the selection";
+  EXPECT_EQ(std::vector<std::string>({"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2",
+                                      "Uncompressed RGB 10-bit 4:4:4", "JPEG"}),
+            menus.formats);
+  // OK then stores that standard.
+  bool cancelled = true;
+  EXPECT_EQ(0, RunDialog(
+                   [](QDialog* dialog) {
+                     QTest::mouseClick(dialog->findChild<QPushButton*>("okButton"), Qt::LeftButton);
+                   },
+                   &cancelled));
+  EXPECT_FALSE(cancelled);
+  EXPECT_EQ(FourCC("Hp25"), mSettings.displayMode);
+  EXPECT_EQ(1920u, mSettings.width);
+  EXPECT_EQ(13, UserDefaults::Standard().IntegerForKey(kVideoStandardKey));
 }
 
 TEST_F(SettingsDialogTest, OkStoresTheChoice) {
@@ -253,6 +283,20 @@ TEST_F(SettingsDialogTest, ClosingTheWindowIsACancel) {
   bool cancelled = false;
   EXPECT_EQ(0, RunDialog([](QDialog* dialog) { dialog->close(); }, &cancelled));
   EXPECT_TRUE(cancelled);
+}
+
+TEST_F(SettingsDialogTest, EscapeIsACancel) {
+  mCard.modes = {Mode(720, 486, RateOf(1)), Mode(1920, 1080, RateOf(13))};
+  CaptureSettings before = mSettings;
+  bool cancelled = false;
+  EXPECT_EQ(0, RunDialog(
+                   [](QDialog* dialog) {
+                     Choose(dialog, "mStandardPopup", "HD 1080p 25");
+                     QTest::keyClick(dialog, Qt::Key_Escape);
+                   },
+                   &cancelled));
+  EXPECT_TRUE(cancelled) << "the host must keep its previous settings";
+  EXPECT_EQ(0, memcmp(&before, &mSettings, sizeof before));
 }
 
 TEST_F(SettingsDialogTest, DeviceThatCannotListItsModesShowsNoDialog) {

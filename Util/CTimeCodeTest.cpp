@@ -1,6 +1,8 @@
 // Tests of CTimeCode and the relative-timecode parsers, table-driven where the cases repeat.
 #include <gtest/gtest.h>
 
+#include <stdio.h>
+
 #include <string>
 #include <vector>
 
@@ -80,6 +82,34 @@ TEST(CTimeCodeTableTest, BcdAndTextRoundTripsAtEveryFormat) {
       EXPECT_EQ(Fields(p), Fields(CTimeCode::FromStr(c.format, text)));
       EXPECT_EQ(std::string::npos, tc.ToString(true).find(';')) << "colon only";
     }
+  }
+}
+
+struct WideFieldCase {
+  TimeCodeFormat format;
+  unsigned bcd;  // each byte decodes as its low nibble plus ten times its high nibble
+  bool colonOnly;
+  const char* text;
+};
+
+// Fields above 99 (from BCD bytes beyond 0x99) keep two characters each, as the record's
+// text form does: the tens character is '0' plus the value / 10.
+const WideFieldCase kWideFieldCases[] = {
+    {tcf25, 0xA0000000, false, ":0:00:00:00"},
+    {tcf25, 0x000000C3, false, "00:00:00:<3"},
+    {tcf2997Drop, 0xFFFFFFFF, false, "@5:@5:@5;@5"},
+    {tcf2997Drop, 0xFFFFFFFF, true, "@5:@5:@5:@5"},
+};
+
+TEST(CTimeCodeTest, TextKeepsTwoCharactersAFieldAboveNinetyNine) {
+  for (const WideFieldCase& c : kWideFieldCases) {
+    CTimeCode tc = CTimeCode::FromBCD(c.format, c.bcd);
+    EXPECT_EQ(c.text, tc.ToString(c.colonOnly)) << std::hex << c.bcd;
+    TimeCode record = {tc.hours, tc.minutes, tc.seconds, tc.frames, 0, 0, 0,
+                       static_cast<uint8_t>(tcfIsDrop(c.format) && !c.colonOnly)};
+    char text[12];
+    ConvertTimeCodeToString(&record, text);
+    EXPECT_EQ(text, tc.ToString(c.colonOnly)) << "the same text as the record's";
   }
 }
 

@@ -2,6 +2,7 @@
 // Depends on nothing but the standard library: it is shared by every program of the system.
 #include "Util/TimeCode.h"
 
+#include <limits.h>
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -78,6 +79,18 @@ unsigned DropConstant(unsigned framesPerSecond) {
 int fcFromDropRawFc(int raw, int tps) {
   int minutes = raw / (tps * 60);
   return raw - (minutes - minutes / 10) * (tps / 15);
+}
+
+// A count held within int's range.
+int ClampToInt(int64_t count) {
+  return static_cast<int>(std::clamp<int64_t>(count, INT_MIN, INT_MAX));
+}
+
+// A whole count in a double held within int's range.
+int ClampToInt(double count) {
+  if (count >= static_cast<double>(INT_MAX)) return INT_MAX;
+  if (count <= static_cast<double>(INT_MIN)) return INT_MIN;
+  return static_cast<int>(count);
 }
 
 uint32_t PackedWord(unsigned hours, unsigned minutes, unsigned seconds, uint32_t frames) {
@@ -268,11 +281,18 @@ int32_t CompareTimeCodes(const TimeCode* a, const TimeCode* b, bool wrap) {
 }
 
 uint32_t ConvertMovieDurationToFrameCount(int duration, int movieTimeScale, const TimeCode* tc) {
-  int whole = duration / movieTimeScale;
-  int rest = duration - whole * movieTimeScale;
-  unsigned units = static_cast<unsigned>(ceil(rest * (static_cast<double>(tc->timeScale) / movieTimeScale)));
+  // Counted in 64 bits, where every quotient of two ints fits (INT_MIN / -1 included).
+  int64_t whole = static_cast<int64_t>(duration) / movieTimeScale;
+  int64_t rest = duration - whole * movieTimeScale;
+  // The partial second in the record's time units, rounded up: below zero only when the
+  // duration is, and smaller than the time scale in magnitude.
+  double scale = static_cast<double>(tc->timeScale) / movieTimeScale;
+  int64_t units = static_cast<int64_t>(ceil(static_cast<double>(rest) * scale));
   // The partial second is rounded up to whole frames.
-  return static_cast<uint32_t>(whole) * tc->framesPerSecond + (tc->frameDuration - 1 + units) / tc->frameDuration;
+  int64_t frameDuration = tc->frameDuration;
+  int64_t frames = whole * tc->framesPerSecond + (frameDuration - 1 + units) / frameDuration;
+  // A duration before zero needs no frames; one beyond what the count holds needs them all.
+  return static_cast<uint32_t>(std::clamp<int64_t>(frames, 0, UINT32_MAX));
 }
 
 // ---- Format functions ----
@@ -348,13 +368,16 @@ int tcfConvertFrameCount(int frameCount, TimeCodeFormat from, TimeCodeFormat to,
   if (from == to) return frameCount;
   int source = tcfToTps(from);
   int destination = tcfToTps(to);
-  if (destination % source == 0) return frameCount * (destination / source);
+  // Counted in 64 bits: a count that fits int keeps its exact value (rounding INT_MAX up
+  // included), and one that does not is held at INT_MAX or INT_MIN.
+  int64_t count = frameCount;
+  if (destination % source == 0) return ClampToInt(count * (destination / source));
   if (source % destination == 0) {
-    if (roundUp && frameCount % 2 != 0) ++frameCount;
-    return frameCount / (source / destination);
+    if (roundUp && count % 2 != 0) ++count;
+    return ClampToInt(count / (source / destination));
   }
   double scaled = static_cast<double>(frameCount) * destination / source;
-  return static_cast<int>(roundUp ? ceil(scaled) : scaled);
+  return ClampToInt(roundUp ? ceil(scaled) : trunc(scaled));
 }
 
 // ---- CTimeCode ----
@@ -413,6 +436,13 @@ void CTimeCode::SetFields(const TimeCode& record) {
   minutes = record.minutes;
   seconds = record.seconds;
   frames = record.frames;
+}
+
+void CTimeCode::CopyFieldsTo(TimeCode& record) const {
+  record.hours = hours;
+  record.minutes = minutes;
+  record.seconds = seconds;
+  record.frames = frames;
 }
 
 void CTimeCode::Set(const char* text) {
@@ -539,9 +569,13 @@ TimeCode CTimeCode::ToSerialTc(bool roundUp) const {
 }
 
 std::string CTimeCode::ToString(bool colonOnly) const {
-  char text[24];
-  snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", hours, minutes, seconds,
-           tcfIsDrop(format) && !colonOnly ? ';' : ':', frames);
+  // The record's text form: two characters a field whatever the value, so the text is
+  // always eleven characters long.
+  TimeCode record = {};
+  CopyFieldsTo(record);
+  record.dropFrame = tcfIsDrop(format) && !colonOnly;
+  char text[12];
+  ConvertTimeCodeToString(&record, text);
   return text;
 }
 

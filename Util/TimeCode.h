@@ -69,7 +69,8 @@ int32_t NormaliseFrameCount(int frameCount, const TimeCode* tc);
 void SetTimeCodeTimeWithInts(TimeCode* tc, unsigned hours, unsigned minutes, unsigned seconds, unsigned frames);
 // Signed difference a - b, 0 when equal; wrap takes the shorter way round midnight.
 int32_t CompareTimeCodes(const TimeCode* a, const TimeCode* b, bool wrap);
-// Frames needed to cover duration units of movieTimeScale at tc's rate, rounded up.
+// Frames needed to cover duration units of movieTimeScale at tc's rate, rounded up: 0 for a
+// duration before zero, UINT32_MAX for one beyond what the count holds.
 uint32_t ConvertMovieDurationToFrameCount(int duration, int movieTimeScale, const TimeCode* tc);
 
 // Integer frames per second of a format (24, 25, 30, 50, 60); 0 when unknown.
@@ -88,7 +89,8 @@ TimeCodeFormat tcfFromFps(double fps, bool drop);
 // The format of a rate pair; serialTps (-1 for none) asks for the serial format when the
 // rate counts twice as fast.
 TimeCodeFormat tcfFromDuration(unsigned frameDuration, unsigned timeScale, bool drop, int serialTps);
-// A frame count in from's counting converted to to's.
+// A frame count in from's counting converted to to's; a result beyond int's range is held
+// at INT_MAX or INT_MIN.
 int tcfConvertFrameCount(int frameCount, TimeCodeFormat from, TimeCodeFormat to, bool roundUp);
 
 // A timecode that carries its own format and does its arithmetic through frame counts in
@@ -136,7 +138,8 @@ class CTimeCode {
   unsigned ToBCD() const;
   unsigned ToSerialBCD(bool roundUp) const;
   TimeCode ToSerialTc(bool roundUp) const;
-  // "HH:MM:SS:FF", ';' before the frames for drop-frame unless colonOnly.
+  // "HH:MM:SS:FF", ';' before the frames for drop-frame unless colonOnly; two characters
+  // a field, as ConvertTimeCodeToString writes them, also for fields above 99.
   std::string ToString(bool colonOnly) const;
 
   // Arithmetic in this timecode's format. Subtract never goes below zero.
@@ -164,6 +167,8 @@ class CTimeCode {
  private:
   // Copies the four fields of a plain record; the format is kept.
   void SetFields(const TimeCode& record);
+  // Copies the four fields into a plain record; its other fields are untouched.
+  void CopyFieldsTo(TimeCode& record) const;
   // hours << 24 | minutes << 16 | seconds << 8 | frameByte.
   uint32_t Packed(uint8_t frameByte) const;
 };

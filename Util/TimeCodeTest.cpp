@@ -1,9 +1,13 @@
 // Tests of the plain TimeCode record functions and the format functions, table-driven.
 #include <gtest/gtest.h>
 
+#include <limits.h>
+#include <stdint.h>
+#include <stdio.h>
 #include <string.h>
 
 #include <string>
+#include <vector>
 
 #include "Util/TimeCode.h"
 
@@ -286,6 +290,24 @@ TEST(TimeCodeTest, ConvertingFrameCountsBetweenFormats) {
   }
 }
 
+// Counts whose conversion leaves the range of int: the result is held at INT_MAX or INT_MIN.
+// A count that fits keeps its exact value, also when rounding up would pass INT_MAX first.
+const ConvertCase kExtremeConvertCases[] = {
+    {INT_MAX, tcf25, tcf50, false, INT_MAX},      {INT_MIN, tcf25, tcf50, false, INT_MIN},
+    {INT_MAX - 1, tcf2997, tcf5994, true, INT_MAX}, {INT_MAX, tcf50, tcf25, true, 1073741824},
+    {INT_MAX, tcf50, tcf25, false, 1073741823},   {INT_MIN, tcf5994, tcf2997, true, -1073741824},
+    {INT_MAX, tcf24, tcf25, false, INT_MAX},      {INT_MAX, tcf24, tcf25, true, INT_MAX},
+    {INT_MIN, tcf24, tcf25, false, INT_MIN},      {INT_MAX, tcf30, tcf25, false, 1789569705},
+    {INT_MIN, tcf30, tcf25, true, -1789569706},
+};
+
+TEST(TimeCodeTest, ConvertingExtremeFrameCountsStaysInRange) {
+  for (const ConvertCase& c : kExtremeConvertCases) {
+    EXPECT_EQ(c.expected, tcfConvertFrameCount(c.count, c.from, c.to, c.roundUp))
+        << c.count << " " << c.from << "->" << c.to << " " << c.roundUp;
+  }
+}
+
 TEST(TimeCodeTest, LooseNumbersCarryAndWrap) {
   const FormatCase& pal = kFormatCases[2];
   TimeCode tc = Record(pal, 0, 0, 0, 0);
@@ -336,6 +358,28 @@ TEST(TimeCodeTest, MovieDurationRoundsUpToWholeFrames) {
   EXPECT_EQ(26u, ConvertMovieDurationToFrameCount(601, 600, &tc));
   EXPECT_EQ(75u, ConvertMovieDurationToFrameCount(1800, 600, &tc));
   EXPECT_EQ(13u, ConvertMovieDurationToFrameCount(300, 600, &tc));
+}
+
+struct MovieDurationCase {
+  int duration;
+  int movieTimeScale;
+  uint32_t frames;
+};
+
+// At 25000/1000: a duration before zero needs no frames, and one beyond what 32 bits count
+// needs them all.
+const MovieDurationCase kExtremeMovieDurations[] = {
+    {-1, 600, 0},          {-300, 600, 0},           {-600, 600, 0},         {-601, 600, 0},
+    {600, -600, 0},        {-600, -600, 25},         {-601, -600, 26},       {INT_MIN, 600, 0},
+    {INT_MIN, -1, UINT32_MAX}, {INT_MAX, 1, UINT32_MAX}, {INT_MAX, INT_MAX, 25}, {0, 600, 0},
+};
+
+TEST(TimeCodeTest, MovieDurationsOutsideTheCountsRange) {
+  TimeCode tc = Record(kFormatCases[2], 0, 0, 0, 0);
+  for (const MovieDurationCase& c : kExtremeMovieDurations) {
+    EXPECT_EQ(c.frames, ConvertMovieDurationToFrameCount(c.duration, c.movieTimeScale, &tc))
+        << c.duration << " / " << c.movieTimeScale;
+  }
 }
 
 }  // namespace
