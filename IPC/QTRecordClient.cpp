@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include "IPC/BufferedInput.h"
+#include "IPC/RecorderCommands.h"
 #include "IPC/SigpipeBlock.h"
 #include "Util/Log.h"
 
@@ -25,31 +26,62 @@ void CloseStreams(FILE* readStream, FILE* writeStream) {
 }  // namespace
 
 QTRecordClient::~QTRecordClient() {
-  // The server's input ends first: a server whose owner went without Exit sees the end,
-  // finishes the open movie and leaves, so the wait below ends.
+  // The server ends once it has acknowledged Exit, which its owner sends before letting the
+  // client go: wait for it first, with both streams still open.
+  if (!mTask.WaitUntilExit(kExitWaitMillis)) {
+    // Still running: nobody told it to exit, or it is finishing a movie. Tell it, and end
+    // its input, so that it finishes what it holds and leaves.
+    if (mWriteStream) {
+      SigpipeBlock noSigpipe;  // into a server that may be gone
+      fprintf(mWriteStream, "%s\n", cmdExit);
+      if (fclose(mWriteStream) != 0) KTN_LOG("fclose(mWriteStream) returned %ld", static_cast<long>(errno));
+      mWriteStream = nullptr;
+    }
+    mCommandPipe.CloseReadEnd();
+    mCommandPipe.CloseWriteEnd();
+    WaitWhileWorking();
+  }
+  if (mReadStream && fclose(mReadStream) != 0) KTN_LOG("fclose(mReadStream) returned %ld", static_cast<long>(errno));
+  mReadStream = nullptr;
+  mResponsePipe.CloseReadEnd();
+  mResponsePipe.CloseWriteEnd();
   if (mWriteStream) {
-    // Closing flushes what a failed write left buffered, into a server that may be gone.
+    // Closing flushes what a failed write left buffered, into a server that has gone.
     SigpipeBlock noSigpipe;
     if (fclose(mWriteStream) != 0) KTN_LOG("fclose(mWriteStream) returned %ld", static_cast<long>(errno));
   }
   mWriteStream = nullptr;
   mCommandPipe.CloseReadEnd();
   mCommandPipe.CloseWriteEnd();
-  mTask.WaitUntilExit();
-  if (mReadStream && fclose(mReadStream) != 0) KTN_LOG("fclose(mReadStream) returned %ld", static_cast<long>(errno));
-  mReadStream = nullptr;
-  mResponsePipe.CloseReadEnd();
-  mResponsePipe.CloseWriteEnd();
+}
+
+void QTRecordClient::WaitWhileWorking() {
+  using Clock = std::chrono::steady_clock;
+  long long ticks = mTask.CpuTicks();
+  Clock::time_point idleSince = Clock::now();
+  while (!mTask.WaitUntilExit(500)) {
+    long long now = mTask.CpuTicks();
+    if ((now >= 0 && now != ticks) || mTask.WaitingForDisk()) {
+      ticks = now;
+      idleSince = Clock::now();
+    } else if (Clock::now() - idleSince >= std::chrono::seconds(kIdleLimitSeconds)) {
+      KTN_LOG("The recording server (process %d) has not ended in %d s and is doing nothing: stopped",
+              static_cast<int>(mTask.Pid()), kIdleLimitSeconds);
+      mTask.Kill();
+      mTask.WaitUntilExit();
+      return;
+    }
+  }
 }
 
 long QTRecordClient::Init(const char* path) {
   if (mLock.Init() != 0) {
-    KTN_LOG("Failed to create the command lock");
+    KTN_LOG("Failed to allocate an NSLock");
     return ENOMEM;
   }
-  if (long rc = mCommandPipe.Open()) {
-    KTN_LOG("Failed to create the command pipe");
-    return rc;
+  if (mCommandPipe.Open() != 0) {
+    KTN_LOG("Failed to allocate a command NSPipe");
+    return ENOMEM;
   }
   errno = 0;
   FILE* writeStream = fdopen(mCommandPipe.WriteEnd(), "w");
@@ -59,10 +91,10 @@ long QTRecordClient::Init(const char* path) {
     return error;
   }
   if (writeStream) mCommandPipe.TakeWriteEnd();
-  if (long rc = mResponsePipe.Open()) {
-    KTN_LOG("Failed to create the response pipe");
+  if (mResponsePipe.Open() != 0) {
+    KTN_LOG("Failed to allocate a response NSPipe");
     CloseStreams(nullptr, writeStream);
-    return rc;
+    return ENOMEM;
   }
   errno = 0;
   FILE* readStream = fdopen(mResponsePipe.ReadEnd(), "r");

@@ -17,9 +17,12 @@ namespace KTN {
 class QTRecordClient : public QTRecordClientIPC {
  public:
   QTRecordClient() = default;
-  // Closes the write stream and the command pipe, waits for the server process to end,
-  // then closes the read stream and the response pipe. Without an Exit first the server
-  // reads the end of its input, finishes any open movie and ends on its own.
+  // Waits for the server process to end (it does once it has acknowledged Exit), then
+  // closes the read stream and the response pipe, then the write stream and the command
+  // pipe. A server still running after kExitWaitMillis was not told to exit (or is
+  // finishing a movie): it is sent Exit and its input is closed, and it is waited for as
+  // long as it works; one that does nothing for kIdleLimitSeconds is killed. So
+  // destruction never waits for ever, whatever the server does.
   ~QTRecordClient() override;
 
   // Launches the server executable at path (UTF-8) in the executable's own folder, with a
@@ -43,6 +46,7 @@ class QTRecordClient : public QTRecordClientIPC {
   long AwaitAnswer(const char* command, int budgetMillis) override;
 
   static constexpr int kIdleLimitSeconds = 10;
+  static constexpr int kExitWaitMillis = 2000;
 
   // The server's process ID, or 0 when none was launched.
   pid_t ServerPid() const { return mTask.Pid(); }
@@ -52,6 +56,10 @@ class QTRecordClient : public QTRecordClientIPC {
   void CommandSent() override;
 
  private:
+  // Waits for the server to end as long as it uses CPU time or waits for the disk; kills it
+  // once it has done neither for kIdleLimitSeconds.
+  void WaitWhileWorking();
+
   // Serialises command exchanges (write, flush, read acknowledgement) between threads.
   Core::Lockable mLock;
   ServerProcess mTask;

@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
@@ -91,6 +94,36 @@ TEST(QTRecordClientTest, DestructionAfterExitReapsTheServerAndClosesEverything) 
   EXPECT_EQ(-1, kill(pid, 0)) << "the server has been waited for";
   EXPECT_EQ(ESRCH, errno);
   EXPECT_EQ(descriptorsBefore, OpenDescriptorCount()) << "both streams and all pipe ends are closed";
+}
+
+// Destruction waits for the server to end before it closes anything: after Exit, the server
+// still has its input and its answers are still read while it lingers.
+TEST(QTRecordClientTest, DestructionWaitsForTheServerBeforeClosingItsPipes) {
+  ServerFolder folder("order");
+  std::string observed = folder.Root() + "/pipes.observe";
+  {
+    QTRecordClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    ASSERT_EQ(0, client.SetFilePath(observed.c_str()));
+    ASSERT_EQ(0, client.Exit());
+  }
+  EXPECT_EQ("loop ended by Exit, input open, answers read", ReadFile(observed));
+}
+
+// An owner that lets the client go without Exit: after a bounded wait the server is told
+// to exit and its input ends, and destruction returns.
+TEST(QTRecordClientTest, DestructionWithoutExitTellsTheServerAndReturns) {
+  ServerFolder folder("no exit");
+  std::string observed = folder.Root() + "/pipes.observe";
+  pid_t pid = 0;
+  {
+    QTRecordClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    pid = client.ServerPid();
+    ASSERT_EQ(0, client.SetFilePath(observed.c_str()));
+  }
+  EXPECT_EQ(-1, kill(pid, 0)) << "the server has ended and been waited for";
+  EXPECT_EQ("loop ended by Exit, input ended, answers read", ReadFile(observed));
 }
 
 TEST(QTRecordClientTest, KilledServerAnswers5AndDestructionDoesNotHang) {
@@ -189,6 +222,49 @@ TEST(QTRecordClientTest, AnExchangeCostsOneWriteAndOneRead) {
   EXPECT_LE(readsAfter - readsBefore, kExchanges + 2);  // the /proc/self/io read itself
   EXPECT_LE(writesAfter - writesBefore, kExchanges);
   EXPECT_EQ(0, client.Exit());
+}
+
+// The descriptor limit at which exactly `room` more descriptors can be opened.
+rlim_t LimitLeaving(int room) {
+  std::vector<bool> open(4096, false);
+  for (size_t fd = 0; fd < open.size(); ++fd) open[fd] = fcntl(static_cast<int>(fd), F_GETFD) != -1;
+  int free = 0;
+  rlim_t limit = 0;
+  while (limit < open.size() && (free < room || open[limit])) free += !open[limit++];
+  return limit;
+}
+
+// Out of descriptors, the pipes cannot be made: 12 with the client's own words, for the
+// command pipe and then for the response pipe.
+TEST(QTRecordClientTest, PipesThatCannotBeMadeAreReportedInTheClientsWords) {
+  ServerFolder folder("no pipes");
+  struct rlimit before;
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+  struct Case {
+    int room;  // descriptors that may still be opened
+    const char* line;
+  };
+  const Case cases[] = {
+      {1, "*** Init[#]: Failed to allocate a command NSPipe\n"},
+      {3, "*** Init[#]: Failed to allocate a response NSPipe\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.line);
+    long rc = 0;
+    std::string text;
+    {
+      QTRecordClient client;
+      CapturedStderr captured;
+      struct rlimit tight = before;
+      tight.rlim_cur = LimitLeaving(c.room);
+      ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &tight));
+      rc = client.Init(folder.ServerPath().c_str());
+      setrlimit(RLIMIT_NOFILE, &before);
+      text = captured.Text();
+    }
+    EXPECT_EQ(ENOMEM, rc);
+    EXPECT_NE(std::string::npos, text.find(c.line)) << "[" << text << "]";
+  }
 }
 
 TEST(QTRecordClientTest, LaunchFailureReturnsItsErrno) {

@@ -24,6 +24,8 @@ class ServerProcess {
   // Blocks until the child has ended. Returns at once when nothing was launched or it has
   // been waited for already.
   void WaitUntilExit();
+  // The same for at most timeoutMillis: whether the child has ended (or none was launched).
+  bool WaitUntilExit(int timeoutMillis);
 
   // CPU time the child has used so far, in clock ticks, or -1 when it is stopped (by
   // SIGSTOP or a debugger), gone or cannot be examined: a child whose figure does not

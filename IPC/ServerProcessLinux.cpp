@@ -6,6 +6,7 @@
 #include <spawn.h>
 #include <string.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -76,6 +77,27 @@ void ServerProcess::WaitUntilExit() {
     mExitStatus = status;
   }
   mWaited = true;
+}
+
+bool ServerProcess::WaitUntilExit(int timeoutMillis) {
+  if (mPid <= 0 || mWaited) return true;
+  for (int waitedMillis = 0;; waitedMillis += 5) {
+    int status = 0;
+    pid_t waited = waitpid(mPid, &status, WNOHANG);
+    if (waited == mPid) {
+      mExitStatus = status;
+      mWaited = true;
+      return true;
+    }
+    if (waited < 0 && errno != EINTR) {
+      KTN_LOG("waitpid(%d) failed with errno %ld (%s)", static_cast<int>(mPid), static_cast<long>(errno),
+              strerror(errno));
+      mWaited = true;
+      return true;
+    }
+    if (waitedMillis >= timeoutMillis) return false;
+    usleep(5000);
+  }
 }
 
 long long ServerProcess::CpuTicks() const {
