@@ -21,6 +21,7 @@ class Previewer;
 class QTRecordClient;
 
 namespace Core {
+class SegmentLock;
 class SharedMemory;
 }
 
@@ -50,6 +51,7 @@ constexpr int kServiceAnswerMillis = 900;
 struct PendingHandOver {
   const char* command = nullptr;                 // null: none pending
   Core::SharedMemory* segment = nullptr;         // owned: unmapped and removed once answered
+  Core::SegmentLock* lock = nullptr;             // borrowed: held until the segment is removed
   IVeldranVideoInputFrame* frame = nullptr;      // one reference, released once answered
   IVeldranAudioInputPacket* packet = nullptr;    // one reference, released once answered
   int64_t slotCount = 0;                         // frame slots it completes
@@ -105,6 +107,10 @@ struct CapPriv {
   int64_t nextFrameTime = -1;
   // Host thread only.
   PendingHandOver pending;
+  // Owned, made at the first hand-over: each segment name's lock among the host processes
+  // of the machine, held from a segment's creation to its removal.
+  Core::SegmentLock* videoSegmentLock = nullptr;
+  Core::SegmentLock* audioSegmentLock = nullptr;
   int64_t slotsGivenUp = 0;                    // pictures given up by the card or the plug-in
   std::vector<uint8_t> packedSound;            // 24-bit sound packed for a segment, reused
 };

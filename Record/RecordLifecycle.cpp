@@ -7,6 +7,7 @@
 #include "Capture/APICapture.h"
 #include "Capture/Previewer.h"
 #include "Capture/VeldranAPILoader.h"
+#include "Core/SegmentLock.h"
 #include "IPC/QTRecordClient.h"
 #include "Record/RecordHandlers.h"
 #include "Record/RecordPlatform.h"
@@ -139,6 +140,10 @@ int32_t recClose(rmStdParms* stdParms, CapPriv* instance) {
   }
   if (!instance || instance->magic != kCapPrivMagic) return rmNoErr;
   FinishHandOvers(instance);
+  delete instance->videoSegmentLock;
+  instance->videoSegmentLock = nullptr;
+  delete instance->audioSegmentLock;
+  instance->audioSegmentLock = nullptr;
   if (instance->queueLock) {
     flush(instance);
     delete instance->queueLock;

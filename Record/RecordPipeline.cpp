@@ -1,10 +1,12 @@
 // The recording pipeline: configure the server, queue frames on the device thread, hand them to
 // the server through shared memory on the host's thread, and end the recording.
 #include <errno.h>
+#include <pwd.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/uio.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <functional>
@@ -13,6 +15,7 @@
 
 #include "Capture/APICapture.h"
 #include "Core/Lock.h"
+#include "Core/SegmentLock.h"
 #include "Core/SharedMemory.h"
 #include "IPC/QTRecordClient.h"
 #include "IPC/RecorderCommands.h"
@@ -37,6 +40,16 @@ bool AboveThirtyFrames(const CaptureSettings& settings) {
 // earlier run once. The failure lines name the caller's medium.
 long CreateSegment(Core::SharedMemory& segment, unsigned long size) {
   long rc = segment.Create(size);
+  uid_t owner = 0;
+  if (rc == EEXIST && Core::SegmentLock::Owner(segment.Key(), owner) == 0 && owner != geteuid()) {
+    // Left by another user's recording (an active one would hold the lock): not ours to remove.
+    struct passwd entry, *found = nullptr;
+    char names[1024];
+    getpwuid_r(owner, &entry, names, sizeof names, &found);
+    KTN_LOG("Segment %s was left behind by user %s (%u) and only that user can remove it", segment.Key(),
+            found ? found->pw_name : "unknown", static_cast<unsigned>(owner));
+    return EACCES;
+  }
   if (rc == EEXIST) {
     if (long unlinked = segment.Unlink()) KTN_LOG("Unlink returned %ld", unlinked);
     rc = segment.Create(size);
@@ -109,6 +122,7 @@ void ReleaseHandOver(CapPriv* instance) {
   if (pending.frame) pending.frame->Release();
   if (pending.packet) pending.packet->Release();
   delete pending.segment;  // unmaps nothing (it was never mapped) and removes the name
+  if (pending.lock) pending.lock->Release();  // then another process may make the name again
   pending = PendingHandOver();
 }
 
@@ -138,10 +152,11 @@ long SettleHandOver(CapPriv* instance, long status) {
 // hand-over ends the loop and its items are never handed over, so keeping them would only
 // hold the card's memory).
 long HandOver(CapPriv* instance, const char* command, unsigned long long argument, Core::SharedMemory* segment,
-              IVeldranVideoInputFrame* frame, IVeldranAudioInputPacket* packet,
+              Core::SegmentLock* lock, IVeldranVideoInputFrame* frame, IVeldranAudioInputPacket* packet,
               std::chrono::steady_clock::time_point answerBy) {
   PendingHandOver& pending = instance->pending;
   pending.command = command;
+  pending.lock = lock;
   pending.slotCount = command == cmdSkipVideo ? static_cast<int64_t>(argument) : frame ? 1 : 0;
   pending.segment = segment;
   pending.frame = frame;
@@ -424,44 +439,55 @@ void PutBack(CapPriv* instance, IVeldranVideoInputFrame* frame, IVeldranAudioInp
   if (packet) instance->audioQueue->push_front(packet);
 }
 
+// The lock of a segment name, made at its first use.
+Core::SegmentLock* LockOf(Core::SegmentLock*& lock, const char* key) {
+  if (!lock) lock = new Core::SegmentLock(key);
+  return lock;
+}
+
 // Hands over one round; 0, 115 when an answer is still to come (the rest of the round is
-// put back), or the failure (the round's items released).
-long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::time_point answerBy) {
+// put back), 11 (EAGAIN) when another host process holds a segment name past workUntil
+// (the round is put back untouched), or the failure (the round's items released).
+long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::time_point workUntil,
+                   std::chrono::steady_clock::time_point answerBy) {
   if (round.givenUp) {
-    long rc = HandOver(instance, cmdSkipVideo, round.givenUp, nullptr, nullptr, nullptr, answerBy);
+    long rc = HandOver(instance, cmdSkipVideo, round.givenUp, nullptr, nullptr, nullptr, nullptr, answerBy);
     instance->slotsGivenUp += static_cast<int64_t>(round.givenUp);
     round.givenUp = 0;
     if (rc) return rc;
   }
   if (round.frame) {
+    Core::SegmentLock* lock = LockOf(instance->videoSegmentLock, kVideoShmKey);
+    if (long rc = lock->Acquire(workUntil)) return rc;
     IVeldranVideoInputFrame* frame = round.frame;
     round.frame = nullptr;
     unsigned long size = static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
     Core::SharedMemory* segment = new Core::SharedMemory(kVideoShmKey);
     if (long rc = FillSegment(instance, *segment, size, frame)) {
       delete segment;
+      lock->Release();
       frame->Release();
       return rc;
     }
-    if (long rc = HandOver(instance, cmdMapVideo, size, segment, frame, nullptr, answerBy)) return rc;
+    if (long rc = HandOver(instance, cmdMapVideo, size, segment, lock, frame, nullptr, answerBy)) return rc;
   }
   if (round.packet) {
+    if (!SoundLayoutUnchanged(instance)) return EINVAL;
+    Core::SegmentLock* lock = LockOf(instance->audioSegmentLock, kAudioShmKey);
+    if (long rc = lock->Acquire(workUntil)) return rc;
     IVeldranAudioInputPacket* packet = round.packet;
     round.packet = nullptr;
-    if (!SoundLayoutUnchanged(instance)) {
-      packet->Release();
-      return EINVAL;
-    }
     const CaptureSettings& settings = instance->settings;
     unsigned long sampleFrames = static_cast<unsigned long>(packet->GetSampleFrameCount());
     unsigned long size = sampleFrames * settings.audioChannels * (settings.audioSampleType / 8);
     Core::SharedMemory* segment = new Core::SharedMemory(kAudioShmKey);
     if (long rc = FillSegment(instance, *segment, size, packet, settings.audioSampleType == 24 ? PackTo24Bits : nullptr)) {
       delete segment;
+      lock->Release();
       packet->Release();
       return rc;
     }
-    if (long rc = HandOver(instance, cmdMapAudio, size, segment, nullptr, packet, answerBy)) return rc;
+    if (long rc = HandOver(instance, cmdMapAudio, size, segment, lock, nullptr, packet, answerBy)) return rc;
   }
   return 0;
 }
@@ -502,9 +528,13 @@ int32_t recServiceRecord(CapPriv* instance) {
     if (Clock::now() >= workUntil) break;
     Round round = PopRound(instance, soundGivenUp);
     if (round.Empty()) break;
-    rc = HandOverRound(instance, round, answerBy);
-    if (rc == EINPROGRESS) {
-      PutBack(instance, round.frame, round.packet);  // the rest of the round goes first next time
+    rc = HandOverRound(instance, round, workUntil, answerBy);
+    if (rc == EINPROGRESS || rc == EAGAIN) {
+      // An answer still to come, or another host process using the segment name: the rest
+      // of the round goes first next time.
+      PutBack(instance, round.frame, round.packet);
+      if (rc == EAGAIN) rc = 0;
+      break;
     } else if (rc) {
       // A failed hand-over ends the loop with its failure, and its round is never handed
       // over: what it still holds is released here rather than left to the flush.
