@@ -1,6 +1,7 @@
 // One recording through the plug-in, from open to close, as the command line runs it.
 #include "Host/RecordSession.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -46,7 +47,10 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     bool hostCounts = expected && !request.hasInPoint && !request.pluginCounts;
     auto start = std::chrono::steady_clock::now();
     for (;;) {
+      auto called = std::chrono::steady_clock::now();
       int32_t rc = session.Service();
+      outcome.longestServiceCall = std::max(
+          outcome.longestServiceCall, std::chrono::duration<double>(std::chrono::steady_clock::now() - called).count());
       if (mShowProgress) progress.Update(session.StatusText(), session.Frames(), expected, frameRate > 30 ? frameRate / 2 : frameRate);
       if (rc == rmFrameLimitReached) break;
       if (rc == rmAborted) {

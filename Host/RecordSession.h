@@ -17,6 +17,7 @@ struct RecordOutcome {
   bool droppedFrames = false;   // the plug-in reported dropped frames
   std::string startTimecode;    // of the first frame, as the plug-in reported it
   std::string status;           // the plug-in's last status text
+  double longestServiceCall = 0;  // seconds the longest service call held the host's thread
 };
 
 class RecordSession {
