@@ -22,6 +22,7 @@
 #include "IPC/QTRecordClient.h"
 #include "IPC/RecorderCommands.h"
 #include "Util/CapturedStderr.h"
+#include "Util/ScratchFolder.h"
 #include "Util/FourCC.h"
 
 namespace KTN {
@@ -43,18 +44,18 @@ int OpenDescriptorCount() {
 class ServerFolder {
  public:
   explicit ServerFolder(const std::string& folderName) {
-    char pattern[] = "/tmp/ktn-ipc-test-XXXXXX";
-    mRoot = mkdtemp(pattern);
+    mRoot = mScratch.Path();
     mFolder = mRoot + "/" + folderName;
     fs::create_directories(mFolder);
     fs::copy_file(FAKE_RECORD_SERVER, ServerPath());
   }
-  ~ServerFolder() { fs::remove_all(mRoot); }
+  ~ServerFolder() = default;
   std::string ServerPath() const { return mFolder + "/QTRecordServer"; }
   const std::string& Folder() const { return mFolder; }
   const std::string& Root() const { return mRoot; }
 
  private:
+  Util::ScratchFolder mScratch;
   std::string mRoot;
   std::string mFolder;
 };

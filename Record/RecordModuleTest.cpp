@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <regex>
 #include <string>
 #include <vector>
@@ -24,6 +25,7 @@
 #include "Settings/CaptureTables.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Util/CapturedStderr.h"
+#include "Util/ScratchFolder.h"
 #include "Util/FourCC.h"
 
 namespace KTN {
@@ -75,12 +77,12 @@ class RecordModuleTest : public testing::Test {
   void SetUp() override {
     mHost.UseEntryPoint(RecEntry);
     SetRecordServerPathForTesting(QT_RECORD_SERVER);
-    char pattern[] = "/tmp/ktn-record-test-XXXXXX";
-    mFolder = mkdtemp(pattern);
+    mScratch.reset(new Util::ScratchFolder);
+    mFolder = mScratch->Path();
     sStatus = StatusLog();
     sReport = FormatReport();
   }
-  void TearDown() override { fs::remove_all(mFolder); }
+  void TearDown() override { mScratch.reset(); }
 
   void UseCard(std::initializer_list<SimulatedCardSetting> settings = {}) { UseSimulatedCard(SIMULATED_CARD_BUNDLE, settings); }
 
@@ -126,6 +128,7 @@ class RecordModuleTest : public testing::Test {
   int32_t Close(CapPriv* instance) { return mHost.Call(recmod_Close, instance, 0); }
 
   PluginHost mHost;
+  std::unique_ptr<Util::ScratchFolder> mScratch;
   std::string mFolder;
 };
 

@@ -30,6 +30,7 @@
 #include "Util/CapturedStderr.h"
 #include "Util/FourCC.h"
 #include "Util/RowBytes.h"
+#include "Util/ScratchFolder.h"
 #include "Util/SmallDisk.h"
 
 namespace KTN {
@@ -41,19 +42,7 @@ using Util::FourCC;
 using Util::SmallDisk;
 
 // A scratch folder for movies, removed at the end.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    char pattern[] = "/tmp/ktn-server-test-XXXXXX";
-    mPath = mkdtemp(pattern);
-  }
-  ~ScratchFolder() { fs::remove_all(mPath); }
-  std::string File(const std::string& name) const { return mPath + "/" + name; }
-  const std::string& Path() const { return mPath; }
-
- private:
-  std::string mPath;
-};
+using Util::ScratchFolder;
 
 // What one recording is configured with.
 struct Take {

@@ -36,6 +36,9 @@ int main(int argc, char** argv) {
   // The plug-in may die at any moment: a failed acknowledgement must end the loop and let
   // the movie be finished, not kill this process.
   signal(SIGPIPE, SIG_IGN);
+  // A file-size limit set on this process makes the write that meets it fail (EFBIG) and
+  // the recording end with that error, instead of killing the server mid-fragment.
+  signal(SIGXFSZ, SIG_IGN);
   // Every segment waiting in the backlog holds a descriptor: a backlog of small frames and
   // their sound can hold more than the usual soft limit of them.
   struct rlimit files;

@@ -7,17 +7,17 @@
 #include <filesystem>
 
 #include "Settings/UserDefaults.h"
+#include "Util/ScratchFolder.h"
 
 namespace KTN {
 
 namespace {
 
 std::string MakeDirectory() {
-  char pattern[] = "/tmp/ktn-settings-test-XXXXXX";
-  const char* made = mkdtemp(pattern);
-  if (!made) abort();
-  setenv("XDG_CONFIG_HOME", made, 1);
-  return made;
+  static Util::ScratchFolder folder;  // removed at exit, or by the run's clean-up
+  if (folder.Path().empty()) abort();
+  setenv("XDG_CONFIG_HOME", folder.Path().c_str(), 1);
+  return folder.Path();
 }
 
 // Set up before the first test reaches the store (and not at all when tests are only

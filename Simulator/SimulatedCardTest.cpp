@@ -23,6 +23,7 @@
 #include "Simulator/SimulatedModes.h"
 #include "Simulator/TestSignal.h"
 #include "Util/CapturedStderr.h"
+#include "Util/ScratchFolder.h"
 
 namespace KTN {
 namespace {
@@ -758,9 +759,8 @@ TEST(SimulatedCardTest, RealTimeDeliveryIsScheduledOnAbsoluteTime) {
 }
 
 TEST(SimulatedCardTest, SourceMoviePlaysInALoopInsteadOfTheBars) {
-  char folder[] = "/tmp/ktn-source-XXXXXX";
-  ASSERT_NE(nullptr, mkdtemp(folder));
-  std::string movie = std::string(folder) + "/source.mov";
+  Util::ScratchFolder folder;
+  std::string movie = folder.File("source.mov");
   // Ten frames of a flat mid-grey picture, made by FFmpeg's own command line.
   std::string command = "ffmpeg -v error -y -f lavfi -i color=c=0x808080:size=320x240:rate=25 -frames:v 10 -c:v mjpeg '" +
                         movie + "'";
@@ -777,8 +777,6 @@ TEST(SimulatedCardTest, SourceMoviePlaysInALoopInsteadOfTheBars) {
     EXPECT_NEAR(126, bottom.y, 4) << n;
   }
   EXPECT_EQ(seen[0].picture, seen[10].picture) << "the movie starts again after its tenth frame";
-  std::string cleanup = std::string("rm -rf '") + folder + "'";
-  EXPECT_EQ(0, system(cleanup.c_str()));
 }
 
 TEST(SimulatedCardTest, ABoundedSignalStopsAfterItsFrames) {

@@ -13,10 +13,12 @@
 #include <QImage>
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
 
 #include "Capture/VeldranAPILoader.h"
+#include "Util/ScratchFolder.h"
 
 namespace KTN {
 namespace {
@@ -63,11 +65,11 @@ class CaptureWindowTest : public testing::Test {
     ASSERT_TRUE(fs::exists(std::string(kVeldranAPIBundlePath) + "/Contents/Linux/VeldranAPI.so"))
         << "the simulated card is not installed: run scripts/install-simulated-card";
     ASSERT_FALSE(mDisplay.Name().empty()) << "Xvfb did not start";
-    char pattern[] = "/tmp/ktn-gui-XXXXXX";
-    mFolder = mkdtemp(pattern);
+    mScratch.reset(new Util::ScratchFolder);
+    mFolder = mScratch->Path();
     fs::create_directories(TEST_ARTIFACTS);
   }
-  void TearDown() override { fs::remove_all(mFolder); }
+  void TearDown() override { mScratch.reset(); }
 
   // Runs the capture window with options; its exit status.
   int RunWindow(const std::vector<std::string>& options) {
@@ -98,6 +100,7 @@ class CaptureWindowTest : public testing::Test {
   }
 
   VirtualDisplay mDisplay;
+  std::unique_ptr<Util::ScratchFolder> mScratch;
   std::string mFolder;
 };
 

@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -33,6 +34,7 @@
 #include "Simulator/TestSignal.h"
 #include "Util/FourCC.h"
 #include "Util/CapturedStderr.h"
+#include "Util/ScratchFolder.h"
 #include "Util/SmallDisk.h"
 #include "Util/TimeCode.h"
 
@@ -60,11 +62,11 @@ class EndToEndTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(CardInstalled()) << "the simulated card is not installed: run scripts/install-simulated-card";
-    char pattern[] = "/tmp/ktn-e2e-XXXXXX";
-    mFolder = mkdtemp(pattern);
+    mScratch.reset(new Util::ScratchFolder);
+    mFolder = mScratch->Path();
     setenv("XDG_CONFIG_HOME", mFolder.c_str(), 1);  // the user's choices stay out of the real defaults
   }
-  void TearDown() override { fs::remove_all(mFolder); }
+  void TearDown() override { mScratch.reset(); }
 
   // One recording through the bundle with the card configured as given.
   RecordOutcome Record(const CaptureSettings& settings, RecordRequest request,
@@ -115,6 +117,7 @@ class EndToEndTest : public testing::Test {
     return bundle;
   }
 
+  std::unique_ptr<Util::ScratchFolder> mScratch;
   std::string mFolder;
 };
 
@@ -504,7 +507,8 @@ class OverloadTest : public EndToEndTest, public testing::WithParamInterface<Ove
 // sound lasts as long as the pictures.
 TEST_P(OverloadTest, AFrameLimitEndsAnOverloadedRecordingOnTimeAndInStep) {
   CaptureSettings settings = Settings(18, 1);  // HD 1080p 60, v210
-  RecordRequest request = Counted(mFolder + "/overload.mov", 60);  // 120 frames: two seconds
+  Util::ScratchFolder memory(Util::ScratchFolder::Where::kMemory);  // 660 MB at most, and no disk in the way
+  RecordRequest request = Counted(memory.File("overload.mov"), 60);  // 120 frames: two seconds
   request.timeLimitSeconds = 120;
   RecordOutcome outcome = RecordUntimed(settings, request, GetParam().speed);
   ASSERT_EQ(0, outcome.exitCode) << outcome.error;
@@ -527,8 +531,9 @@ TEST_P(OverloadTest, AFrameLimitEndsAnOverloadedRecordingOnTimeAndInStep) {
 // hand-over is; what was handed over is in the movie, in step.
 TEST_P(OverloadTest, TheHostsStopEndsAnOverloadedRecordingWithoutALimit) {
   CaptureSettings settings = Settings(4, 0);  // PAL 2vuy
+  Util::ScratchFolder memory(Util::ScratchFolder::Where::kMemory);
   RecordRequest request;
-  request.moviePath = mFolder + "/no limit.mov";
+  request.moviePath = memory.File("no limit.mov");
   request.pluginCounts = true;  // 0x7FFFFFFF: until stopped
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", GetParam().speed}});
   PluginHost host;
@@ -558,8 +563,9 @@ TEST_P(OverloadTest, TheHostsStopEndsAnOverloadedRecordingWithoutALimit) {
 // Asked to abort when frames are dropped, an overloaded recording ends with 17 (the host
 // program's status 7), and what it wrote plays.
 TEST_P(OverloadTest, AbortOnDroppedFramesEndsAnOverloadedRecording) {
-  CaptureSettings settings = Settings(18, 1);  // HD 1080p 60, v210
-  RecordRequest request = Counted(mFolder + "/abort.mov", 3000);
+  CaptureSettings settings = Settings(9, 1);  // HD 720p 60, v210: 2.5 MB frames
+  Util::ScratchFolder memory(Util::ScratchFolder::Where::kMemory);
+  RecordRequest request = Counted(memory.File("abort.mov"), 3000);
   request.abortOnDrop = true;
   request.timeLimitSeconds = 120;
   RecordOutcome outcome = RecordUntimed(settings, request, GetParam().speed);
