@@ -43,7 +43,7 @@ class VirtualDisplay {
     }
     // Ready once its socket is there (at most ten seconds).
     std::string socket = "/tmp/.X11-unix/X" + std::to_string(number);
-    for (int i = 0; i < 200 && !fs::exists(socket); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (int i = 0; i < 1200 && !fs::exists(socket); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
     if (fs::exists(socket)) mDisplay = display;
   }
   ~VirtualDisplay() {
