@@ -165,6 +165,7 @@ int main(int argc, char** argv) {
   folder += "/ktn-sustain-" + std::to_string(getpid());
   std::filesystem::create_directories(folder);
   printf("sustain: %.0f s of each stream at real time into %s\n", seconds, folder.c_str());
+  fflush(stdout);  // before the children inherit the buffer
   int failures = 0;
   for (const SustainCase& sustain : kCases) {
     pid_t child = fork();
