@@ -54,7 +54,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
       if (mShowProgress) progress.Update(session.StatusText(), session.Frames(), expected, frameRate > 30 ? frameRate / 2 : frameRate);
       if (rc == rmFrameLimitReached) break;
       if (rc == rmAborted) {
-        fail(7, "recording aborted: the recording server dropped frames");
+        fail(7, "recording aborted: frames were dropped");
         break;
       }
       if (rc != rmNoErr) {

@@ -243,7 +243,7 @@ int Record(int argc, char** argv) {
   signal(SIGTERM, StopOnSignal);
   RecordSession session(host, settings, sStop, true);
   RecordOutcome outcome = session.Run(request);
-  if (outcome.droppedFrames) fprintf(stderr, "kestrin-capture: WARNING: the recording server dropped frames; the movie has gaps\n");
+  if (outcome.droppedFrames) fprintf(stderr, "kestrin-capture: WARNING: frames were dropped; their places in the movie are kept empty\n");
   if (outcome.exitCode) {
     fprintf(stderr, "kestrin-capture: %s\n", outcome.error.c_str());
     return outcome.exitCode;

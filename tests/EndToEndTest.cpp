@@ -305,7 +305,7 @@ TEST_F(EndToEndTest, AbortOnDroppedFramesEndsTheRecording) {
   request.abortOnDrop = true;
   RecordOutcome outcome = RecordUntimed(settings, request, "2", SlowServerBundle(829440));
   EXPECT_EQ(7, outcome.exitCode);
-  EXPECT_EQ("recording aborted: the recording server dropped frames", outcome.error);
+  EXPECT_EQ("recording aborted: frames were dropped", outcome.error);
   ProbedMovie movie = ProbeMovie(request.moviePath, false);
   EXPECT_TRUE(movie.opened) << "what was written before the abort still plays";
   EXPECT_LT(movie.video.packets, 400);
@@ -580,7 +580,7 @@ TEST_P(OverloadTest, AbortOnDroppedFramesEndsAnOverloadedRecording) {
   request.timeLimitSeconds = 120;
   RecordOutcome outcome = RecordUntimed(settings, request, GetParam().speed);
   EXPECT_EQ(7, outcome.exitCode) << outcome.error;
-  EXPECT_EQ("recording aborted: the recording server dropped frames", outcome.error);
+  EXPECT_EQ("recording aborted: frames were dropped", outcome.error);
   EXPECT_LT(outcome.longestServiceCall, kServiceCallBound);
   ProbedMovie movie = ProbeMovie(request.moviePath, false);
   ASSERT_TRUE(movie.opened) << "what was written before the abort plays";
