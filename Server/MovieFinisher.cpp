@@ -15,7 +15,7 @@ extern "C" {
 }
 
 #include "Server/AvFailure.h"
-#include "Server/InPlaceIndex.h"
+#include "Movie/InPlaceIndex.h"
 #include "Util/Log.h"
 
 namespace KTN {

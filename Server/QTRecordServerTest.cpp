@@ -23,7 +23,7 @@
 #include "IPC/QTRecordClient.h"
 #include "IPC/ServerProcess.h"
 #include "Server/CodecTable.h"
-#include "Server/InPlaceIndex.h"
+#include "Movie/InPlaceIndex.h"
 #include "Server/MovieFinisher.h"
 #include "Server/MovieProbe.h"
 #include "Server/MovieWriter.h"

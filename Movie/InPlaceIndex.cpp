@@ -1,158 +1,21 @@
 // Appends one ordinary index to a fragmented movie and hides its fragment headers.
-#include "Server/InPlaceIndex.h"
+#include "Movie/InPlaceIndex.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <vector>
 
+#include "Movie/BoxReader.h"
+#include "Movie/BoxWriter.h"
+#include "Movie/MovieFile.h"
 #include "Util/Log.h"
 
 namespace KTN {
 
 namespace {
 
-constexpr uint32_t Type(const char (&name)[5]) {
-  return static_cast<uint32_t>(static_cast<uint8_t>(name[0])) << 24 |
-         static_cast<uint32_t>(static_cast<uint8_t>(name[1])) << 16 |
-         static_cast<uint32_t>(static_cast<uint8_t>(name[2])) << 8 | static_cast<uint8_t>(name[3]);
-}
-
 constexpr uint32_t kSampleIsNotSync = 0x00010000;  // in a fragment's sample flags
-
-// A box: where it starts (in the file or in a parent's bytes), its whole size and header.
-struct Box {
-  uint64_t offset = 0;
-  uint64_t size = 0;
-  uint32_t header = 8;
-  uint32_t type = 0;
-};
-
-// Big-endian fields of a run of bytes, bounds-checked: a read past the end reads 0 and
-// clears ok.
-class Reader {
- public:
-  Reader(const uint8_t* data, uint64_t size) : mData(data), mSize(size) {}
-  bool ok = true;
-  uint64_t Position() const { return mPosition; }
-  void Seek(uint64_t position) {
-    if (position > mSize) ok = false;
-    mPosition = position > mSize ? mSize : position;
-  }
-  uint32_t U32() { return static_cast<uint32_t>(Take(4)); }
-  uint64_t U64() { return Take(8); }
-  uint32_t U8() { return static_cast<uint32_t>(Take(1)); }
-
- private:
-  uint64_t Take(int bytes) {
-    if (mPosition + static_cast<uint64_t>(bytes) > mSize) {
-      ok = false;
-      mPosition = mSize;
-      return 0;
-    }
-    uint64_t value = 0;
-    for (int i = 0; i < bytes; ++i) value = (value << 8) | mData[mPosition++];
-    return value;
-  }
-  const uint8_t* mData;
-  uint64_t mSize;
-  uint64_t mPosition = 0;
-};
-
-// The boxes that fill bytes [begin, end) of data; false if one runs past end.
-bool ChildBoxes(const uint8_t* data, uint64_t begin, uint64_t end, std::vector<Box>& boxes) {
-  boxes.clear();
-  uint64_t at = begin;
-  while (at + 8 <= end) {
-    Reader reader(data + at, end - at);
-    Box box;
-    box.offset = at;
-    box.size = reader.U32();
-    box.type = reader.U32();
-    if (box.size == 1) {
-      box.size = reader.U64();
-      box.header = 16;
-    } else if (box.size == 0) {
-      box.size = end - at;
-    }
-    if (!reader.ok || box.size < box.header || box.size > end - at) return false;
-    boxes.push_back(box);
-    at += box.size;
-  }
-  return at == end;
-}
-
-// The boxes inside box, which lies in bytes.
-bool Children(const std::vector<uint8_t>& bytes, const Box& box, std::vector<Box>& boxes) {
-  return ChildBoxes(bytes.data(), box.offset + box.header, box.offset + box.size, boxes);
-}
-
-// A header box (mvhd, tkhd, mdhd) starts with a version, flags and two dates, 32 bits each
-// in version 0 and 64 in version 1. Where its fields after them start, counted from the
-// start of box; wide receives whether the version is 1.
-uint64_t AfterDates(const std::vector<uint8_t>& bytes, const Box& box, bool& wide) {
-  wide = box.size > box.header && bytes[box.offset + box.header] == 1;
-  return box.header + 4 + (wide ? 16 : 8);
-}
-
-// The 32-bit field right after the dates (tkhd's track ID, mvhd's and mdhd's timescale),
-// or 0 when the box is too short to hold it.
-uint32_t FirstFieldAfterDates(const std::vector<uint8_t>& bytes, const Box& box) {
-  bool wide = false;
-  uint64_t at = AfterDates(bytes, box, wide);
-  if (at + 4 > box.size) return 0;
-  Reader field(bytes.data() + box.offset + at, 4);
-  return field.U32();
-}
-
-const Box* Find(const std::vector<Box>& boxes, uint32_t type) {
-  for (const Box& box : boxes) {
-    if (box.type == type) return &box;
-  }
-  return nullptr;
-}
-
-// Big-endian output with boxes whose sizes are filled in when they end.
-class Writer {
- public:
-  std::vector<uint8_t> bytes;
-  void Put32(uint32_t value) {
-    for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<uint8_t>(value >> shift));
-  }
-  void Put64(uint64_t value) {
-    Put32(static_cast<uint32_t>(value >> 32));
-    Put32(static_cast<uint32_t>(value));
-  }
-  void Put(const uint8_t* data, uint64_t size) { bytes.insert(bytes.end(), data, data + size); }
-  size_t Begin(uint32_t type) {
-    size_t start = bytes.size();
-    Put32(0);
-    Put32(type);
-    return start;
-  }
-  // Overwrites 32 bits written earlier (a size or a count known only afterwards).
-  void Patch32(size_t at, uint32_t value) {
-    for (int i = 0; i < 4; ++i) bytes[at + static_cast<size_t>(i)] = static_cast<uint8_t>(value >> (24 - 8 * i));
-  }
-  // False when the box outgrew a 32-bit size.
-  bool End(size_t start) {
-    uint64_t size = bytes.size() - start;
-    if (size > UINT32_MAX) return false;
-    Patch32(start, static_cast<uint32_t>(size));
-    return true;
-  }
-  // Overwrites a duration field of a copied header box (32 or 64 bits wide).
-  bool PatchDuration(size_t at, bool wide, uint64_t duration) {
-    if (!wide && duration > UINT32_MAX) return false;
-    for (int i = 0, width = wide ? 8 : 4; i < width; ++i) {
-      bytes[at + static_cast<size_t>(i)] = static_cast<uint8_t>(duration >> (8 * (width - 1 - i)));
-    }
-    return true;
-  }
-};
 
 // One track of the take: what the fragments say about its samples.
 struct Track {
@@ -178,70 +41,6 @@ struct Track {
   std::vector<Chunk> chunks;
 };
 
-// An open movie, closed on the way out.
-class MovieFile {
- public:
-  explicit MovieFile(const std::string& path) : mPath(path) {}
-  ~MovieFile() {
-    if (mFd >= 0) close(mFd);
-  }
-  long Open() {
-    mFd = open(mPath.c_str(), O_RDWR | O_CLOEXEC);
-    if (mFd < 0) return Failed("open");
-    struct stat info;
-    if (fstat(mFd, &info) != 0) return Failed("fstat");
-    mSize = static_cast<uint64_t>(info.st_size);
-    return 0;
-  }
-  uint64_t Size() const { return mSize; }
-  long Read(uint64_t offset, uint64_t size, std::vector<uint8_t>& bytes) {
-    bytes.resize(size);
-    uint64_t done = 0;
-    while (done < size) {
-      ssize_t got = pread(mFd, bytes.data() + done, size - done, static_cast<off_t>(offset + done));
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) return Failed("pread");
-      if (got == 0) {
-        KTN_LOG("The movie %s ends inside a box at %llu", mPath.c_str(), static_cast<unsigned long long>(offset));
-        return EIO;
-      }
-      done += static_cast<uint64_t>(got);
-    }
-    return 0;
-  }
-  long Write(uint64_t offset, const uint8_t* bytes, uint64_t size) {
-    uint64_t done = 0;
-    while (done < size) {
-      ssize_t put = pwrite(mFd, bytes + done, size - done, static_cast<off_t>(offset + done));
-      if (put < 0 && errno == EINTR) continue;
-      if (put < 0) return Failed("pwrite");
-      done += static_cast<uint64_t>(put);
-    }
-    return 0;
-  }
-  long Truncate(uint64_t size) {
-    if (ftruncate(mFd, static_cast<off_t>(size)) != 0) return Failed("ftruncate");
-    mSize = size;
-    return 0;
-  }
-  long Sync() { return fsync(mFd) == 0 ? 0 : Failed("fsync"); }
-  // Turns the box at offset into a 'free' box of the same size.
-  long Hide(uint64_t offset) {
-    static const uint8_t kFree[4] = {'f', 'r', 'e', 'e'};
-    return Write(offset + 4, kFree, 4);
-  }
-
- private:
-  long Failed(const char* call) {
-    long error = errno;
-    KTN_LOG("%s(%s) failed with errno %ld (%s)", call, mPath.c_str(), error, strerror(errno));
-    return error;
-  }
-  std::string mPath;
-  int mFd = -1;
-  uint64_t mSize = 0;
-};
-
 long Unsupported(const std::string& path, const char* why) {
   KTN_LOG("The movie %s cannot be indexed in place: %s", path.c_str(), why);
   return EOPNOTSUPP;
@@ -250,31 +49,31 @@ long Unsupported(const std::string& path, const char* why) {
 // Tracks of the first moov, with the fragments' defaults; false if it is not a take's.
 bool ReadTracks(const std::vector<uint8_t>& moov, const Box& box, std::vector<Track>& tracks) {
   std::vector<Box> children, inner, media;
-  if (!Children(moov, box, children)) return false;
+  if (!BoxReader::Children(moov, box, children)) return false;
   for (const Box& child : children) {
-    if (child.type != Type("trak")) continue;
+    if (child.type != BoxType("trak")) continue;
     Track track;
     track.trak = child;
-    if (!Children(moov, child, inner)) return false;
-    const Box* tkhd = Find(inner, Type("tkhd"));
-    const Box* mdia = Find(inner, Type("mdia"));
-    if (!tkhd || !mdia || !Children(moov, *mdia, media)) return false;
-    track.id = FirstFieldAfterDates(moov, *tkhd);
-    const Box* mdhd = Find(media, Type("mdhd"));
-    const Box* hdlr = Find(media, Type("hdlr"));
+    if (!BoxReader::Children(moov, child, inner)) return false;
+    const Box* tkhd = BoxReader::Find(inner, BoxType("tkhd"));
+    const Box* mdia = BoxReader::Find(inner, BoxType("mdia"));
+    if (!tkhd || !mdia || !BoxReader::Children(moov, *mdia, media)) return false;
+    track.id = BoxReader::FirstFieldAfterDates(moov, *tkhd);
+    const Box* mdhd = BoxReader::Find(media, BoxType("mdhd"));
+    const Box* hdlr = BoxReader::Find(media, BoxType("hdlr"));
     if (!mdhd || !hdlr) return false;
-    track.timescale = FirstFieldAfterDates(moov, *mdhd);
-    Reader handler(moov.data() + hdlr->offset + hdlr->header, hdlr->size - hdlr->header);
+    track.timescale = BoxReader::FirstFieldAfterDates(moov, *mdhd);
+    BoxReader handler(moov.data() + hdlr->offset + hdlr->header, hdlr->size - hdlr->header);
     handler.Seek(8);
-    track.sound = handler.U32() == Type("soun");
+    track.sound = handler.U32() == BoxType("soun");
     if (!handler.ok || track.id == 0 || track.timescale == 0) return false;
     tracks.push_back(track);
   }
-  if (const Box* mvex = Find(children, Type("mvex"))) {
-    if (!Children(moov, *mvex, inner)) return false;
+  if (const Box* mvex = BoxReader::Find(children, BoxType("mvex"))) {
+    if (!BoxReader::Children(moov, *mvex, inner)) return false;
     for (const Box& trex : inner) {
-      if (trex.type != Type("trex")) continue;
-      Reader defaults(moov.data() + trex.offset + trex.header, trex.size - trex.header);
+      if (trex.type != BoxType("trex")) continue;
+      BoxReader defaults(moov.data() + trex.offset + trex.header, trex.size - trex.header);
       defaults.Seek(4);
       uint32_t id = defaults.U32();
       for (Track& track : tracks) {
@@ -296,15 +95,15 @@ bool ReadFragment(const std::vector<uint8_t>& moof, uint64_t moofOffset, uint64_
                   std::vector<Track>& tracks) {
   std::vector<Box> children, parts;
   Box whole;
-  if (!ChildBoxes(moof.data(), 0, moof.size(), children) || children.size() != 1) return false;
+  if (!BoxReader::ChildBoxes(moof.data(), 0, moof.size(), children) || children.size() != 1) return false;
   whole = children[0];
-  if (!Children(moof, whole, children)) return false;
+  if (!BoxReader::Children(moof, whole, children)) return false;
   for (const Box& traf : children) {
-    if (traf.type != Type("traf")) continue;
-    if (!Children(moof, traf, parts)) return false;
-    const Box* tfhd = Find(parts, Type("tfhd"));
+    if (traf.type != BoxType("traf")) continue;
+    if (!BoxReader::Children(moof, traf, parts)) return false;
+    const Box* tfhd = BoxReader::Find(parts, BoxType("tfhd"));
     if (!tfhd) return false;
-    Reader header(moof.data() + tfhd->offset + tfhd->header, tfhd->size - tfhd->header);
+    BoxReader header(moof.data() + tfhd->offset + tfhd->header, tfhd->size - tfhd->header);
     uint32_t flags = header.U32() & 0xFFFFFF;
     uint32_t id = header.U32();
     Track* track = nullptr;
@@ -320,8 +119,8 @@ bool ReadFragment(const std::vector<uint8_t>& moof, uint64_t moofOffset, uint64_
     uint32_t defaultFlags = flags & 0x20 ? header.U32() : track->defaultFlags;
     if (!header.ok) return false;
     int64_t time = track->times.empty() ? 0 : track->times.back() + static_cast<int64_t>(track->durations.back());
-    if (const Box* tfdt = Find(parts, Type("tfdt"))) {
-      Reader decode(moof.data() + tfdt->offset + tfdt->header, tfdt->size - tfdt->header);
+    if (const Box* tfdt = BoxReader::Find(parts, BoxType("tfdt"))) {
+      BoxReader decode(moof.data() + tfdt->offset + tfdt->header, tfdt->size - tfdt->header);
       bool wide = decode.U8() == 1;
       decode.Seek(4);
       time = static_cast<int64_t>(wide ? decode.U64() : decode.U32());
@@ -329,8 +128,8 @@ bool ReadFragment(const std::vector<uint8_t>& moof, uint64_t moofOffset, uint64_
     }
     uint64_t next = base;  // where a run without its own data offset starts
     for (const Box& trun : parts) {
-      if (trun.type != Type("trun")) continue;
-      Reader run(moof.data() + trun.offset + trun.header, trun.size - trun.header);
+      if (trun.type != BoxType("trun")) continue;
+      BoxReader run(moof.data() + trun.offset + trun.header, trun.size - trun.header);
       uint32_t runFlags = run.U32() & 0xFFFFFF;
       uint32_t count = run.U32();
       if (runFlags & 0x1) next = base + static_cast<uint64_t>(static_cast<int32_t>(run.U32()));
@@ -384,13 +183,13 @@ void SettleDurations(Track& track, uint64_t& bytesPerFrame) {
 
 // The sample table of a track: stsd as recorded, then times, chunks, sizes and places.
 // Sound of whole frames is laid out as QuickTime keeps it: one table sample a frame.
-bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& stsd, const Track& track,
+bool WriteSampleTable(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& stsd, const Track& track,
                       uint64_t bytesPerFrame, uint64_t& duration) {
-  size_t stbl = out.Begin(Type("stbl"));
+  size_t stbl = out.Begin(BoxType("stbl"));
   out.Put(moov.data() + stsd.offset, stsd.size);
   const size_t count = track.sizes.size();
   duration = 0;
-  size_t stts = out.Begin(Type("stts"));
+  size_t stts = out.Begin(BoxType("stts"));
   out.Put32(0);
   size_t entryCount = out.bytes.size();
   out.Put32(0);
@@ -420,7 +219,7 @@ bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& 
     bool allSync = true;
     for (bool sync : track.sync) allSync = allSync && sync;
     if (!allSync) {
-      size_t stss = out.Begin(Type("stss"));
+      size_t stss = out.Begin(BoxType("stss"));
       out.Put32(0);
       uint32_t syncs = 0;
       for (bool sync : track.sync) syncs += sync;
@@ -442,7 +241,7 @@ bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& 
     }
     perChunk.push_back(samples);
   }
-  size_t stsc = out.Begin(Type("stsc"));
+  size_t stsc = out.Begin(BoxType("stsc"));
   out.Put32(0);
   size_t stscCount = out.bytes.size();
   out.Put32(0);
@@ -460,7 +259,7 @@ bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& 
   out.Patch32(stscCount, runs);
   if (!out.End(stsc)) return false;
 
-  size_t stsz = out.Begin(Type("stsz"));
+  size_t stsz = out.Begin(BoxType("stsz"));
   out.Put32(0);
   if (bytesPerFrame) {
     out.Put32(static_cast<uint32_t>(bytesPerFrame));
@@ -478,7 +277,7 @@ bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& 
 
   bool wide = false;
   for (const Track::Chunk& chunk : track.chunks) wide = wide || track.offsets[chunk.first] > UINT32_MAX;
-  size_t places = out.Begin(wide ? Type("co64") : Type("stco"));
+  size_t places = out.Begin(wide ? BoxType("co64") : BoxType("stco"));
   out.Put32(0);
   out.Put32(static_cast<uint32_t>(track.chunks.size()));
   for (const Track::Chunk& chunk : track.chunks) {
@@ -494,58 +293,58 @@ bool WriteSampleTable(Writer& out, const std::vector<uint8_t>& moov, const Box& 
 
 // Copies the header box at `box` of moov and sets its duration; the field sits after the
 // version, two dates (32 or 64 bits each) and `before` more bytes.
-bool CopyWithDuration(Writer& out, const std::vector<uint8_t>& moov, const Box& box, uint32_t before,
+bool CopyWithDuration(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& box, uint32_t before,
                       uint64_t duration) {
   size_t start = out.bytes.size();
   out.Put(moov.data() + box.offset, box.size);
   bool wide = false;
-  uint64_t at = AfterDates(moov, box, wide) + before;
+  uint64_t at = BoxReader::AfterDates(moov, box, wide) + before;
   if (at + (wide ? 8 : 4) > box.size) return false;
   return out.PatchDuration(start + at, wide, duration);
 }
 
 // The new moov: the first one's boxes with durations set, sample tables filled and the
 // fragments' defaults (mvex) left out.
-bool WriteIndex(Writer& out, const std::vector<uint8_t>& moov, const Box& moovBox, std::vector<Track>& tracks) {
+bool WriteIndex(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& moovBox, std::vector<Track>& tracks) {
   std::vector<Box> children;
-  if (!Children(moov, moovBox, children)) return false;
-  const Box* mvhd = Find(children, Type("mvhd"));
+  if (!BoxReader::Children(moov, moovBox, children)) return false;
+  const Box* mvhd = BoxReader::Find(children, BoxType("mvhd"));
   if (!mvhd) return false;
-  const uint64_t movieTimescale = FirstFieldAfterDates(moov, *mvhd);
+  const uint64_t movieTimescale = BoxReader::FirstFieldAfterDates(moov, *mvhd);
   if (movieTimescale == 0) return false;
 
   // Tracks first, so the movie's duration is known when its header is written.
-  Writer traks;
+  BoxWriter traks;
   uint64_t movieDuration = 0;
   for (Track& track : tracks) {
     if (track.sizes.empty()) continue;  // a track with no sample is left out
     uint64_t bytesPerFrame = 0;
     SettleDurations(track, bytesPerFrame);
     std::vector<Box> trakChildren, mdiaChildren, minfChildren, stblChildren;
-    if (!Children(moov, track.trak, trakChildren)) return false;
-    const Box* mdia = Find(trakChildren, Type("mdia"));
-    if (!mdia || !Children(moov, *mdia, mdiaChildren)) return false;
-    const Box* minf = Find(mdiaChildren, Type("minf"));
-    if (!minf || !Children(moov, *minf, minfChildren)) return false;
-    const Box* stbl = Find(minfChildren, Type("stbl"));
-    if (!stbl || !Children(moov, *stbl, stblChildren)) return false;
-    const Box* stsd = Find(stblChildren, Type("stsd"));
+    if (!BoxReader::Children(moov, track.trak, trakChildren)) return false;
+    const Box* mdia = BoxReader::Find(trakChildren, BoxType("mdia"));
+    if (!mdia || !BoxReader::Children(moov, *mdia, mdiaChildren)) return false;
+    const Box* minf = BoxReader::Find(mdiaChildren, BoxType("minf"));
+    if (!minf || !BoxReader::Children(moov, *minf, minfChildren)) return false;
+    const Box* stbl = BoxReader::Find(minfChildren, BoxType("stbl"));
+    if (!stbl || !BoxReader::Children(moov, *stbl, stblChildren)) return false;
+    const Box* stsd = BoxReader::Find(stblChildren, BoxType("stsd"));
     if (!stsd) return false;
-    Writer table;
+    BoxWriter table;
     uint64_t mediaDuration = 0;
     if (!WriteSampleTable(table, moov, *stsd, track, bytesPerFrame, mediaDuration)) return false;
     // Rounded up: an edit shorter than the media would cut its last sample short.
     uint64_t trackDuration = (mediaDuration * movieTimescale + track.timescale - 1) / track.timescale;
     if (trackDuration > movieDuration) movieDuration = trackDuration;
 
-    size_t trak = traks.Begin(Type("trak"));
+    size_t trak = traks.Begin(BoxType("trak"));
     for (const Box& box : trakChildren) {
-      if (box.type == Type("tkhd")) {
+      if (box.type == BoxType("tkhd")) {
         if (!CopyWithDuration(traks, moov, box, 8, trackDuration)) return false;  // after track ID and a reserved word
         // The track plays from its first sample for its whole duration: readers that find no
         // edit would stretch a track to the movie's length.
-        size_t edts = traks.Begin(Type("edts"));
-        size_t elst = traks.Begin(Type("elst"));
+        size_t edts = traks.Begin(BoxType("edts"));
+        size_t elst = traks.Begin(BoxType("elst"));
         bool wideEdit = trackDuration > UINT32_MAX;
         traks.Put32(wideEdit ? 0x01000000 : 0);
         traks.Put32(1);
@@ -558,15 +357,15 @@ bool WriteIndex(Writer& out, const std::vector<uint8_t>& moov, const Box& moovBo
         }
         traks.Put32(0x00010000);  // rate 1.0
         if (!traks.End(elst) || !traks.End(edts)) return false;
-      } else if (box.type == Type("mdia")) {
-        size_t mdiaStart = traks.Begin(Type("mdia"));
+      } else if (box.type == BoxType("mdia")) {
+        size_t mdiaStart = traks.Begin(BoxType("mdia"));
         for (const Box& part : mdiaChildren) {
-          if (part.type == Type("mdhd")) {
+          if (part.type == BoxType("mdhd")) {
             if (!CopyWithDuration(traks, moov, part, 4, mediaDuration)) return false;  // after the timescale
-          } else if (part.type == Type("minf")) {
-            size_t minfStart = traks.Begin(Type("minf"));
+          } else if (part.type == BoxType("minf")) {
+            size_t minfStart = traks.Begin(BoxType("minf"));
             for (const Box& info : minfChildren) {
-              if (info.type == Type("stbl")) {
+              if (info.type == BoxType("stbl")) {
                 traks.Put(table.bytes.data(), table.bytes.size());
               } else {
                 traks.Put(moov.data() + info.offset, info.size);
@@ -578,19 +377,19 @@ bool WriteIndex(Writer& out, const std::vector<uint8_t>& moov, const Box& moovBo
           }
         }
         if (!traks.End(mdiaStart)) return false;
-      } else if (box.type != Type("edts")) {  // replaced by the edit above
+      } else if (box.type != BoxType("edts")) {  // replaced by the edit above
         traks.Put(moov.data() + box.offset, box.size);
       }
     }
     if (!traks.End(trak)) return false;
   }
 
-  size_t start = out.Begin(Type("moov"));
+  size_t start = out.Begin(BoxType("moov"));
   for (const Box& box : children) {
-    if (box.type == Type("mvhd")) {
+    if (box.type == BoxType("mvhd")) {
       if (!CopyWithDuration(out, moov, box, 4, movieDuration)) return false;  // after the timescale
       out.Put(traks.bytes.data(), traks.bytes.size());
-    } else if (box.type != Type("trak") && box.type != Type("mvex")) {
+    } else if (box.type != BoxType("trak") && box.type != BoxType("mvex")) {
       out.Put(moov.data() + box.offset, box.size);
     }
   }
@@ -605,24 +404,7 @@ long InPlaceIndex::Write(const std::string& path) {
 
   // The top-level boxes; a box that runs past the end is the tail of a cut-off take.
   std::vector<Box> top;
-  std::vector<uint8_t> header;
-  for (uint64_t at = 0; at + 8 <= file.Size();) {
-    if (long rc = file.Read(at, at + 16 <= file.Size() ? 16 : 8, header)) return rc;
-    Reader reader(header.data(), header.size());
-    Box box;
-    box.offset = at;
-    box.size = reader.U32();
-    box.type = reader.U32();
-    if (box.size == 1 && header.size() == 16) {
-      box.size = reader.U64();
-      box.header = 16;
-    } else if (box.size == 0) {
-      box.size = file.Size() - at;
-    }
-    if (box.size < box.header || box.size > file.Size() - at) break;
-    top.push_back(box);
-    at += box.size;
-  }
+  if (long rc = file.TopLevelBoxes(top)) return rc;
 
   // The first moov describes the tracks; a moov after the samples is an index written
   // before by a finish that was cut off while hiding the fragment headers.
@@ -630,11 +412,11 @@ long InPlaceIndex::Write(const std::string& path) {
   const Box* index = nullptr;
   bool samplesSeen = false;
   for (const Box& box : top) {
-    if (box.type == Type("moov")) {
+    if (box.type == BoxType("moov")) {
       if (!first && !samplesSeen) first = &box;
       if (samplesSeen) index = &box;
     }
-    if (box.type == Type("mdat")) samplesSeen = true;
+    if (box.type == BoxType("mdat")) samplesSeen = true;
   }
   uint64_t indexOffset = 0;
   if (!index) {
@@ -654,13 +436,13 @@ long InPlaceIndex::Write(const std::string& path) {
     for (size_t i = 0; i < top.size(); ++i) {
       const Box& box = top[i];
       const bool last = i + 1 == top.size();
-      if (box.type == Type("ftyp") || &box == first || box.type == Type("free") || box.type == Type("skip") ||
-          box.type == Type("wide")) {
+      if (box.type == BoxType("ftyp") || &box == first || box.type == BoxType("free") || box.type == BoxType("skip") ||
+          box.type == BoxType("wide")) {
         end = box.offset + box.size;
         continue;
       }
-      if ((box.type == Type("moof") || box.type == Type("mfra")) && last) break;
-      if (box.type != Type("moof") || top[i + 1].type != Type("mdat")) {
+      if ((box.type == BoxType("moof") || box.type == BoxType("mfra")) && last) break;
+      if (box.type != BoxType("moof") || top[i + 1].type != BoxType("mdat")) {
         return Unsupported(path, "it holds boxes other than the fragments of a take");
       }
       const Box& mdat = top[i + 1];
@@ -682,7 +464,7 @@ long InPlaceIndex::Write(const std::string& path) {
       KTN_LOG("The movie %s holds no complete sample to keep", path.c_str());
       return ENODATA;
     }
-    Writer out;
+    BoxWriter out;
     if (!WriteIndex(out, moov, moovBox, tracks)) return Unsupported(path, "its index would not fit its boxes");
 
     // The index goes after the last complete fragment (over anything cut off) and is on
@@ -702,13 +484,13 @@ long InPlaceIndex::Write(const std::string& path) {
   // still find the fragments through it (a cut here leaves the start of the take to them);
   // afterwards only the index.
   for (auto box = top.rbegin(); box != top.rend(); ++box) {
-    if (box->type == Type("moof") && box->offset < indexOffset) {
+    if (box->type == BoxType("moof") && box->offset < indexOffset) {
       if (long rc = file.Hide(box->offset)) return rc;
     }
   }
   if (long rc = file.Sync()) return rc;
   for (const Box& box : top) {
-    if (box.type == Type("moov") && box.offset < indexOffset) {
+    if (box.type == BoxType("moov") && box.offset < indexOffset) {
       if (long rc = file.Hide(box.offset)) return rc;
     }
   }

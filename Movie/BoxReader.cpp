@@ -1,0 +1,68 @@
+// Reading a movie's boxes.
+#include "Movie/BoxReader.h"
+
+namespace KTN {
+
+void BoxReader::Seek(uint64_t position) {
+  if (position > mSize) ok = false;
+  mPosition = position > mSize ? mSize : position;
+}
+
+uint64_t BoxReader::Take(int bytes) {
+  if (mPosition + static_cast<uint64_t>(bytes) > mSize) {
+    ok = false;
+    mPosition = mSize;
+    return 0;
+  }
+  uint64_t value = 0;
+  for (int i = 0; i < bytes; ++i) value = (value << 8) | mData[mPosition++];
+  return value;
+}
+
+bool BoxReader::ChildBoxes(const uint8_t* data, uint64_t begin, uint64_t end, std::vector<Box>& boxes) {
+  boxes.clear();
+  uint64_t at = begin;
+  while (at + 8 <= end) {
+    BoxReader reader(data + at, end - at);
+    Box box;
+    box.offset = at;
+    box.size = reader.U32();
+    box.type = reader.U32();
+    if (box.size == 1) {
+      box.size = reader.U64();
+      box.header = 16;
+    } else if (box.size == 0) {
+      box.size = end - at;
+    }
+    if (!reader.ok || box.size < box.header || box.size > end - at) return false;
+    boxes.push_back(box);
+    at += box.size;
+  }
+  return at == end;
+}
+
+bool BoxReader::Children(const std::vector<uint8_t>& bytes, const Box& box, std::vector<Box>& boxes) {
+  return ChildBoxes(bytes.data(), box.offset + box.header, box.offset + box.size, boxes);
+}
+
+const Box* BoxReader::Find(const std::vector<Box>& boxes, uint32_t type) {
+  for (const Box& box : boxes) {
+    if (box.type == type) return &box;
+  }
+  return nullptr;
+}
+
+uint64_t BoxReader::AfterDates(const std::vector<uint8_t>& bytes, const Box& box, bool& wide) {
+  wide = box.size > box.header && bytes[box.offset + box.header] == 1;
+  return box.header + 4 + (wide ? 16 : 8);
+}
+
+uint32_t BoxReader::FirstFieldAfterDates(const std::vector<uint8_t>& bytes, const Box& box) {
+  bool wide = false;
+  uint64_t at = AfterDates(bytes, box, wide);
+  if (at + 4 > box.size) return 0;
+  BoxReader field(bytes.data() + box.offset + at, 4);
+  return field.U32();
+}
+
+}  // namespace KTN

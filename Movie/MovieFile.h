@@ -1,0 +1,46 @@
+// A movie file opened for reading or editing its boxes in place, closed with the object.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "Movie/BoxReader.h"
+
+namespace KTN {
+
+// Every operation returns 0 or errno with one failure line naming the call and the movie.
+class MovieFile {
+ public:
+  explicit MovieFile(const std::string& path) : mPath(path) {}
+  ~MovieFile();
+
+  MovieFile(const MovieFile&) = delete;
+  MovieFile& operator=(const MovieFile&) = delete;
+
+  // Opens the movie for reading and writing, or for reading only.
+  long Open(bool writable = true);
+  uint64_t Size() const { return mSize; }
+  const std::string& Path() const { return mPath; }
+
+  long Read(uint64_t offset, uint64_t size, std::vector<uint8_t>& bytes);
+  long Write(uint64_t offset, const uint8_t* bytes, uint64_t size);
+  long Truncate(uint64_t size);
+  long Sync();
+  // Turns the box at offset into a 'free' box of the same size, which readers skip.
+  long Hide(uint64_t offset);
+
+  // The top-level boxes, in order. A box that runs past the end (the tail of a take cut off)
+  // ends the list, and *cut receives whether there was one.
+  long TopLevelBoxes(std::vector<Box>& boxes, bool* cut = nullptr);
+
+ private:
+  long Failed(const char* call);
+
+  std::string mPath;
+  int mFd = -1;
+  uint64_t mSize = 0;
+};
+
+}  // namespace KTN
