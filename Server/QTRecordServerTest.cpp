@@ -24,6 +24,7 @@
 #include "IPC/ServerProcess.h"
 #include "Server/CodecTable.h"
 #include "Movie/InPlaceIndex.h"
+#include "Movie/MovieSummary.h"
 #include "Server/MovieFinisher.h"
 #include "Server/MovieProbe.h"
 #include "Server/MovieWriter.h"
@@ -635,6 +636,47 @@ TEST(QTRecordServerTest, MissingFramesKeepTheirSlotsWhenFinishedAndRepaired) {
     }
     EXPECT_EQ(written.size(), ProbeMovie(path, false).video.pts.size()) << "the finished movie holds every frame";
   }
+}
+
+// The summary the host side reads of a take, without FFmpeg: the same pictures, slots and
+// sound in the finished movie and in its fragments cut off before the finish; nothing of a
+// file that is no movie.
+TEST(QTRecordServerTest, TheSummaryOfATakeFinishedOrCutOff) {
+  const Take& take = kTakes[1];  // v210 1080 at 29.97, 8 channels of 24-bit sound
+  ScratchFolder folder;
+  std::string path = folder.File("take.mov");
+  std::string cut = folder.File("cut.mov");
+  MovieWriter writer;
+  ASSERT_EQ(0, writer.Open(WriterSettings(take, path, true)));
+  int pictures = 0;
+  for (int frame = 0; frame < 12; ++frame) {
+    if (frame % 5 != 1) {  // every fifth slot without its picture, the last one among them
+      ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+      ++pictures;
+    }
+    ASSERT_EQ(0, WriteThroughSegment(writer, AudioPayload(take, frame, 1602), false, frame * 1602));
+  }
+  fs::copy_file(path, cut);
+  ASSERT_EQ(0, writer.Finish(12));
+  for (const std::string& movie : {path, cut}) {
+    SCOPED_TRACE(movie);
+    MovieSummary summary;
+    ASSERT_EQ(0, summary.Read(movie));
+    EXPECT_EQ(movie == path ? MovieSummary::Layout::kFinished : MovieSummary::Layout::kFragments, summary.layout);
+    EXPECT_EQ(static_cast<uint64_t>(pictures), summary.pictures);
+    EXPECT_EQ(movie == path ? 12u : 11u, summary.pictureSlots) << "the cut take's last picture ends its slots";
+    EXPECT_EQ(12u * 1602, summary.soundFrames);
+    EXPECT_EQ(48000u, summary.soundRate);
+    EXPECT_FALSE(summary.hasTimecode);
+  }
+  std::string text = folder.File("notes.mov");
+  { std::ofstream(text) << "not a movie at all\n"; }
+  MovieSummary none;
+  ASSERT_EQ(0, none.Read(text));
+  EXPECT_EQ(MovieSummary::Layout::kNotAMovie, none.layout);
+  CapturedStderr captured;
+  EXPECT_EQ(ENOENT, none.Read(folder.File("absent.mov")));
+  EXPECT_NE(std::string::npos, captured.Text().find("open(")) << "one line names the failed call";
 }
 
 // The top-level boxes of a movie's bytes: offset and type.
