@@ -67,11 +67,11 @@ long MovieFile::Hide(uint64_t offset) {
   return Write(offset + 4, kFree, 4);
 }
 
-long MovieFile::TopLevelBoxes(std::vector<Box>& boxes, bool* cut) {
+long MovieFile::TopLevelBoxes(std::vector<Box>& boxes, bool* cut, uint64_t from) {
   boxes.clear();
   if (cut) *cut = false;
   std::vector<uint8_t> header;
-  for (uint64_t at = 0; at + 8 <= mSize;) {
+  for (uint64_t at = from; at + 8 <= mSize;) {
     if (long rc = Read(at, at + 16 <= mSize ? 16 : 8, header)) return rc;
     BoxReader reader(header.data(), header.size());
     Box box;

@@ -24,6 +24,7 @@
 #include "IPC/ServerProcess.h"
 #include "Server/CodecTable.h"
 #include "Movie/InPlaceIndex.h"
+#include "Movie/MovieFollower.h"
 #include "Movie/MovieSummary.h"
 #include "Server/MovieFinisher.h"
 #include "Server/MovieProbe.h"
@@ -677,6 +678,32 @@ TEST(QTRecordServerTest, TheSummaryOfATakeFinishedOrCutOff) {
   CapturedStderr captured;
   EXPECT_EQ(ENOENT, none.Read(folder.File("absent.mov")));
   EXPECT_NE(std::string::npos, captured.Text().find("open(")) << "one line names the failed call";
+}
+
+// A take followed while it is written: each update adds the fragments completed since, and
+// the finished movie is read anew.
+TEST(QTRecordServerTest, AFollowerCountsATakeAsItGrows) {
+  const Take& take = kTakes[0];  // 2vuy NTSC
+  ScratchFolder folder;
+  std::string path = folder.File("growing.mov");
+  MovieWriter writer;
+  ASSERT_EQ(0, writer.Open(WriterSettings(take, path, false)));
+  MovieFollower follower(path);
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(MovieSummary::Layout::kFragments, follower.Summary().layout);
+  EXPECT_EQ(0u, follower.Summary().pictures);
+  for (int frame = 0; frame < 5; ++frame) ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(5u, follower.Summary().pictures);
+  for (int frame = 7; frame < 10; ++frame) ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(8u, follower.Summary().pictures);
+  EXPECT_EQ(10u, follower.Summary().pictureSlots) << "two slots without their pictures";
+  ASSERT_EQ(0, writer.Finish());
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(MovieSummary::Layout::kFinished, follower.Summary().layout);
+  EXPECT_EQ(8u, follower.Summary().pictures);
+  EXPECT_EQ(10u, follower.Summary().pictureSlots);
 }
 
 // The top-level boxes of a movie's bytes: offset and type.

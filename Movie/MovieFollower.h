@@ -1,0 +1,44 @@
+// Follows a take as it is written: its summary, brought up to date by reading only what was added.
+#pragma once
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Movie/BoxReader.h"
+#include "Movie/MovieSummary.h"
+
+namespace KTN {
+
+class MovieFile;
+
+// A take being recorded grows by whole fragments: each Update reads the fragments
+// completed since the last, so a window or a status line can count pictures and slots every
+// second of a long take at the cost of the new fragments only. A movie that was finished
+// (or is not a take) is read whole. Used by one thread at a time.
+class MovieFollower {
+ public:
+  explicit MovieFollower(const std::string& path);
+  ~MovieFollower();
+
+  MovieFollower(const MovieFollower&) = delete;
+  MovieFollower& operator=(const MovieFollower&) = delete;
+
+  // Reads what is new: 0, or errno with one failure line.
+  long Update();
+  const MovieSummary& Summary() const { return mSummary; }
+
+ private:
+  struct Tracks;
+  long ReadFragments(MovieFile& file, const std::vector<Box>& boxes);
+  long Summarise(MovieFile& file);
+
+  std::string mPath;
+  std::unique_ptr<Tracks> mTracks;
+  MovieSummary mSummary;
+  uint64_t mNext = 0;  // where the next fragment starts; 0: read from the start
+};
+
+}  // namespace KTN
