@@ -47,6 +47,9 @@ constexpr double kSoundQueueSeconds = 15.0;
 constexpr int kServiceWorkMillis = 500;
 constexpr int kServiceAnswerMillis = 900;
 
+// What a recording that waits for its in-point has seen of the signal.
+enum SignalState { kSignalUnseen = 0, kSignalTimecode = 1, kSignalNoTimecode = 2 };
+
 // A hand-over whose answer a service call did not see come; the next one collects it.
 struct PendingHandOver {
   const char* command = nullptr;                 // null: none pending
@@ -105,6 +108,13 @@ struct CapPriv {
   // Device thread only: where the next frame's stream time should be, in the settings'
   // timescale (-1: unknown), so that slots a card skipped without a callback are seen.
   int64_t nextFrameTime = -1;
+  // While a recording waits for its in-point, what the device thread saw of the signal:
+  // kSignalUnseen, kSignalTimecode (with the latest frame's BCD) or kSignalNoTimecode.
+  std::atomic<int> signalState{0};
+  std::atomic<uint32_t> signalTimecodeBCD{0};
+  // Set by the device thread before `started`: an in-point recording started at once,
+  // because the signal carries no timecode and no deck decides.
+  bool startedWithoutTimecode = false;
   // Host thread only.
   PendingHandOver pending;
   // Owned, made at the first hand-over: each segment name's lock among the host processes
@@ -113,6 +123,7 @@ struct CapPriv {
   Core::SegmentLock* audioSegmentLock = nullptr;
   int64_t slotsGivenUp = 0;                    // pictures given up by the card or the plug-in
   std::vector<uint8_t> packedSound;            // 24-bit sound packed for a segment, reused
+  char statusText[160] = {};                   // a report's text made for this recording
 };
 
 }  // namespace KTN

@@ -472,6 +472,44 @@ TEST_F(CallbackTest, WithAStartTimecodeEarlierFramesAndEarlierSoundAreDropped) {
   early->Release();
 }
 
+// While an in-point recording waits, its reports say what for and where the signal is, or
+// that the signal has passed it; one that starts at once for want of timecode says so.
+TEST_F(CallbackTest, AnInPointRecordingReportsWhatItWaitsFor) {
+  recCapParmsRec8 parms = Parms(mFolder + "/waiting.mov", 50);
+  parms.timecodeRate = 25;
+  parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ("Waiting for 01:00:00:05", sStatus.texts.back()) << "no frame seen yet";
+  FakeVideoInputFrame* early = new FakeVideoInputFrame(720, 576, 0x80, true, 1, 0, 0, 3);
+  FrameArrivedCallback(mInstance, early, nullptr);
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ("Waiting for 01:00:00:05 (signal at 01:00:00:03)", sStatus.texts.back());
+  EXPECT_EQ(0, sStatus.counts.back());
+  FakeVideoInputFrame* late = new FakeVideoInputFrame(720, 576, 0x80, true, 1, 0, 0, 9);
+  FrameArrivedCallback(mInstance, late, nullptr);
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ("Waiting for 01:00:00:05: the signal has passed it (signal at 01:00:00:09)", sStatus.texts.back());
+  EXPECT_FALSE(mInstance->started);
+  recStopRecord(mInstance);
+  early->Release();
+  late->Release();
+
+  // The same in-point, a signal without timecode and no deck: the recording starts at once.
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* plain = new FakeVideoInputFrame(720, 576, 0x80);
+  FrameArrivedCallback(mInstance, plain, nullptr);
+  EXPECT_TRUE(mInstance->started);
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ("Recording to disk (the signal carries no timecode: recorded from its first frame, not from 01:00:00:05)",
+            sStatus.texts.back());
+  EXPECT_EQ(1, sStatus.counts.back());
+  recStopRecord(mInstance);
+  plain->Release();
+}
+
 TEST_F(CallbackTest, RecordingFromNowStartsAtOnceAndRemembersTheFirstTimecode) {
   recCapParmsRec8 parms = Parms(mFolder + "/now.mov");
   ASSERT_EQ(rmNoErr, Prep(mInstance, parms));

@@ -31,6 +31,59 @@ namespace {
 const char kRecordingText[] = "Recording to disk";
 const char kDroppedFramesText[] = "Recording to disk (WARNING: Dropped frames detected)";
 
+// While an in-point recording waits for it, the reports say what for and where the signal is,
+// or that the signal is past it; one that started at once without timecode says so. (A plain
+// "Recording to disk" would tell the editor a take was being recorded that was not, or one
+// from a place it was not.)
+const char kWaitingText[] = "Waiting for %s";
+const char kWaitingAtText[] = "Waiting for %s (signal at %s)";
+const char kPassedText[] = "Waiting for %s: the signal has passed it (signal at %s)";
+const char kNoTimecodeText[] = "Waiting for %s: the signal carries no timecode (the deck decides)";
+const char kStartedWithoutTimecodeText[] =
+    "Recording to disk (the signal carries no timecode: recorded from its first frame, not from %s)";
+
+// A timecode of the in-point's rate from a BCD word, as text.
+void TimecodeText(const Util::TimeCode& format, uint32_t bcd, char (&text)[16]) {
+  Util::TimeCode tc = format;
+  Util::ConvertFrameCountBCDToTimeCode(bcd, &tc);
+  Util::ConvertTimeCodeToString(&tc, text);
+}
+
+// The report of a recording that waits for its in-point (or started without its timecode),
+// made into the instance's buffer; null when the report is the ordinary one.
+const char* InPointReport(CapPriv* instance) {
+  if (instance->frameLimit <= 0 || !instance->inPoint.framesPerSecond) return nullptr;
+  char in[16], at[16];
+  Util::ConvertTimeCodeToString(&instance->inPoint, in);
+  char* text = instance->statusText;
+  const size_t size = sizeof instance->statusText;
+  if (instance->started) {
+    if (!instance->startedWithoutTimecode) return nullptr;
+    snprintf(text, size, kStartedWithoutTimecodeText, in);
+    return text;
+  }
+  switch (instance->signalState.load()) {
+    case kSignalTimecode: {
+      const uint32_t bcd = instance->signalTimecodeBCD;
+      TimecodeText(instance->inPoint, bcd, at);
+      Util::TimeCode signal = instance->inPoint;
+      Util::ConvertFrameCountBCDToTimeCode(bcd, &signal);
+      const int64_t day = static_cast<int64_t>(instance->inPoint.framesPerSecond) * 86400;
+      const int64_t ahead = (static_cast<int64_t>(Util::ConvertTimeCodeToFrameCount(&signal)) -
+                             static_cast<int64_t>(Util::ConvertTimeCodeToFrameCount(&instance->inPoint)) + day) % day;
+      // Up to half a day ahead is past the in-point; further is before it (across midnight).
+      snprintf(text, size, ahead > 0 && ahead < day / 2 ? kPassedText : kWaitingAtText, in, at);
+      return text;
+    }
+    case kSignalNoTimecode:
+      snprintf(text, size, kNoTimecodeText, in);
+      return text;
+    default:
+      snprintf(text, size, kWaitingText, in);
+      return text;
+  }
+}
+
 // More than 30 frames a second: the host counts such a recording in frame pairs.
 bool AboveThirtyFrames(const CaptureSettings& settings) {
   return settings.frameDuration && static_cast<double>(settings.timeScale) / settings.frameDuration > 30.0;
@@ -278,6 +331,9 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   }
   instance->nextFrameTime = -1;
   instance->slotsGivenUp = 0;
+  instance->signalState = kSignalUnseen;
+  instance->signalTimecodeBCD = 0;
+  instance->startedWithoutTimecode = false;
   instance->started = false;
   instance->deviceControlReady = false;
   instance->startEvent.mSignalled = false;  // a fresh latch for this recording; nobody waits yet
@@ -320,14 +376,20 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
         timecode->Release();
       }
     } else if (timecode) {
-      // Waiting for the in-point.
-      if (timecode->GetBCD() == instance->inPointBCD) instance->started = true;
+      // Waiting for the in-point; the host's reports say where the signal is meanwhile.
+      const uint32_t bcd = timecode->GetBCD();
+      instance->signalTimecodeBCD = bcd;
+      instance->signalState = kSignalTimecode;
+      if (bcd == instance->inPointBCD) instance->started = true;
       timecode->Release();
       if (!instance->started) return;
     } else if (instance->deviceControlReady) {
+      instance->signalState = kSignalNoTimecode;
       if (!instance->deviceControl || instance->deviceControl->CheckStart(video) != kVeldranOK) return;
       instance->started = true;
     } else {
+      instance->signalState = kSignalNoTimecode;
+      instance->startedWithoutTimecode = true;  // said in the reports: not from the in-point
       instance->started = true;  // no timecode and no deck: start at once
     }
     instance->startEvent.Signal(nullptr);
@@ -549,7 +611,12 @@ int32_t recServiceRecord(CapPriv* instance) {
   }
   // Report. The warning's count is deliberately not halved.
   int32_t result = 0;
-  if (instance->statusFunc) {
+  const char* inPointReport = InPointReport(instance);
+  if (instance->statusFunc && inPointReport && !(instance->reportDroppedFrames && instance->droppedFrames)) {
+    int64_t count = handedOver;
+    if (AboveThirtyFrames(instance->settings)) count /= 2;
+    result = instance->statusFunc(instance->callbackID, inPointReport, count);
+  } else if (instance->statusFunc) {
     if (!(instance->reportDroppedFrames && instance->droppedFrames)) {
       int64_t count = handedOver;
       if (AboveThirtyFrames(instance->settings)) count /= 2;
