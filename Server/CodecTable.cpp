@@ -41,6 +41,34 @@ const ServerCodec* FindServerCodec(uint32_t codecType) {
   return nullptr;
 }
 
+PictureDescription DescribePictures(const ServerCodec& codec, int height, int64_t frameDuration, int64_t timescale) {
+  PictureDescription description;
+  const bool standardDefinition = height <= 576;
+  const bool pal = height == 576;
+  description.primaries = !standardDefinition ? AVCOL_PRI_BT709 : pal ? AVCOL_PRI_BT470BG : AVCOL_PRI_SMPTE170M;
+  description.transfer = AVCOL_TRC_BT709;
+  if (codec.codecType == FourCC("r210")) {
+    description.matrix = AVCOL_SPC_RGB;
+  } else if (codec.codecId == AV_CODEC_ID_MJPEG) {
+    description.matrix = AVCOL_SPC_BT470BG;  // JPEG's own (BT.601), which its pictures are turned into
+  } else {
+    description.matrix = !standardDefinition ? AVCOL_SPC_BT709 : pal ? AVCOL_SPC_BT470BG : AVCOL_SPC_SMPTE170M;
+  }
+  const double framesPerSecond = frameDuration > 0 ? static_cast<double>(timescale) / frameDuration : 0;
+  if (codec.fieldOrder != AV_FIELD_UNKNOWN) {
+    description.fieldOrder = codec.fieldOrder;  // the codec's own, as DV's
+  } else if (height == 720 || height > 1080 || (height == 1080 && framesPerSecond > 30)) {
+    description.fieldOrder = AV_FIELD_PROGRESSIVE;  // 720p, 2K, 1080p at 50 and 60
+  } else if ((height == 486 || height == 480) && framesPerSecond > 29) {
+    description.fieldOrder = AV_FIELD_BB;  // NTSC: bottom field first
+  } else if (height == 486 || height == 480) {
+    description.fieldOrder = AV_FIELD_PROGRESSIVE;  // NTSC at 23.98: whole frames
+  } else {
+    description.fieldOrder = AV_FIELD_UNKNOWN;
+  }
+  return description;
+}
+
 uint32_t DeviceInputFormat(uint32_t codecType) {
   if (codecType == FourCC("v210") || codecType == FourCC("r210")) return codecType;
   return FourCC("2vuy");

@@ -3,6 +3,8 @@
 
 #include <stdint.h>
 
+#include <cmath>
+
 #include <vector>
 
 #include "Server/FullRangeConverter.h"
@@ -90,6 +92,33 @@ TEST(FullRangeConverterTest, PlacesEverySampleInItsPlaneAndRow) {
     for (int x = kWidth; x < kLuma; ++x) EXPECT_EQ(0x55, y[row * kLuma + x]) << "luma padding";
     EXPECT_EQ(0x55, cb[row * kChroma + 2]) << "chroma padding";
     EXPECT_EQ(0x55, cr[row * kChroma + 2]);
+  }
+}
+
+// HD colour bars in BT.709 come out in BT.601's matrix, which JPEG decoders read: decoded
+// that way, each bar is the colour it was, to within a level or two.
+TEST(FullRangeConverterTest, Bt709ColoursBecomeBt601Colours) {
+  FullRangeConverter converter(true);
+  const double bars[][3] = {{0.75, 0.75, 0.75}, {0.75, 0.75, 0}, {0, 0.75, 0.75}, {0, 0.75, 0},
+                            {0.75, 0, 0.75},    {0.75, 0, 0},    {0, 0, 0.75},    {0, 0, 0}};
+  for (const auto& rgb : bars) {
+    // BT.709 8-bit video range, as the card delivers HD.
+    const double y = 0.2126 * rgb[0] + 0.7152 * rgb[1] + 0.0722 * rgb[2];
+    const uint8_t pair[4] = {static_cast<uint8_t>(std::lround(128 + 224 * (rgb[2] - y) / 1.8556)),
+                             static_cast<uint8_t>(std::lround(16 + 219 * y)),
+                             static_cast<uint8_t>(std::lround(128 + 224 * (rgb[0] - y) / 1.5748)),
+                             static_cast<uint8_t>(std::lround(16 + 219 * y))};
+    uint8_t luma[2] = {}, cb = 0, cr = 0;
+    uint8_t* const planes[3] = {luma, &cb, &cr};
+    const int linesizes[3] = {2, 1, 1};
+    converter.Convert(pair, 4, 2, 1, planes, linesizes);
+    // Read back as a JPEG decoder does: BT.601, full range.
+    const double y601 = luma[0] / 255.0, pb = (cb - 128) / 255.0, pr = (cr - 128) / 255.0;
+    const double back[3] = {y601 + 1.402 * pr, y601 - 0.344136 * pb - 0.714136 * pr, y601 + 1.772 * pb};
+    for (int c = 0; c < 3; ++c) {
+      EXPECT_NEAR(255 * rgb[c], 255 * back[c], 2.0) << "bar " << rgb[0] << "," << rgb[1] << "," << rgb[2] << " component " << c;
+    }
+    EXPECT_EQ(luma[0], luma[1]);
   }
 }
 

@@ -161,6 +161,9 @@ long MovieWriter::AddVideoStream() {
   mVideoStream->time_base = timeBase;
   mVideoStream->avg_frame_rate = av_inv_q(timeBase);
   mVideoStream->sample_aspect_ratio = aspect;
+  // The colours and field order go into the movie's header (colr, fiel), where readers take
+  // them from; a field order this server cannot know is stamped later by the host side.
+  mPictures = DescribePictures(codec, storedHeight, mSettings.frameDuration, mSettings.timescale);
 
   if (!codec.encoderName) {
     AVCodecParameters* par = mVideoStream->codecpar;
@@ -171,7 +174,10 @@ long MovieWriter::AddVideoStream() {
     par->width = mSettings.width;
     par->height = mSettings.height;
     par->sample_aspect_ratio = aspect;
-    par->field_order = codec.fieldOrder;
+    par->field_order = mPictures.fieldOrder;
+    par->color_primaries = mPictures.primaries;
+    par->color_trc = mPictures.transfer;
+    par->color_space = mPictures.matrix;
     par->bits_per_coded_sample = codec.codecId == AV_CODEC_ID_RAWVIDEO ? 16 : codec.codecId == AV_CODEC_ID_V210 ? 20 : 30;
     return 0;
   }
@@ -189,7 +195,10 @@ long MovieWriter::AddVideoStream() {
   mEncoder->time_base = timeBase;
   mEncoder->framerate = av_inv_q(timeBase);
   mEncoder->sample_aspect_ratio = aspect;
-  mEncoder->field_order = codec.fieldOrder;
+  mEncoder->field_order = mPictures.fieldOrder;
+  mEncoder->color_primaries = mPictures.primaries;
+  mEncoder->color_trc = mPictures.transfer;
+  mEncoder->colorspace = mPictures.matrix;
   mEncoder->thread_count = 0;  // as many as the encoder can use
   if (codec.profile != FF_PROFILE_UNKNOWN) mEncoder->profile = codec.profile;
   if (codec.codecId == AV_CODEC_ID_MJPEG) {
@@ -207,7 +216,9 @@ long MovieWriter::AddVideoStream() {
   if (codec.codecId != AV_CODEC_ID_DVVIDEO) mVideoStream->codecpar->codec_tag = FfmpegTag(codec.codecType);
 
   if (codec.encoderFormat == AV_PIX_FMT_YUVJ422P && storedWidth == mSettings.width && storedHeight == mSettings.height) {
-    mFullRange.reset(new FullRangeConverter);
+    // JPEG's colours are BT.601's, as every decoder reads them: HD and 2K pictures are turned
+    // into them.
+    mFullRange.reset(new FullRangeConverter(mPictures.primaries == AVCOL_PRI_BT709));
   } else {
     mScaler = sws_getContext(mSettings.width, mSettings.height, AV_PIX_FMT_UYVY422, storedWidth, storedHeight,
                              codec.encoderFormat, SWS_BICUBIC, nullptr, nullptr, nullptr);
@@ -299,8 +310,12 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   }
   segment.Unmap();  // the picture is in the encoder's frame now
   mFrame->pts = frameIndex;
-  mFrame->interlaced_frame = mSettings.codec->fieldOrder == AV_FIELD_TT || mSettings.codec->fieldOrder == AV_FIELD_BB;
-  mFrame->top_field_first = mSettings.codec->fieldOrder == AV_FIELD_TT;
+  // Encoders that describe their pictures in the stream (ProRes) take the colours from the frame.
+  mFrame->color_primaries = mPictures.primaries;
+  mFrame->color_trc = mPictures.transfer;
+  mFrame->colorspace = mPictures.matrix;
+  mFrame->interlaced_frame = mPictures.fieldOrder == AV_FIELD_TT || mPictures.fieldOrder == AV_FIELD_BB;
+  mFrame->top_field_first = mPictures.fieldOrder == AV_FIELD_TT;
   if (mEncoder->codec_id == AV_CODEC_ID_MJPEG) mFrame->quality = mEncoder->global_quality;
   return Encode(mFrame);
 }

@@ -104,6 +104,7 @@ class MovieWriter {
   AVPacket* mPacket = nullptr;
   FragmentWriter mFragments;
   AVRational mFrameTime = {0, 1};      // one frame, in seconds
+  PictureDescription mPictures = {};   // colours and field order, as far as known here
   int64_t mLastPicture = -1;           // frame number of the last picture written
   long mFirstError = 0;
 };
