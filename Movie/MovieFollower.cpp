@@ -5,6 +5,7 @@
 
 #include "Movie/BoxReader.h"
 #include "Movie/MovieFile.h"
+#include "Movie/TimecodeTrack.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
@@ -28,17 +29,6 @@ struct TrackFacts {
   uint32_t timecodeFrames = 0;
   uint64_t firstChunk = 0;
 };
-
-// Whether a timecode's rate is one the timecode library counts (any other would end the
-// program in its rate assertions, and no take of ours has one).
-bool CountableRate(uint32_t frameDuration, uint32_t timescale) {
-  if (!frameDuration || !timescale) return false;
-  const double fps = static_cast<double>(timescale) / frameDuration;
-  for (double known : {24000.0 / 1001, 24.0, 25.0, 30000.0 / 1001, 30.0, 50.0, 60000.0 / 1001, 60.0}) {
-    if (fps > known - 0.005 && fps < known + 0.005) return true;
-  }
-  return false;
-}
 
 // The sample table of a track: counts, durations, the first chunk and a timecode's entry.
 void ReadSampleTable(const std::vector<uint8_t>& moov, const Box& stbl, TrackFacts& track) {
@@ -262,7 +252,7 @@ long MovieFollower::Summarise(MovieFile& file) {
       mSummary.soundRate = track.timescale;
       mSummary.soundFrames = track.duration;
     } else if (track.handler == BoxType("tmcd") && !mSummary.hasTimecode && track.firstChunk &&
-               CountableRate(track.timecodeFrameDuration, track.timecodeScale)) {
+               TimecodeTrack::CountableRate(track.timecodeFrameDuration, track.timecodeScale)) {
       std::vector<uint8_t> sample;
       if (file.Read(track.firstChunk, 4, sample) != 0) continue;
       BoxReader value(sample.data(), sample.size());

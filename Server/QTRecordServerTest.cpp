@@ -26,6 +26,7 @@
 #include "Server/CodecTable.h"
 #include "Movie/InPlaceIndex.h"
 #include "Movie/MovieFollower.h"
+#include "Movie/MovieStamp.h"
 #include "Movie/MovieSummary.h"
 #include "Server/MovieFinisher.h"
 #include "Server/MovieProbe.h"
@@ -781,6 +782,83 @@ std::string FileBytes(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
+
+// What the host side knows, stamped into a finished take in place: the field order the
+// server could not know and the timecode track, read alike by FFmpeg, MediaInfo, GStreamer
+// and the summary; a stamp cut off between its two steps still reads and repair completes it.
+TEST(QTRecordServerTest, StampingGivesAFinishedTakeItsFieldOrderAndTimecode) {
+  const Take& take = kTakes[1];  // v210 1080 at 29.97: interlaced or not, the server cannot tell
+  ScratchFolder folder;
+  std::string path = folder.File("stamped.mov");
+  MovieWriter writer;
+  ASSERT_EQ(0, writer.Open(WriterSettings(take, path, true)));
+  for (int frame = 0; frame < 10; ++frame) {
+    ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+    ASSERT_EQ(0, WriteThroughSegment(writer, AudioPayload(take, frame, 1602), false, frame * 1602));
+  }
+  ASSERT_EQ(0, writer.Finish(10));
+  const std::string quoted = "'" + path + "'";
+  EXPECT_EQ("unknown", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=field_order -of csv=p=0 " + quoted));
+
+  MovieStamp stamp;
+  stamp.fields = MovieStamp::Fields::kTopFirst;
+  stamp.startTimecode = "01:00:00;00";
+  stamp.frameDuration = 1001;
+  stamp.timescale = 30000;
+  ASSERT_EQ(0, stamp.Apply(path));
+  EXPECT_EQ("tt", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=field_order -of csv=p=0 " + quoted));
+  EXPECT_EQ("01:00:00;00", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream_tags=timecode -of csv=p=0 " + quoted));
+  EXPECT_EQ("tmcd", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream=codec_tag_string -of csv=p=0 " + quoted));
+  EXPECT_EQ("01:00:00;00", CommandOutput("mediainfo --Inform='Other;%TimeCode_FirstFrame%' " + quoted));
+  EXPECT_EQ("10,10", QtdemuxBufferCounts(path)) << "the samples read as before";
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(path));
+  EXPECT_EQ(MovieSummary::Layout::kFinished, summary.layout);
+  EXPECT_TRUE(summary.hasTimecode);
+  EXPECT_EQ("01:00:00;00", summary.startTimecode);
+  ProbedMovie movie = ProbeMovie(path, false);
+  EXPECT_EQ(10, movie.video.packets);
+  EXPECT_EQ(10 * 1602, movie.audio.totalDuration);
+
+  // Stamped again: the timecode is replaced, not added; the order the movie has stays.
+  stamp.startTimecode = "10:20:30;04";
+  stamp.fields = MovieStamp::Fields::kBottomFirst;
+  ASSERT_EQ(0, stamp.Apply(path));
+  EXPECT_EQ("10:20:30;04", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream_tags=timecode -of csv=p=0 " + quoted));
+  EXPECT_EQ("tt", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=field_order -of csv=p=0 " + quoted));
+  EXPECT_EQ("1", CommandOutput("ffprobe -v error -select_streams d -show_entries stream=index -of csv=p=0 " + quoted + " | wc -l"));
+
+  // Cut off after the new index was written, before the old was hidden: both indexes are in
+  // the file; readers take the first (the old), repair completes the stamp.
+  const std::string done = FileBytes(path);
+  std::vector<std::pair<size_t, std::string>> boxes = TopLevelBoxes(done);
+  ASSERT_EQ("moov", boxes.back().second);
+  size_t hiddenIndex = 0;
+  for (size_t i = 0; i + 2 < boxes.size(); ++i) {
+    if (boxes[i].second == "free") hiddenIndex = boxes[i].first;  // the last hidden box before the new index
+  }
+  ASSERT_GT(hiddenIndex, 0u);
+  std::string interrupted = done;
+  interrupted.replace(hiddenIndex + 4, 4, "moov");
+  std::string cut = folder.File("cut stamp.mov");
+  { std::ofstream(cut, std::ios::binary) << interrupted; }
+  EXPECT_TRUE(ProbeMovie(cut, false).opened) << "it reads";
+  EXPECT_TRUE(MovieFinisher::IsFragmented(cut)) << "repair knows it is not done";
+  ASSERT_EQ(0, MovieFinisher::Finish(cut));
+  EXPECT_TRUE(FileBytes(cut) == done) << "completed as if never cut";
+
+  // A take still in fragments is finished before it is stamped.
+  std::string fragments = folder.File("fragments.mov");
+  MovieWriter another;
+  ASSERT_EQ(0, another.Open(WriterSettings(take, fragments, false)));
+  ASSERT_EQ(0, WriteThroughSegment(another, FramePayload(take, 0), true, 0));
+  fs::copy_file(fragments, folder.File("copy.mov"));
+  ASSERT_EQ(0, another.Finish());
+  CapturedStderr captured;
+  EXPECT_EQ(EOPNOTSUPP, stamp.Apply(folder.File("copy.mov")));
+  EXPECT_NE(std::string::npos, captured.Text().find("it is still fragments")) << captured.Text();
+}
+
 
 // Finishing indexes the take where it lies: the movie keeps its file (nothing is copied
 // beside it) and every picture and sample of sound reads back byte for byte. A finish cut
