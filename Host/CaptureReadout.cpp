@@ -60,6 +60,11 @@ CaptureReadout::CaptureReadout(QWidget* parent) : QWidget(parent) {
   mDropped = AddFigure(take, mTake, "Dropped", "dropped");
   mStart = AddFigure(take, mTake, "Start", "start");
   take->addStretch(1);
+  // Its room is kept before the first take, so that the preview does not change size when
+  // the figures appear.
+  QSizePolicy keep = mTake->sizePolicy();
+  keep.setRetainSizeWhenHidden(true);
+  mTake->setSizePolicy(keep);
   mTake->hide();
   layout->addWidget(mTake);
 }
