@@ -11,7 +11,10 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include "Host/CaptureReadout.h"
 #include "Host/HostSettingsFile.h"
+#include "Host/RecordingRate.h"
+#include "Movie/MovieFollower.h"
 
 namespace KTN {
 
@@ -37,23 +40,37 @@ CaptureWindow::CaptureWindow(PluginHost& host, const CaptureSettings& settings, 
 
   QHBoxLayout* controls = new QHBoxLayout();
   mOptionsButton = new QPushButton("Settings...", central);
+  mOptionsButton->setObjectName("optionsButton");
   mMoviePath = new QLineEdit(QString::fromStdString(moviePath), central);
+  mMoviePath->setObjectName("moviePath");
   mRecordButton = new QPushButton("Record", central);
+  mRecordButton->setObjectName("recordButton");
   mStopButton = new QPushButton("Stop", central);
+  mStopButton->setObjectName("stopButton");
   mStopButton->setEnabled(false);
   controls->addWidget(mOptionsButton);
   controls->addWidget(mMoviePath, 1);
   controls->addWidget(mRecordButton);
   controls->addWidget(mStopButton);
   layout->addLayout(controls);
-  mStatus = new QLabel("Not recording", central);
-  layout->addWidget(mStatus);
+  mReadout = new CaptureReadout(central);
+  mReadout->ShowSettings(mSession->Settings());
+  layout->addWidget(mReadout);
   setCentralWidget(central);
-  resize(800, 560);
+  resize(800, 580);
 
   mServiceTimer = new QTimer(this);
   mServiceTimer->setInterval(10);  // the editor's idle rate
   connect(mServiceTimer, &QTimer::timeout, this, &CaptureWindow::Service);
+  mTakeTimer = new QTimer(this);
+  mTakeTimer->setInterval(250);
+  connect(mTakeTimer, &QTimer::timeout, this, &CaptureWindow::RefreshTake);
+  mSecondTimer = new QTimer(this);
+  mSecondTimer->setInterval(1000);
+  connect(mSecondTimer, &QTimer::timeout, this, &CaptureWindow::ReadDiskAndMovie);
+  mSecondTimer->start();
+  ReadDiskAndMovie();
+  connect(mMoviePath, &QLineEdit::editingFinished, this, &CaptureWindow::ReadDiskAndMovie);
   connect(mOptionsButton, &QPushButton::clicked, this, &CaptureWindow::ShowOptions);
   connect(mRecordButton, &QPushButton::clicked, this, &CaptureWindow::Record);
   connect(mStopButton, &QPushButton::clicked, this, &CaptureWindow::Stop);
@@ -61,6 +78,8 @@ CaptureWindow::CaptureWindow(PluginHost& host, const CaptureSettings& settings, 
 
 CaptureWindow::~CaptureWindow() {
   mServiceTimer->stop();
+  mTakeTimer->stop();
+  mSecondTimer->stop();
   mSession.reset();  // stops, deactivates and closes the plug-in
 }
 
@@ -101,6 +120,8 @@ void CaptureWindow::ShowOptions() {
     return;
   }
   SaveHostSettings(mSession->Settings());
+  mReadout->ShowSettings(mSession->Settings());
+  ReadDiskAndMovie();
   // New settings take effect at the next activation.
   if (!mSession->Recording()) {
     mSession->Deactivate();
@@ -121,12 +142,21 @@ void CaptureWindow::Record() {
   mRecordButton->setEnabled(false);
   mStopButton->setEnabled(true);
   mOptionsButton->setEnabled(false);
+  mMoviePath->setEnabled(false);
+  mTakePath = request.moviePath;
+  mTakeStart = std::chrono::steady_clock::now();
+  mElapsed = 0;
+  mDropped = 0;
+  mStartTimecode.clear();
+  mFollower.reset(new MovieFollower(mTakePath));
+  ShowStatus("Recording started");
+  RefreshTake();
   mServiceTimer->start();
+  mTakeTimer->start();
 }
 
 void CaptureWindow::Service() {
   int32_t rc = mSession->Service();
-  ShowStatus(mSession->StatusText() + " - " + std::to_string(mSession->Frames()) + " frames");
   if (rc != rmNoErr) {
     Stop();
     if (rc != rmFrameLimitReached) ShowStatus("Recording ended: " + PluginSession::Describe(rc));
@@ -134,18 +164,75 @@ void CaptureWindow::Service() {
 }
 
 void CaptureWindow::Stop() {
+  if (!mSession->Recording()) return;
   mServiceTimer->stop();
+  RefreshTake();  // the elapsed time stops here
+  mTakeTimer->stop();
   std::string failure = mSession->StopRecording();
   mRecordButton->setEnabled(true);
   mStopButton->setEnabled(false);
   mOptionsButton->setEnabled(true);
-  ShowStatus(failure.empty() ? "Recorded " + std::to_string(mSession->Frames()) + " frames to " +
-                                   mMoviePath->text().toStdString() + (mSession->DroppedFrames() ? " (WARNING: frames were dropped)" : "")
-                             : failure);
+  mMoviePath->setEnabled(true);
+  // The finished movie, read whole, has the take's final count of empty slots.
+  mFollower.reset();
+  MovieFollower finished(mTakePath);
+  if (finished.Update() == 0) {
+    const MovieSummary& summary = finished.Summary();
+    mDropped = summary.pictureSlots > summary.pictures ? static_cast<int64_t>(summary.pictureSlots - summary.pictures) : 0;
+    if (mStartTimecode.empty() && summary.hasTimecode) mStartTimecode = summary.startTimecode;
+  }
+  mReadout->ShowTake(mElapsed, mSession->Frames(), mDropped, mStartTimecode);
+  if (!failure.empty()) {
+    ShowStatus(failure);
+  } else {
+    std::string line = "Recorded " + std::to_string(mSession->Frames()) + " frames to " + mTakePath;
+    if (mDropped > 0) {
+      line += " (WARNING: " + std::to_string(mDropped) + " frames dropped)";
+    } else if (mSession->DroppedFrames()) {
+      line += " (WARNING: frames were dropped)";  // reported by the plug-in, not found in the movie
+    }
+    ShowStatus(line);
+  }
+  ReadDiskAndMovie();
+}
+
+void CaptureWindow::RefreshTake() {
+  if (!mSession->Recording()) return;
+  const std::string& status = mSession->StatusText();
+  const auto now = std::chrono::steady_clock::now();
+  // A take that waits for its in-point has not begun: its time starts when the wait ends.
+  if (status.compare(0, 11, "Waiting for") == 0) mTakeStart = now;
+  mElapsed = std::chrono::duration<double>(now - mTakeStart).count();
+  if (!status.empty()) ShowStatus(status);
+  // The plug-in names the first frame's timecode when it starts at once; a take that waited
+  // for its in-point has it in the movie's timecode track.
+  mStartTimecode = mSession->StartTimecode();
+  if (mStartTimecode.empty() && mFollower && mFollower->Summary().hasTimecode) mStartTimecode = mFollower->Summary().startTimecode;
+  mReadout->ShowTake(mElapsed, mSession->Frames(), mDropped, mStartTimecode);
+}
+
+void CaptureWindow::ReadDiskAndMovie() {
+  const CaptureSettings& settings = mSession->Settings();
+  mReadout->ShowDiskTime(RecordingSecondsLeft(MoviePathShown(), settings), RecordingBytesPerSecond(settings));
+  if (!mSession->Recording() || !mFollower) return;
+  if (mFollower->Update() != 0) {
+    mFollower.reset();  // it said why in one line; the final count is read at Stop
+    return;
+  }
+  const MovieSummary& summary = mFollower->Summary();
+  if (summary.pictureSlots > summary.pictures) mDropped = static_cast<int64_t>(summary.pictureSlots - summary.pictures);
+}
+
+std::string CaptureWindow::MoviePathShown() const {
+  return mSession->Recording() ? mTakePath : mMoviePath->text().toStdString();
+}
+
+std::string CaptureWindow::ReadoutSnapshot() const {
+  return mReadout->Snapshot();
 }
 
 void CaptureWindow::ShowStatus(const std::string& text) {
-  mStatus->setText(QString::fromStdString(text));
+  mReadout->ShowStatus(text);
 }
 
 void CaptureWindow::closeEvent(QCloseEvent* event) {

@@ -1,6 +1,9 @@
 // The host program's capture window: live preview, options, record and stop, like an editor's panel.
 #pragma once
 
+#include <stdint.h>
+
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -8,15 +11,22 @@
 
 #include "Host/PluginSession.h"
 
-class QLabel;
 class QLineEdit;
 class QPushButton;
 class QTimer;
 
 namespace KTN {
 
+class CaptureReadout;
+class MovieFollower;
+
 // Main thread only. Opens and activates the plug-in when shown, places the preview in its
 // preview area on every resize, and records through the same steps as the command line.
+// Below the controls a readout shows the settings and the disk's recording time, and while
+// recording the plug-in's status, elapsed time, frames, dropped frames and start timecode:
+// the plug-in is serviced every 10 ms, the labels are refreshed four times a second and the
+// movie and the disk are read once a second, so that Stop is handled between service calls
+// whatever the load.
 class CaptureWindow : public QMainWindow {
   Q_OBJECT
 
@@ -32,6 +42,11 @@ class CaptureWindow : public QMainWindow {
   // The preview as drawn: the plug-in's view in the preview area, grabbed; null image
   // before the plug-in has placed one.
   QImage GrabPreview() const;
+  bool Recording() const { return mSession->Recording(); }
+  // The frames the plug-in has reported in this take (or the last).
+  int64_t Frames() const { return mSession->Frames(); }
+  // The readout's texts, one "name: text" a line (CaptureReadout::Snapshot).
+  std::string ReadoutSnapshot() const;
 
  public slots:
   void ShowOptions();
@@ -46,6 +61,12 @@ class CaptureWindow : public QMainWindow {
   void Service();
   void PlacePreview();
   void ShowStatus(const std::string& text);
+  // The take's figures from the plug-in (every 250 ms while recording).
+  void RefreshTake();
+  // The disk's recording time and, while recording, the dropped frames the movie holds so
+  // far (once a second).
+  void ReadDiskAndMovie();
+  std::string MoviePathShown() const;
 
   PluginHost& mHost;
   std::unique_ptr<PluginSession> mSession;
@@ -54,8 +75,17 @@ class CaptureWindow : public QMainWindow {
   QPushButton* mRecordButton;
   QPushButton* mStopButton;
   QLineEdit* mMoviePath;
-  QLabel* mStatus;
+  CaptureReadout* mReadout;
   QTimer* mServiceTimer;
+  QTimer* mTakeTimer;
+  QTimer* mSecondTimer;
+  // The take being recorded, or the last one.
+  std::string mTakePath;
+  std::chrono::steady_clock::time_point mTakeStart;
+  double mElapsed = 0;
+  int64_t mDropped = 0;
+  std::string mStartTimecode;  // empty while unknown
+  std::unique_ptr<MovieFollower> mFollower;  // null between takes and after a failed read
 };
 
 }  // namespace KTN

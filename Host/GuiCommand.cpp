@@ -14,6 +14,7 @@
 
 #include "Host/CaptureWindow.h"
 #include "Host/HostSettingsFile.h"
+#include "Host/UnattendedRun.h"
 
 namespace KTN {
 
@@ -21,7 +22,9 @@ namespace {
 
 const char kGuiUsage[] =
     "usage: kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] [--grey LEVEL]\n"
-    "                           [--screenshot-preview PNG] [--screenshot-options PNG] [--quit-after SECONDS]\n";
+    "                           [--screenshot-preview PNG] [--screenshot-options PNG] [--quit-after SECONDS]\n"
+    "                           [--record-frames N] [--screenshot-recording PNG] [--screenshot-window PNG]\n"
+    "                           [--labels FILE]\n";
 
 // The options dialog, while it is shown.
 QDialog* OpenDialog() {
@@ -37,13 +40,16 @@ QDialog* OpenDialog() {
 
 int RunCaptureWindow(int argc, char** argv) {
   std::string movie = "capture.mov", bundle = PluginHost::DefaultBundlePath(), previewShot, optionsShot;
+  std::string recordingShot, windowShot, labels;
   int grey = 60;
   double quitAfter = 0;
+  long long recordFrames = 0;
   for (int i = 0; i < argc; ++i) {
     std::string option = argv[i];
     const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
     if ((option == "-o" || option == "--plugin" || option == "--grey" || option == "--screenshot-preview" ||
-         option == "--screenshot-options" || option == "--quit-after") && !value) {
+         option == "--screenshot-options" || option == "--quit-after" || option == "--record-frames" ||
+         option == "--screenshot-recording" || option == "--screenshot-window" || option == "--labels") && !value) {
       fprintf(stderr, "kestrin-capture: %s needs a value\n%s", option.c_str(), kGuiUsage);
       return 2;
     }
@@ -53,6 +59,10 @@ int RunCaptureWindow(int argc, char** argv) {
     else if (option == "--screenshot-preview") previewShot = argv[++i];
     else if (option == "--screenshot-options") optionsShot = argv[++i];
     else if (option == "--quit-after") quitAfter = atof(argv[++i]);
+    else if (option == "--record-frames") recordFrames = atoll(argv[++i]);
+    else if (option == "--screenshot-recording") recordingShot = argv[++i];
+    else if (option == "--screenshot-window") windowShot = argv[++i];
+    else if (option == "--labels") labels = argv[++i];
     else {
       fprintf(stderr, "kestrin-capture: unknown option %s\n%s", option.c_str(), kGuiUsage);
       return 2;
@@ -110,6 +120,9 @@ int RunCaptureWindow(int argc, char** argv) {
         });
         window.ShowOptions();
       });
+    }
+    if (recordFrames > 0 || !labels.empty() || !recordingShot.empty() || !windowShot.empty()) {
+      new UnattendedRun(window, recordFrames, labels, recordingShot, windowShot, status);
     }
     if (quitAfter > 0) QTimer::singleShot(static_cast<int>(quitAfter * 1000), &application, &QApplication::quit);
     application.exec();

@@ -1,11 +1,12 @@
 // The capture window under a virtual X server with Mesa's software OpenGL: the live preview of
-// the simulated card, and the options dialog over a dark host. Screenshots are kept as test
-// artifacts.
+// the simulated card, the options dialog over a dark host, and the readout of settings, disk
+// time and take as it records. Screenshots are kept as test artifacts.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,12 +14,23 @@
 #include <QImage>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "Capture/VeldranAPILoader.h"
+#include "Host/HostSettingsFile.h"
+#include "Host/RecordingRate.h"
+#include "Movie/MovieSummary.h"
 #include "Util/ScratchFolder.h"
+#include "Util/SmallDisk.h"
 
 namespace KTN {
 namespace {
@@ -71,10 +83,24 @@ class CaptureWindowTest : public testing::Test {
   }
   void TearDown() override { mScratch.reset(); }
 
-  // Runs the capture window with options; its exit status.
-  int RunWindow(const std::vector<std::string>& options) {
+  // The host's stored settings of these table rows, which the window opens with.
+  CaptureSettings StoreSettings(int standard, int format, int channels, int bits) {
+    CaptureSettings settings = {};
+    settings.Fill(standard, format, channels, bits, 48000);
+    settings.signature = kCaptureSettingsSignature;
+    settings.version = kCaptureSettingsVersion;
+    setenv("XDG_CONFIG_HOME", mFolder.c_str(), 1);  // where the window will look
+    EXPECT_EQ("", SaveHostSettings(settings));
+    return settings;
+  }
+
+  // Runs the capture window with options (and these variables for the simulated card); its
+  // exit status, or -1 when it did not end within the bound.
+  int RunWindow(const std::vector<std::string>& options,
+                const std::vector<std::pair<std::string, std::string>>& environment = {}) {
     pid_t child = fork();
     if (child == 0) {
+      for (const auto& variable : environment) setenv(variable.first.c_str(), variable.second.c_str(), 1);
       setenv("DISPLAY", mDisplay.Name().c_str(), 1);
       setenv("QT_QPA_PLATFORM", "xcb", 1);
       setenv("LIBGL_ALWAYS_SOFTWARE", "1", 1);
@@ -87,7 +113,8 @@ class CaptureWindowTest : public testing::Test {
       _exit(127);
     }
     int status = 0;
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    // Generous: an unattended take ends by itself once its frames are in, within seconds.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
     while (waitpid(child, &status, WNOHANG) == 0) {
       if (std::chrono::steady_clock::now() > deadline) {
         kill(child, SIGKILL);
@@ -140,6 +167,196 @@ TEST_F(CaptureWindowTest, OptionsDialogBlendsIntoADarkHost) {
     for (int y = 0; y < dialog.height() * 2 / 3; ++y) light += dialog.pixelColor(x, y).lightness() > 150;
   }
   EXPECT_GT(light, 50) << "lightened label text";
+}
+
+// One state of the readout, as the window's unattended run wrote it (--labels).
+struct Snapshot {
+  double seconds = 0;
+  bool recording = false;
+  std::map<std::string, std::string> labels;  // name: text
+  std::string Label(const std::string& name) const {
+    auto found = labels.find(name);
+    return found == labels.end() ? std::string() : found->second;
+  }
+  bool Has(const std::string& name) const { return labels.count(name) != 0; }
+};
+
+std::vector<Snapshot> ReadSnapshots(const std::string& path) {
+  std::vector<Snapshot> snapshots;
+  std::ifstream file(path);
+  std::string line;
+  while (std::getline(file, line)) {
+    if (line.compare(0, 9, "snapshot ") == 0) {
+      Snapshot snapshot;
+      std::istringstream heading(line.substr(9));
+      std::string state;
+      heading >> snapshot.seconds >> state;
+      snapshot.recording = state == "recording";
+      snapshots.push_back(snapshot);
+    } else if (!line.empty() && !snapshots.empty()) {
+      size_t colon = line.find(": ");
+      if (colon != std::string::npos) snapshots.back().labels[line.substr(0, colon)] = line.substr(colon + 2);
+    }
+  }
+  return snapshots;
+}
+
+bool Red(const std::string& colour) {
+  QColor parsed(QString::fromStdString(colour));
+  return parsed.isValid() && parsed.red() >= 150 && parsed.green() <= 110 && parsed.blue() <= 110;
+}
+
+// "Disk: 2 h 13 min left at ..." read back as seconds (to the displayed precision); -1 if unreadable.
+double DiskSeconds(const std::string& text) {
+  std::smatch match;
+  if (std::regex_search(text, match, std::regex("^Disk: (\\d+) h (\\d\\d) min left"))) {
+    return std::stod(match[1]) * 3600 + std::stod(match[2]) * 60;
+  }
+  if (std::regex_search(text, match, std::regex("^Disk: (\\d+) min (\\d\\d) s left"))) {
+    return std::stod(match[1]) * 60 + std::stod(match[2]);
+  }
+  if (std::regex_search(text, match, std::regex("^Disk: (\\d+) s left"))) return std::stod(match[1]);
+  return -1;
+}
+
+std::string Artifact(const std::string& name) {
+  std::string path = std::string(TEST_ARTIFACTS) + "/" + name;
+  fs::remove(path);
+  return path;
+}
+
+TEST_F(CaptureWindowTest, IdleItShowsTheSettingsAndTheDisksRecordingTime) {
+  CaptureSettings settings = StoreSettings(19, 1, 2, 24);  // HD 1080i 50, v210
+  std::string labels = mFolder + "/labels.txt", movie = mFolder + "/idle.mov";
+  std::string shot = Artifact("capture-window-idle.png");
+  ASSERT_EQ(0, RunWindow({"-o", movie, "--labels", labels, "--screenshot-window", shot, "--quit-after", "2"}));
+  const double expected = RecordingSecondsLeft(movie, settings);
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_FALSE(snapshots.empty()) << labels;
+  const Snapshot& idle = snapshots.back();
+  EXPECT_FALSE(idle.recording);
+  EXPECT_EQ("HD 1080i 50 · Uncompressed 10-bit 4:2:2 · 2 ch 24-bit 48 kHz", idle.Label("settings"));
+  EXPECT_EQ("Not recording", idle.Label("status"));
+  EXPECT_FALSE(idle.Has("elapsed")) << "no take's figures before the first take";
+  // 5120 bytes a row, 1080 rows, 25 frames a second, and the sound.
+  const std::string disk = idle.Label("disk");
+  EXPECT_NE(std::string::npos, disk.find(" left at 138.5 MB/s")) << disk;
+  double shown = DiskSeconds(disk);
+  ASSERT_GE(shown, 0) << disk;
+  // Other programs write to this disk meanwhile: near, to the minute shown.
+  EXPECT_NEAR(expected, shown, 60 + expected * 0.05) << disk;
+  // Whether the warning shows depends on this disk's free space: away from the five minutes,
+  // it shows exactly when the disk lasts less.
+  if (expected > 330 || expected < 270) {
+    const bool shortDisk = expected < 270;
+    EXPECT_EQ(shortDisk, disk.find("(WARNING: under 5 minutes)") != std::string::npos) << disk;
+    EXPECT_EQ(shortDisk, Red(idle.Label("disk colour"))) << idle.Label("disk colour");
+  }
+  EXPECT_FALSE(QImage(QString::fromStdString(shot)).isNull()) << shot;
+}
+
+TEST_F(CaptureWindowTest, ADiskOfLessThanFiveMinutesIsShownAsAWarning) {
+  Util::SmallDisk small("16m");
+  if (!small.Mounted()) GTEST_SKIP() << "a small disk needs root: " << strerror(small.Error());
+  StoreSettings(4, 0, 2, 16);  // PAL 2vuy: 20.9 MB a second, so 16 MB last less than a second
+  std::string labels = mFolder + "/labels.txt";
+  std::string shot = Artifact("capture-window-short-disk.png");
+  ASSERT_EQ(0, RunWindow({"-o", small.File("take.mov"), "--labels", labels, "--screenshot-window", shot, "--quit-after", "2"}));
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_FALSE(snapshots.empty()) << labels;
+  const Snapshot& idle = snapshots.back();
+  EXPECT_TRUE(std::regex_match(idle.Label("disk"), std::regex("Disk: \\d s left at 20\\.9 MB/s \\(WARNING: under 5 minutes\\)")))
+      << idle.Label("disk");
+  EXPECT_TRUE(Red(idle.Label("disk colour"))) << idle.Label("disk colour");
+}
+
+// A take of PAL at real time, clicked through: the idle line, then the status, the elapsed
+// time and the frames counting up with the start timecode, then the final line.
+TEST_F(CaptureWindowTest, WhileItRecordsTheLabelsCountAndStopLeavesTheFinalLine) {
+  StoreSettings(4, 0, 2, 16);  // PAL 4x3, 2vuy
+  std::string labels = mFolder + "/labels.txt", movie = mFolder + "/take.mov";
+  std::string recordingShot = Artifact("capture-window-recording.png"), stoppedShot = Artifact("capture-window-stopped.png");
+  // 75 frames take three seconds at the card's own pace however fast the machine is.
+  ASSERT_EQ(0, RunWindow({"-o", movie, "--record-frames", "75", "--labels", labels, "--screenshot-recording",
+                          recordingShot, "--screenshot-window", stoppedShot}));
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_GE(snapshots.size(), 3u) << labels;
+  EXPECT_FALSE(snapshots.front().recording);
+  EXPECT_EQ("PAL 4x3 · Uncompressed 8-bit 4:2:2 · 2 ch 16-bit 48 kHz", snapshots.front().Label("settings"));
+
+  std::set<long> frames;
+  std::set<std::string> elapsed, starts;
+  long last = -1;
+  bool recordingToDisk = false;
+  for (const Snapshot& snapshot : snapshots) {
+    if (!snapshot.recording) continue;
+    long count = std::stol(snapshot.Label("frames"));
+    EXPECT_GE(count, last) << "frames count up";
+    last = count;
+    if (count > 0) frames.insert(count);
+    elapsed.insert(snapshot.Label("elapsed"));
+    starts.insert(snapshot.Label("start"));
+    recordingToDisk = recordingToDisk || snapshot.Label("status").compare(0, 17, "Recording to disk") == 0;
+    EXPECT_NE(std::string::npos, snapshot.Label("disk").find(" left at 20.9 MB/s")) << "the disk time while recording";
+  }
+  EXPECT_GE(frames.size(), 2u) << "the frame count changes while recording";
+  EXPECT_GE(elapsed.size(), 2u) << "the elapsed time changes while recording";
+  EXPECT_TRUE(recordingToDisk) << "the plug-in's status is shown";
+  ASSERT_EQ(1u, starts.size()) << "one start timecode for the take";
+  EXPECT_TRUE(std::regex_match(*starts.begin(), std::regex("01:\\d\\d:\\d\\d:\\d\\d"))) << *starts.begin();
+
+  const Snapshot& stopped = snapshots.back();
+  EXPECT_FALSE(stopped.recording);
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(movie));
+  ASSERT_GT(summary.pictures, 0u);
+  const uint64_t dropped = summary.pictureSlots - summary.pictures;
+  const std::string status = stopped.Label("status");
+  const std::string count = stopped.Label("frames");
+  EXPECT_GE(std::stol(count), 75);
+  EXPECT_EQ(0u, status.find("Recorded " + count + " frames to " + movie)) << status;
+  EXPECT_EQ(std::to_string(dropped), stopped.Label("dropped")) << "the finished movie's empty slots";
+  EXPECT_EQ(dropped > 0, Red(stopped.Label("dropped colour"))) << stopped.Label("dropped colour");
+  EXPECT_EQ(*starts.begin(), stopped.Label("start"));
+  std::smatch time;
+  const std::string took = stopped.Label("elapsed");
+  ASSERT_TRUE(std::regex_match(took, time, std::regex("(\\d+):(\\d\\d):(\\d\\d)"))) << took;
+  EXPECT_GE(std::stol(time[1]) * 3600 + std::stol(time[2]) * 60 + std::stol(time[3]), 2)
+      << "the whole seconds of 75 frames at 25 a second: " << took;
+  EXPECT_FALSE(QImage(QString::fromStdString(recordingShot)).isNull()) << recordingShot;
+}
+
+// HD 1080p 60 in JPEG from a card at 16 times real time: more pictures than any machine of
+// ours encodes, so some slots stay empty. The window counts them while it records and from
+// the finished movie after Stop, in red.
+TEST_F(CaptureWindowTest, DroppedFramesAreCountedInRed) {
+  StoreSettings(18, 3, 2, 16);
+  Util::ScratchFolder memory(Util::ScratchFolder::Where::kMemory);  // no disk in the way
+  std::string labels = mFolder + "/labels.txt", movie = memory.File("overload.mov");
+  std::string shot = Artifact("capture-window-dropped.png");
+  ASSERT_EQ(0, RunWindow({"-o", movie, "--record-frames", "4000", "--labels", labels, "--screenshot-window", shot},
+                         {{"VELDRAN_SIM_SPEED", "16"}}));
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(movie));
+  ASSERT_GT(summary.pictures, 0u);
+  if (summary.pictureSlots == summary.pictures) GTEST_SKIP() << "this machine encoded every picture: nothing dropped to show";
+  const uint64_t dropped = summary.pictureSlots - summary.pictures;
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_FALSE(snapshots.empty()) << labels;
+  bool redWhileRecording = false;
+  for (const Snapshot& snapshot : snapshots) {
+    if (!snapshot.Has("dropped")) continue;
+    const bool some = snapshot.Label("dropped") != "0";
+    EXPECT_EQ(some, Red(snapshot.Label("dropped colour"))) << snapshot.Label("dropped") << " " << snapshot.Label("dropped colour");
+    redWhileRecording = redWhileRecording || (snapshot.recording && some);
+  }
+  EXPECT_TRUE(redWhileRecording) << "the count of a take being written";
+  const Snapshot& stopped = snapshots.back();
+  EXPECT_FALSE(stopped.recording);
+  EXPECT_EQ(std::to_string(dropped), stopped.Label("dropped"));
+  EXPECT_TRUE(Red(stopped.Label("dropped colour")));
+  EXPECT_NE(std::string::npos, stopped.Label("status").find("(WARNING: " + std::to_string(dropped) + " frames dropped)"))
+      << stopped.Label("status");
 }
 
 }  // namespace

@@ -1,0 +1,60 @@
+// The capture window's readout: the settings line, the disk time, the plug-in's status and the take's figures.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+#include <QWidget>
+
+#include "Settings/CaptureSettings.h"
+
+class QLabel;
+
+namespace KTN {
+
+// Labels only: the window decides what to show and when (a few times a second at most).
+// Warnings (a disk that lasts less than kShortDiskSeconds, dropped frames) are drawn in a
+// red that reads on the window's background, light or dark. Main thread only; the labels
+// are children of the readout.
+class CaptureReadout : public QWidget {
+  Q_OBJECT
+
+ public:
+  static constexpr double kShortDiskSeconds = 5 * 60;
+
+  explicit CaptureReadout(QWidget* parent);
+
+  // "HD 1080i 50 · Uncompressed 10-bit 4:2:2 · 2 ch 24-bit 48 kHz".
+  void ShowSettings(const CaptureSettings& settings);
+  // The free space as recording time at bytesPerSecond; secondsLeft < 0: it could not be read.
+  void ShowDiskTime(double secondsLeft, double bytesPerSecond);
+  // The plug-in's status, or what the window says between takes.
+  void ShowStatus(const std::string& text);
+  // The take's figures, shown from the first take on. frames: as the plug-in counts them;
+  // startTimecode: empty while unknown.
+  void ShowTake(double elapsedSeconds, int64_t frames, int64_t droppedFrames, const std::string& startTimecode);
+
+  // Every label's text as "name: text" lines (the take's only once shown), and the colour
+  // of the two that can warn as "name colour: #rrggbb": what a person sees, for unattended runs.
+  std::string Snapshot() const;
+
+  // "2 h 13 min", "4 min 05 s", "42 s".
+  static std::string DiskTimeText(double seconds);
+  // "0:00:12".
+  static std::string ElapsedText(double seconds);
+
+ private:
+  void Warn(QLabel* label, bool warning);
+
+  QLabel* mSettings;
+  QLabel* mDisk;
+  QLabel* mStatus;
+  QWidget* mTake;
+  QLabel* mElapsed;
+  QLabel* mFrames;
+  QLabel* mDropped;
+  QLabel* mStart;
+};
+
+}  // namespace KTN
