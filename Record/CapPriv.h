@@ -122,6 +122,10 @@ struct CapPriv {
   Core::SegmentLock* videoSegmentLock = nullptr;
   Core::SegmentLock* audioSegmentLock = nullptr;
   int64_t slotsGivenUp = 0;                    // pictures given up by the card or the plug-in
+  bool soundGiveUpReported = false;            // the log has said so for this recording
+  // How long a service call hands over before it reports (at least one round); tests
+  // shorten it to see one round a call.
+  int serviceWorkMillis = kServiceWorkMillis;
   std::vector<uint8_t> packedSound;            // 24-bit sound packed for a segment, reused
   char statusText[160] = {};                   // a report's text made for this recording
 };

@@ -643,6 +643,72 @@ TEST_F(CallbackTest, PicturesBeyondTwoAndAHalfSecondsAreGivenUpAndTheirSlotsKept
   EXPECT_EQ(kSlots * 1920, movie.audio.totalDuration) << "no sound was given up";
 }
 
+// A round hands over the sound of every slot it takes: a run of slots without pictures
+// (audio-only callbacks) goes over with all its sound in one round, so the sound queue
+// never outgrows the video queue however few rounds the host's calls make time for.
+TEST_F(CallbackTest, ARoundTakesTheSoundOfEverySlotItHandsOver) {
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 1));  // the card's sound layout
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 0));
+  recCapParmsRec8 parms = Parms(mFolder + "/sound of gaps.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  mInstance->serviceWorkMillis = 0;  // one round a call
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FakeAudioPacket* packet = new FakeAudioPacket(1920, 2, 2);
+  FrameArrivedCallback(mInstance, frame, packet);  // the start: sound before it is not recorded
+  ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+  int slots = 1;
+  for (int run = 0; run < 3; ++run) {
+    for (int i = 0; i < 20; ++i, ++slots) FrameArrivedCallback(mInstance, nullptr, packet);
+    FrameArrivedCallback(mInstance, frame, packet);
+    ++slots;
+    EXPECT_EQ(21u, Queued(false));
+    ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+    EXPECT_EQ(0u, Queued(true)) << "the run and its picture in one round";
+    EXPECT_EQ(0u, Queued(false)) << "and all of its sound";
+  }
+  EXPECT_FALSE(mInstance->soundGivenUp);
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  EXPECT_EQ(1, frame->References());
+  EXPECT_EQ(1, packet->References());
+  frame->Release();
+  packet->Release();
+  ProbedMovie movie = ProbeMovie(mFolder + "/sound of gaps.mov", false);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_EQ(4, movie.video.packets);
+  EXPECT_EQ(slots * 1920, movie.audio.totalDuration);
+}
+
+// Sound beyond the sound queue's bound is given up: the recording says frames were
+// dropped, and the log says it once a recording, not once a call.
+TEST_F(CallbackTest, SoundGivenUpIsLoggedOnceARecording) {
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 1));
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 0));
+  recCapParmsRec8 parms = Parms(mFolder + "/sound given up.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  mInstance->soundQueueLimit = 2;
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FakeAudioPacket* packet = new FakeAudioPacket(1920, 2, 2);
+  CapturedStderr captured;
+  for (int call = 0; call < 3; ++call) {
+    for (int i = 0; i < 4; ++i) FrameArrivedCallback(mInstance, frame, packet);
+    EXPECT_EQ(2u, Queued(false));
+    ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+    EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", sStatus.texts.back());
+  }
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  const std::string log = captured.Text();
+  size_t said = 0;
+  for (size_t at = log.find("Sound given up"); at != std::string::npos; at = log.find("Sound given up", at + 1)) ++said;
+  EXPECT_EQ(1u, said) << log;
+  frame->Release();
+  packet->Release();
+  ProbedMovie movie = ProbeMovie(mFolder + "/sound given up.mov", false);
+  EXPECT_EQ(12, movie.video.packets);
+  EXPECT_EQ(6 * 1920, movie.audio.totalDuration) << "two packets a call were kept";
+}
+
 // A recording with a frame limit takes exactly that many slots, however many more frames
 // arrive before the host sees the limit reached.
 TEST_F(CallbackTest, AFrameLimitTakesThatManySlotsAndNoMore) {

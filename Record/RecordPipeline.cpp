@@ -8,6 +8,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -331,6 +332,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   }
   instance->nextFrameTime = -1;
   instance->slotsGivenUp = 0;
+  instance->soundGiveUpReported = false;
   instance->signalState = kSignalUnseen;
   instance->signalTimecodeBCD = 0;
   instance->startedWithoutTimecode = false;
@@ -444,22 +446,28 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
 namespace {
 
 // One round of the service loop: the front video entry (with the null entries behind it,
-// whose slots go over together) and the front sound packet.
+// whose slots go over together) and the sound that came with those slots.
 struct Round {
   IVeldranVideoInputFrame* frame = nullptr;
   unsigned long long givenUp = 0;  // slots without a picture before frame
-  IVeldranAudioInputPacket* packet = nullptr;
-  bool Empty() const { return !frame && !givenUp && !packet; }
+  // The packets in arrival order; those before nextPacket have been handed over.
+  std::vector<IVeldranAudioInputPacket*> packets;
+  size_t nextPacket = 0;
+  bool Empty() const { return !frame && !givenUp && nextPacket == packets.size(); }
 };
 
 // Takes the next round off the queues; soundGivenUp is set when the device thread gave up
-// sound since the last look.
+// sound since the last look. A slot comes with at most one packet, so a round takes one
+// packet for each of its slots, and more while sound is queued ahead of the pictures (after
+// a put-back, or from audio-only callbacks): otherwise a run of slots without pictures would
+// leave their sound behind and the sound queue would only grow.
 Round PopRound(CapPriv* instance, bool& soundGivenUp) {
   Round round;
   long rc = 0;
   Core::Lock lock(instance->queueLock, &rc);
   if (rc) KTN_LOG("Lock returned %ld", rc);
   video_deque_t& pictures = *instance->videoQueue;
+  audio_deque_t& sound = *instance->audioQueue;
   while (!pictures.empty() && !pictures.front()) {
     pictures.pop_front();
     ++round.givenUp;
@@ -469,9 +477,10 @@ Round PopRound(CapPriv* instance, bool& soundGivenUp) {
     pictures.pop_front();
     --instance->heldPictures;
   }
-  if (!instance->audioQueue->empty()) {
-    round.packet = instance->audioQueue->front();
-    instance->audioQueue->pop_front();
+  const size_t slots = static_cast<size_t>(round.givenUp) + (round.frame ? 1 : 0);
+  while (!sound.empty() && (round.packets.size() < std::max<size_t>(slots, 1) || sound.size() > pictures.size())) {
+    round.packets.push_back(sound.front());
+    sound.pop_front();
   }
   soundGivenUp = soundGivenUp || instance->soundGivenUp;
   instance->soundGivenUp = false;
@@ -490,15 +499,16 @@ int64_t SlotsHandedOver(CapPriv* instance) {
 
 // Puts back what a round did not start to hand over because an earlier hand-over of it is
 // still waiting for its answer: it goes first in the next call.
-void PutBack(CapPriv* instance, IVeldranVideoInputFrame* frame, IVeldranAudioInputPacket* packet) {
+void PutBack(CapPriv* instance, Round& round) {
   long rc = 0;
   Core::Lock lock(instance->queueLock, &rc);
   if (rc) KTN_LOG("Lock returned %ld", rc);
-  if (frame) {
-    instance->videoQueue->push_front(frame);
+  if (round.frame) {
+    instance->videoQueue->push_front(round.frame);
     ++instance->heldPictures;
   }
-  if (packet) instance->audioQueue->push_front(packet);
+  for (size_t i = round.packets.size(); i > round.nextPacket; --i) instance->audioQueue->push_front(round.packets[i - 1]);
+  round = Round();
 }
 
 // The lock of a segment name, made at its first use.
@@ -533,12 +543,11 @@ long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::t
     }
     if (long rc = HandOver(instance, cmdMapVideo, size, segment, lock, frame, nullptr, answerBy)) return rc;
   }
-  if (round.packet) {
+  while (round.nextPacket < round.packets.size()) {
     if (!SoundLayoutUnchanged(instance)) return EINVAL;
     Core::SegmentLock* lock = LockOf(instance->audioSegmentLock, kAudioShmKey);
     if (long rc = lock->Acquire(workUntil)) return rc;
-    IVeldranAudioInputPacket* packet = round.packet;
-    round.packet = nullptr;
+    IVeldranAudioInputPacket* packet = round.packets[round.nextPacket++];
     const CaptureSettings& settings = instance->settings;
     unsigned long sampleFrames = static_cast<unsigned long>(packet->GetSampleFrameCount());
     unsigned long size = sampleFrames * settings.audioChannels * (settings.audioSampleType / 8);
@@ -557,7 +566,7 @@ long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::t
 // Lets go of what a failed round still held.
 void ReleaseRound(Round& round) {
   if (round.frame) round.frame->Release();
-  if (round.packet) round.packet->Release();
+  for (size_t i = round.nextPacket; i < round.packets.size(); ++i) round.packets[i]->Release();
   round = Round();
 }
 
@@ -577,7 +586,7 @@ int32_t recServiceRecord(CapPriv* instance) {
   }
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
-  const Clock::time_point workUntil = start + std::chrono::milliseconds(kServiceWorkMillis);
+  const Clock::time_point workUntil = start + std::chrono::milliseconds(instance->serviceWorkMillis);
   const Clock::time_point answerBy = start + std::chrono::milliseconds(kServiceAnswerMillis);
   bool soundGivenUp = false;
   long rc = FinishPendingHandOver(instance, answerBy);
@@ -586,15 +595,15 @@ int32_t recServiceRecord(CapPriv* instance) {
   // over would keep that going for ever: after kServiceWorkMillis the call reports and
   // returns, the rest waits for the next call, and the queues' bounds give up pictures the
   // host cannot take (their slots are kept).
-  while (rc != EINPROGRESS) {
-    if (Clock::now() >= workUntil) break;
+  for (int rounds = 0; rc != EINPROGRESS; ++rounds) {
+    if (rounds > 0 && Clock::now() >= workUntil) break;
     Round round = PopRound(instance, soundGivenUp);
     if (round.Empty()) break;
     rc = HandOverRound(instance, round, workUntil, answerBy);
     if (rc == EINPROGRESS || rc == EAGAIN) {
       // An answer still to come, or another host process using the segment name: the rest
       // of the round goes first next time.
-      PutBack(instance, round.frame, round.packet);
+      PutBack(instance, round);
       if (rc == EAGAIN) rc = 0;
       break;
     } else if (rc) {
@@ -606,7 +615,12 @@ int32_t recServiceRecord(CapPriv* instance) {
   }
   const int64_t handedOver = SlotsHandedOver(instance);
   if (soundGivenUp) {
-    KTN_LOG("Sound given up: the recording server has taken nothing for %.0f seconds", kSoundQueueSeconds);
+    // Once a recording: while the server does not catch up, every packet is given up.
+    if (!instance->soundGiveUpReported) {
+      KTN_LOG("Sound given up: %.0f seconds of sound are waiting for the recording server; newer sound is left out until it catches up",
+              kSoundQueueSeconds);
+      instance->soundGiveUpReported = true;
+    }
     instance->droppedFrames = true;
   }
   // Report. The warning's count is deliberately not halved.
