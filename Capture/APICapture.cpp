@@ -89,6 +89,26 @@ long APICapture::GetSupportedModes(IVeldranDisplayMode** modes, unsigned* len) {
   return 0;
 }
 
+long APICapture::GetFieldDominance(unsigned mode, uint32_t* dominance) {
+  if (!dominance) {
+    KTN_LOG("Invalid arguments: dominance %p", static_cast<void*>(dominance));
+    return EINVAL;
+  }
+  IVeldranDisplayMode* modes[kMaxDisplayModes];
+  unsigned len = kMaxDisplayModes;
+  if (long rc = GetSupportedModes(modes, &len)) return rc;
+  long rc = ENOENT;
+  for (unsigned i = 0; i < len; ++i) {
+    if (rc == ENOENT && modes[i]->GetDisplayMode() == mode) {
+      *dominance = modes[i]->GetFieldDominance();
+      rc = 0;
+    }
+    modes[i]->Release();
+  }
+  if (rc) KTN_LOG("The input lists no display mode %s", Util::Printer::Fcc(static_cast<int>(mode)));
+  return rc;
+}
+
 long APICapture::GetSupportedFormatsForMode(unsigned mode, unsigned* formats, unsigned* len) {
   if (!mInput) {
     KTN_LOG("VeldranInput not available");

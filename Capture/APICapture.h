@@ -30,8 +30,13 @@ class APICapture : public Core::Refcounted, public IVeldranInputCallback {
   long Init();
   // The first card's input into mInput.
   long FindVeldranInput();
+  // More display modes than any input lists.
+  static constexpr unsigned kMaxDisplayModes = 64;
   // Up to *len display modes (each with a reference the caller releases); *len the count.
   long GetSupportedModes(IVeldranDisplayMode** modes, unsigned* len);
+  // The field dominance of a display mode the input lists (ktnProgressiveFrame,
+  // ktnUpperFieldFirst or ktnLowerFieldFirst) into *dominance; ENOENT when it lists no such mode.
+  long GetFieldDominance(unsigned mode, uint32_t* dominance);
   // Of '2vuy', 'v210', 'r210' in that order, up to *len that mode supports natively.
   long GetSupportedFormatsForMode(unsigned mode, unsigned* formats, unsigned* len);
   // 45 unless the card supports the pair natively; enables with format detection when it can.

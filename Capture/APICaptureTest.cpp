@@ -131,6 +131,23 @@ TEST_F(APICaptureTest, VideoIsEnabledWithDetectionAndAgainWithoutWhenTheCardCann
   capture->Release();
 }
 
+// The field order of a mode comes from the mode the input lists; a mode it does not list
+// has none, and says so.
+TEST_F(APICaptureTest, FieldDominanceIsTheListedModesOwn) {
+  mCard.modes = 3;
+  APICapture* capture = Ready();
+  uint32_t dominance = 0;
+  EXPECT_EQ(0, capture->GetFieldDominance(VeldranCode("fk02"), &dominance));
+  EXPECT_EQ(ktnLowerFieldFirst, dominance);
+  CapturedStderr captured;
+  dominance = 0;
+  EXPECT_EQ(ENOENT, capture->GetFieldDominance(VeldranCode("fk03"), &dominance));
+  EXPECT_EQ(0u, dominance);
+  EXPECT_EQ("*** GetFieldDominance[#]: The input lists no display mode 'fk03'\n", captured.Text());
+  EXPECT_EQ(0, mCard.liveModes) << "every mode listed is released";
+  capture->Release();
+}
+
 TEST_F(APICaptureTest, FormatsForModeStopOnceTheArrayIsFull) {
   mCard.support[{ktnModePAL, ktnFormat8BitYUV}] = ktnSupportNone;
   mCard.support[{ktnModePAL, ktnFormat10BitYUV}] = ktnSupportNative;

@@ -15,7 +15,7 @@ FakeVeldran* sInstalled = nullptr;
 
 class FakeMode : public VeldranObject<IVeldranDisplayMode> {
  public:
-  explicit FakeMode(int index) : mIndex(index) {}
+  explicit FakeMode(int index) : mIndex(index) { ++sInstalled->liveModes; }
   int32_t GetWidth() override { return 720; }
   int32_t GetHeight() override { return 486; }
   uint32_t GetDisplayMode() override { return VeldranCode("fk00") + static_cast<uint32_t>(mIndex); }
@@ -29,6 +29,9 @@ class FakeMode : public VeldranObject<IVeldranDisplayMode> {
     return kVeldranOK;
   }
   uint32_t GetFieldDominance() override { return ktnLowerFieldFirst; }
+
+ protected:
+  ~FakeMode() override { --sInstalled->liveModes; }
 
  private:
   int mIndex;

@@ -27,6 +27,7 @@ struct FakeVeldran {
   std::vector<uint32_t> enableVideoFlags;  // flags of each EnableVideoInput
   IVeldranInputCallback* callback = nullptr;
   int inputReferences = 0;                 // references held on the input by others
+  int liveModes = 0;                       // display modes handed out and not yet destroyed
 
   // Delivers a frame to the registered callback, as the capture thread would.
   void DeliverFrame(IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio);

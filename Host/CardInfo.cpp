@@ -40,8 +40,8 @@ int PrintCardInfo(FILE* out) {
     fprintf(stderr, "kestrin-capture: the card's input is not available\n");
     return 3;
   }
-  IVeldranDisplayMode* modes[64];
-  unsigned count = 64;
+  IVeldranDisplayMode* modes[APICapture::kMaxDisplayModes];
+  unsigned count = APICapture::kMaxDisplayModes;
   if (capture->GetSupportedModes(modes, &count) == 0) {
     fprintf(out, "Display modes (%u):\n", count);
     for (unsigned i = 0; i < count; ++i) {

@@ -5,12 +5,14 @@
 
 #include <atomic>
 #include <deque>
+#include <string>
 #include <vector>
 
 #include "Core/Event.h"
 #include "Core/Lockable.h"
 #include "DeviceAPI/VeldranAPI.h"
 #include "Host/HostInterface.h"
+#include "Movie/MovieStamp.h"
 #include "Settings/CaptureSettings.h"
 #include "Util/TimeCode.h"
 
@@ -122,6 +124,10 @@ struct CapPriv {
   Core::SegmentLock* videoSegmentLock = nullptr;
   Core::SegmentLock* audioSegmentLock = nullptr;
   int64_t slotsGivenUp = 0;                    // pictures given up by the card or the plug-in
+  // The take to stamp once the server has finished it (set by recPrepRecord8, cleared once
+  // stamped), and the field order of the card's mode for it.
+  std::string takePath;
+  MovieStamp::Fields takeFields = MovieStamp::Fields::kKeep;
   bool soundGiveUpReported = false;            // the log has said so for this recording
   // How long a service call hands over before it reports (at least one round); tests
   // shorten it to see one round a call.

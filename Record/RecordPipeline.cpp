@@ -20,6 +20,7 @@
 #include "Core/SharedMemory.h"
 #include "IPC/QTRecordClient.h"
 #include "IPC/RecorderCommands.h"
+#include "Movie/TimecodeTrack.h"
 #include "Record/RecordHandlers.h"
 #include "Record/RecordPlatform.h"
 #include "Util/Log.h"
@@ -248,6 +249,55 @@ long FinishPendingHandOver(CapPriv* instance, std::chrono::steady_clock::time_po
 
 }  // namespace
 
+namespace {
+
+// The host's timecode of the frame now, for a start whose frame carries none; text holds 12.
+void HostTimecodeNow(CapPriv* instance, char* text) {
+  int32_t frameNumber = 0, unused1 = 0, unused2 = 0;
+  if (instance->timecodeFunc) instance->timecodeFunc(instance->callbackID, &frameNumber, &unused1, &unused2);
+  Util::TimeCode now = instance->inPoint;
+  Util::ConvertFrameCountToTimeCode(static_cast<unsigned>(frameNumber), &now);
+  Util::ConvertTimeCodeToString(&now, text);
+}
+
+// The movie's field order for the card's mode of the settings; kKeep when the card does not say.
+MovieStamp::Fields FieldOrderOfMode(CapPriv* instance) {
+  uint32_t dominance = 0;
+  if (!instance->apiCapture || instance->apiCapture->GetFieldDominance(instance->settings.displayMode, &dominance)) {
+    return MovieStamp::Fields::kKeep;
+  }
+  switch (dominance) {
+    case ktnProgressiveFrame: return MovieStamp::Fields::kProgressive;
+    case ktnUpperFieldFirst: return MovieStamp::Fields::kTopFirst;
+    case ktnLowerFieldFirst: return MovieStamp::Fields::kBottomFirst;
+    default: return MovieStamp::Fields::kKeep;
+  }
+}
+
+// Stamps the take the server has finished with what the plug-in alone knows: the card's
+// field order and the first frame's timecode. Once a recording; a take that cannot be
+// stamped stays as the server finished it, and the log says why.
+void StampTake(CapPriv* instance) {
+  std::string path;
+  path.swap(instance->takePath);
+  if (path.empty() || !instance->started) return;  // no frame was recorded: nothing to say of it
+  const CaptureSettings& s = instance->settings;
+  MovieStamp stamp;
+  stamp.fields = instance->takeFields;
+  stamp.frameDuration = s.frameDuration;
+  stamp.timescale = s.timeScale;
+  bool timedOut = true;
+  // The device thread writes the text before it signals; unsignalled, there is none to read.
+  if (instance->startEvent.TimedWait(0, timedOut) == 0 && !timedOut &&
+      TimecodeTrack::CountableRate(s.frameDuration, s.timeScale)) {
+    stamp.startTimecode = instance->startTimeCodeString;
+  }
+  if (stamp.fields == MovieStamp::Fields::kKeep && stamp.startTimecode.empty()) return;
+  if (long rc = stamp.Apply(path)) KTN_LOG("Stamping %s returned %ld", path.c_str(), rc);
+}
+
+}  // namespace
+
 int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   if (!instance || !instance->recordClient || !parms) {
     KTN_LOG("Invalid capPtr %p or uninitialised record client", static_cast<void*>(instance));
@@ -297,6 +347,8 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
     }
   }
 
+  instance->takePath = path;
+  instance->takeFields = FieldOrderOfMode(instance);
   instance->statusFunc = parms->statusFunc;
   instance->prerollFunc = parms->prerollFunc;
   instance->timecodeFunc = parms->timecodeFunc;
@@ -362,11 +414,7 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       // Recording from now on: remember the first frame's timecode for the host.
       instance->started = true;
       if (!timecode) {
-        int32_t frameNumber = 0, unused1 = 0, unused2 = 0;
-        if (instance->timecodeFunc) instance->timecodeFunc(instance->callbackID, &frameNumber, &unused1, &unused2);
-        Util::TimeCode now = instance->inPoint;
-        Util::ConvertFrameCountToTimeCode(static_cast<unsigned>(frameNumber), &now);
-        Util::ConvertTimeCodeToString(&now, instance->startTimeCodeString);
+        HostTimecodeNow(instance, instance->startTimeCodeString);
       } else {
         char* text = nullptr;
         if (timecode->GetString(&text) == kVeldranOK && text) {
@@ -385,14 +433,17 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       if (bcd == instance->inPointBCD) instance->started = true;
       timecode->Release();
       if (!instance->started) return;
+      Util::ConvertTimeCodeToString(&instance->inPoint, instance->startTimeCodeString);
     } else if (instance->deviceControlReady) {
       instance->signalState = kSignalNoTimecode;
       if (!instance->deviceControl || instance->deviceControl->CheckStart(video) != kVeldranOK) return;
       instance->started = true;
+      Util::ConvertTimeCodeToString(&instance->inPoint, instance->startTimeCodeString);  // the deck's start
     } else {
       instance->signalState = kSignalNoTimecode;
       instance->startedWithoutTimecode = true;  // said in the reports: not from the in-point
       instance->started = true;  // no timecode and no deck: start at once
+      HostTimecodeNow(instance, instance->startTimeCodeString);
     }
     instance->startEvent.Signal(nullptr);
   }
@@ -668,6 +719,7 @@ int32_t recStopRecord(CapPriv* instance) {
     KTN_LOG("Stop returned %ld", rc);
     return static_cast<int32_t>(rc);
   }
+  StampTake(instance);
   if (instance->queueLock) flush(instance);
   if (instance->statusFunc) {
     if (int32_t rc = instance->statusFunc(instance->callbackID, nullptr, 0)) {
@@ -686,6 +738,7 @@ int32_t recCloseRecord(CapPriv* instance) {
   FinishHandOvers(instance);
   long rc = instance->recordClient->Stop();
   if (rc) KTN_LOG("Stop returned %ld", rc);
+  else StampTake(instance);  // a recording the host closed without stopping it
   if (instance->queueLock) flush(instance);
   return static_cast<int32_t>(rc);
 }
