@@ -32,8 +32,9 @@ recMemoryFuncs* Memory(PluginHost& host) {
 
 std::string PluginSession::Describe(int32_t rc) {
   switch (rc) {
-    // 5 is both "no capture device" (open) and the server's end of stream (recording).
-    case rmNoCaptureDevice: return "no capture card, or the recording server stopped answering (5)";
+    // 5 is "no capture device" only as open's answer, which Open words itself; from any
+    // later step it is the recording server's end of stream.
+    case rmNoCaptureDevice: return "the recording server stopped answering (5)";
     case rmOutOfMemory: return "out of memory";
     case rmBadParameter: return "the plug-in refused the request (22: invalid parameter or instance not ready)";
     case rmPrerollFailed: return "preroll failed";
@@ -101,7 +102,7 @@ std::string PluginSession::Open() {
   int32_t rc = mHost.Call(recmod_Open, &mInstance, reinterpret_cast<intptr_t>(&openParms));
   if (rc != rmNoErr) {
     Close();  // the plug-in may have left a half-built instance
-    return "cannot open the capture card: " + Describe(rc);
+    return rc == rmNoCaptureDevice ? "no capture card found" : "cannot open the capture card: " + Describe(rc);
   }
   return std::string();
 }

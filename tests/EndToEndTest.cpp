@@ -950,5 +950,33 @@ TEST_F(EndToEndTest, MovieNamesWithSpacesQuotesAndAccentsWork) {
   EXPECT_GE(ProbeMovie(movie, false).video.packets, 3);
 }
 
+// ---- What the host program tells its user ----
+
+// The host program run to its end with its standard error in folder: its exit status (-1 if
+// it has not ended within seconds) and what it wrote there.
+int RunHostProgram(const std::vector<std::string>& arguments, const std::string& folder, double seconds,
+                   std::string& error) {
+  Child host = StartHostProgram(arguments, folder);
+  int status = WaitFor(host.pid, seconds);
+  if (status == -1) {
+    kill(host.pid, SIGKILL);
+    waitpid(host.pid, nullptr, 0);
+  }
+  error = ReadText(host.errorFile);
+  return status;
+}
+
+// No card: its own line, not a server's failure.
+TEST_F(EndToEndTest, AMissingCardHasALineOfItsOwn) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_DEVICES", "0"}, {"VELDRAN_SIM_SPEED", "1"}});
+  std::string error;
+  int status = RunHostProgram({"record", "-o", mFolder + "/none.mov", "--frames", "5"}, mFolder, 60, error);
+  ASSERT_NE(-1, status) << "the host program hung";
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(3, WEXITSTATUS(status));
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: no capture card found"}, UserLines(error)) << error;
+  EXPECT_FALSE(fs::exists(mFolder + "/none.mov"));
+}
+
 }  // namespace
 }  // namespace KTN
