@@ -978,5 +978,26 @@ TEST_F(EndToEndTest, AMissingCardHasALineOfItsOwn) {
   EXPECT_FALSE(fs::exists(mFolder + "/none.mov"));
 }
 
+// repair of a file that is not a movie: one line and a failure, the file untouched.
+TEST_F(EndToEndTest, RepairOfAFileThatIsNotAMovieFails) {
+  std::string path = mFolder + "/notes.txt";
+  const std::string notes = "Take 3: the good one.\n";
+  {
+    FILE* file = fopen(path.c_str(), "w");
+    ASSERT_NE(nullptr, file);
+    fputs(notes.c_str(), file);
+    fclose(file);
+  }
+  std::string error;
+  int status = RunHostProgram({"repair", path}, mFolder, 60, error);
+  ASSERT_NE(-1, status);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(1, WEXITSTATUS(status));
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: cannot repair " + path + ": it is not a movie (it has no movie header)"},
+            UserLines(error))
+      << error;
+  EXPECT_EQ(notes, ReadText(path));
+}
+
 }  // namespace
 }  // namespace KTN
