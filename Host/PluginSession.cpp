@@ -1,6 +1,7 @@
 // One open capture instance of the plug-in, driven step by step as the editor does.
 #include "Host/PluginSession.h"
 
+#include <errno.h>
 #include <iconv.h>
 #include <string.h>
 
@@ -41,6 +42,8 @@ std::string PluginSession::Describe(int32_t rc) {
     case rmPrerollCancelled: return "preroll cancelled";
     case rmAborted: return "aborted: frames were dropped";
     case 28: return "the disk is full (28)";
+    case EPIPE: return "the recording server stopped taking commands (" + std::to_string(EPIPE) + ")";
+    case ETIMEDOUT: return "the recording server hung and was ended (" + std::to_string(ETIMEDOUT) + ")";
     case 45: return "the card cannot capture this standard in this format (45)";
     default: return "error " + std::to_string(rc);
   }

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 #include "Host/ProgressDisplay.h"
+#include "Host/RecordingFailure.h"
 
 namespace KTN {
 
@@ -45,6 +47,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     double frameRate = mSettings.frameDuration ? static_cast<double>(mSettings.timeScale) / mSettings.frameDuration : 0;
     int64_t expected = request.frames == 0x7FFFFFFF ? 0 : request.frames;
     bool hostCounts = expected && !request.hasInPoint && !request.pluginCounts;
+    std::unique_ptr<RecordingFailure> serviceFailure;
     auto start = std::chrono::steady_clock::now();
     for (;;) {
       auto called = std::chrono::steady_clock::now();
@@ -58,7 +61,10 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
         break;
       }
       if (rc != rmNoErr) {
-        fail(8, "recording failed: " + PluginSession::Describe(rc));
+        // Now, before stopping reaps the server: how it ended. The line is made once the
+        // recording has stopped, when the movie no longer changes.
+        serviceFailure.reset(new RecordingFailure(rc));
+        fail(8, "recording failed");
         break;
       }
       if (mStop) break;
@@ -73,6 +79,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     if (mShowProgress) progress.Finish();
     failure = session.StopRecording();
     if (!failure.empty()) fail(10, failure);
+    if (serviceFailure) outcome.error = serviceFailure->Line(request.moviePath);
   }
   outcome.frames = session.Frames();
   outcome.status = session.StatusText();

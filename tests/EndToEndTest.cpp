@@ -27,6 +27,7 @@
 #include "Core/SharedMemory.h"
 #include "Host/PluginHost.h"
 #include "Host/RecordSession.h"
+#include "Movie/MovieSummary.h"
 #include "Server/MovieProbe.h"
 #include "Settings/CaptureTables.h"
 #include "Simulator/SimulatedCardLoader.h"
@@ -420,20 +421,6 @@ pid_t ServerOnceWritten(const Child& host, const std::string& movie, uintmax_t b
 // Bytes of n PAL frames of 8-bit (2vuy) and 10-bit (v210) pictures.
 constexpr uintmax_t PalFrames2vuy(int n) { return 829440ull * static_cast<uintmax_t>(n); }
 constexpr uintmax_t PalFramesV210(int n) { return 1105920ull * static_cast<uintmax_t>(n); }
-
-TEST_F(EndToEndTest, HostProgramSurvivesTheServerBeingKilled) {
-  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
-  Child host = StartPalRecording(mFolder + "/killed.mov", "0", "--seconds", "30", mFolder);
-  pid_t server = ServerOnceWritten(host, mFolder + "/killed.mov", PalFrames2vuy(10));
-  ASSERT_GT(server, 0);
-  ASSERT_EQ(0, kill(server, SIGKILL));
-  int status = WaitFor(host.pid, 60);
-  ASSERT_NE(-1, status) << "the host program hung";
-  ASSERT_TRUE(WIFEXITED(status)) << "the host program crashed";
-  EXPECT_NE(0, WEXITSTATUS(status));
-  std::string error = ReadText(host.errorFile);
-  EXPECT_NE(std::string::npos, error.find("kestrin-capture: recording failed:")) << error;
-}
 
 TEST_F(EndToEndTest, MovieOfAKilledHostProgramPlaysWithWhatWasHandedOver) {
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
@@ -964,6 +951,41 @@ int RunHostProgram(const std::vector<std::string>& arguments, const std::string&
   }
   error = ReadText(host.errorFile);
   return status;
+}
+
+// A server killed mid-take: the one line says so, with the signal, the frames the movie
+// holds (as the movie's own index counts them) and the command that finishes it; that
+// command does.
+TEST_F(EndToEndTest, AKilledServerIsNamedWithTheFramesKeptAndHowToFinishTheMovie) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
+  std::string movie = mFolder + "/killed.mov";
+  Child host = StartPalRecording(movie, "0", "--seconds", "30", mFolder);
+  pid_t server = ServerOnceWritten(host, movie, PalFrames2vuy(10));
+  ASSERT_GT(server, 0);
+  ASSERT_EQ(0, kill(server, SIGKILL));
+  int status = WaitFor(host.pid, 60);
+  ASSERT_NE(-1, status) << "the host program hung";
+  ASSERT_TRUE(WIFEXITED(status)) << "the host program crashed";
+  EXPECT_EQ(8, WEXITSTATUS(status));
+  MovieSummary kept;
+  ASSERT_EQ(0, kept.Read(movie));
+  EXPECT_EQ(MovieSummary::Layout::kFragments, kept.layout);
+  EXPECT_GE(kept.pictures, 9u);
+  std::string error = ReadText(host.errorFile);
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: recording failed: the recording server was killed by signal 9 "
+                                     "(Killed); the movie holds " + std::to_string(kept.pictures) +
+                                     " frames; kestrin-capture repair '" + movie + "' finishes it"},
+            UserLines(error))
+      << error;
+
+  std::string repairError;
+  status = RunHostProgram({"repair", movie}, mFolder, 60, repairError);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(0, WEXITSTATUS(status)) << repairError;
+  MovieSummary finished;
+  ASSERT_EQ(0, finished.Read(movie));
+  EXPECT_EQ(MovieSummary::Layout::kFinished, finished.layout);
+  EXPECT_EQ(kept.pictures, finished.pictures);
 }
 
 // No card: its own line, not a server's failure.
