@@ -43,8 +43,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
   }
   if (session.Recording()) {
     outcome.startTimecode = session.StartTimecode();
-    ProgressDisplay progress(stderr);
-    double frameRate = mSettings.frameDuration ? static_cast<double>(mSettings.timeScale) / mSettings.frameDuration : 0;
+    ProgressDisplay progress(stderr, request.moviePath, mSettings);
     int64_t expected = request.frames == 0x7FFFFFFF ? 0 : request.frames;
     bool hostCounts = expected && !request.hasInPoint && !request.pluginCounts;
     std::unique_ptr<RecordingFailure> serviceFailure;
@@ -54,7 +53,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
       int32_t rc = session.Service();
       outcome.longestServiceCall = std::max(
           outcome.longestServiceCall, std::chrono::duration<double>(std::chrono::steady_clock::now() - called).count());
-      if (mShowProgress) progress.Update(session.StatusText(), session.Frames(), expected, frameRate > 30 ? frameRate / 2 : frameRate);
+      if (mShowProgress) progress.Update(session.StatusText(), session.Frames(), expected);
       if (rc == rmFrameLimitReached) break;
       if (rc == rmAborted) {
         fail(7, "recording aborted: frames were dropped");

@@ -4,6 +4,8 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
 #include <pwd.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -19,6 +21,7 @@
 #include <filesystem>
 #include <memory>
 #include <ostream>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -939,6 +942,130 @@ TEST_F(EndToEndTest, MovieNamesWithSpacesQuotesAndAccentsWork) {
 
 // ---- What the host program tells its user ----
 
+// The lines of text (line feeds and the terminal's carriage returns taken as ends).
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::string line;
+  for (char c : text) {
+    if (c == '\n' || c == '\r') {
+      if (!line.empty()) lines.push_back(line);
+      line.clear();
+    } else {
+      line += c;
+    }
+  }
+  if (!line.empty()) lines.push_back(line);
+  return lines;
+}
+
+// The host program run to its end with its standard error on a pseudo-terminal: what it
+// wrote there, and its exit status (-1 if it has not ended within seconds).
+std::string RunOnATerminal(const std::vector<std::string>& arguments, double seconds, int& status) {
+  int master = -1, slave = -1;
+  struct winsize size = {};
+  size.ws_row = 24;
+  size.ws_col = 200;
+  if (openpty(&master, &slave, nullptr, nullptr, &size) != 0) {
+    ADD_FAILURE() << "openpty: " << strerror(errno);
+    status = -1;
+    return "";
+  }
+  pid_t pid = fork();
+  if (pid == 0) {
+    dup2(slave, 2);
+    int null = open("/dev/null", O_RDWR);
+    dup2(null, 0);
+    dup2(null, 1);
+    close(master);
+    close(slave);
+    std::vector<char*> argv;
+    std::string program = KESTRIN_CAPTURE;
+    argv.push_back(const_cast<char*>(program.c_str()));
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    execv(program.c_str(), argv.data());
+    _exit(127);
+  }
+  close(slave);
+  std::string text;
+  status = -1;
+  bool ended = false;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  // Read as it comes (a full terminal would hold the program up) until the program has ended
+  // and all it wrote is read: the terminal then answers the end of its input.
+  for (;;) {
+    int waited = 0;
+    if (!ended && waitpid(pid, &waited, WNOHANG) == pid) {
+      status = waited;
+      ended = true;
+    }
+    if (!ended && std::chrono::steady_clock::now() > deadline) {
+      kill(pid, SIGKILL);
+      waitpid(pid, nullptr, 0);
+      status = -1;
+      break;
+    }
+    struct pollfd ready = {master, POLLIN, 0};
+    int polled = poll(&ready, 1, 100);
+    if (polled <= 0) {
+      if (ended) break;
+      continue;
+    }
+    char buffer[4096];
+    ssize_t got = read(master, buffer, sizeof buffer);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      // Every end of the terminal closed: the program has ended, or is about to.
+      if (!ended && (status = WaitFor(pid, seconds)) == -1) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+      }
+      break;
+    }
+    text.append(buffer, static_cast<size_t>(got));
+  }
+  close(master);
+  return text;
+}
+
+// On a terminal, record shows one line redrawn in place: elapsed time, frames, frames per
+// second, dropped frames and the time the disk has left.
+TEST_F(EndToEndTest, TheStatusLineOnATerminalIsRedrawnWithTheTakesFigures) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
+  std::string movie = mFolder + "/terminal.mov";
+  int status = 0;
+  std::string text = RunOnATerminal(
+      {"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--frames", "75"}, 120, status);
+  ASSERT_NE(-1, status) << "the host program hung: " << text;
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(0, WEXITSTATUS(status)) << text;
+  // Each drawing clears the line and writes it again.
+  const std::string redraw = "\r\033[K";
+  std::vector<std::string> drawn;
+  for (size_t at = text.find(redraw); at != std::string::npos; at = text.find(redraw, at + 1)) {
+    size_t start = at + redraw.size();
+    size_t end = text.find_first_of("\r\n", start);
+    drawn.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
+  }
+  ASSERT_GE(drawn.size(), 2u) << "the line is redrawn: " << text;
+  const std::regex figures(R"(^(\d+):(\d\d):(\d\d) \| (\d+)/75 frames \| (\d+\.\d) fps \| (\d+) dropped \| disk: )"
+                           R"((\d+ h \d\d min|\d+ min \d\d s|\d+ s) left$)");
+  std::smatch match;
+  for (const std::string& line : drawn) EXPECT_TRUE(std::regex_match(line, match, figures)) << "[" << line << "]";
+  // The last drawing tells the whole take: the frames asked for (a frame arriving during the
+  // last hand-over may add one), some of which only a loaded machine drops.
+  ASSERT_TRUE(std::regex_match(drawn.back(), match, figures)) << drawn.back();
+  EXPECT_GE(std::stoi(match[4].str()), 75) << drawn.back();
+  EXPECT_GT(std::stod(match[5].str()), 0.0) << drawn.back();
+  EXPECT_LE(std::stoi(match[6].str()), std::stoi(match[4].str())) << drawn.back();
+  const int elapsed = std::stoi(match[1].str()) * 3600 + std::stoi(match[2].str()) * 60 + std::stoi(match[3].str());
+  EXPECT_GE(elapsed, 2) << "three seconds of PAL: " << drawn.back();
+  // A few drawings a second at most, however often the take is serviced.
+  EXPECT_LE(drawn.size(), 5u * static_cast<size_t>(elapsed + 2)) << text;
+  // The line is ended once the take is, before the closing lines.
+  EXPECT_NE(std::string::npos, text.find(drawn.back() + "\r\n")) << text;
+}
+
 // The host program run to its end with its standard error in folder: its exit status (-1 if
 // it has not ended within seconds) and what it wrote there.
 int RunHostProgram(const std::vector<std::string>& arguments, const std::string& folder, double seconds,
@@ -1019,6 +1146,36 @@ TEST_F(EndToEndTest, RepairOfAFileThatIsNotAMovieFails) {
             UserLines(error))
       << error;
   EXPECT_EQ(notes, ReadText(path));
+}
+
+// While a take waits for its in-point, the host program says what for and where the
+// signal is, then records from the in-point.
+TEST_F(EndToEndTest, WaitingForAnInPointSaysWhereTheSignalIs) {
+  // The signal starts at 01:00:00:00: five seconds of waiting at real time.
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
+  std::string movie = mFolder + "/in.mov";
+  std::string error;
+  int status = RunHostProgram(
+      {"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--in", "01:00:05:00", "--frames", "5"},
+      mFolder, 120, error);
+  ASSERT_NE(-1, status) << "the host program hung: " << error;
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(0, WEXITSTATUS(status)) << error;
+  const std::regex waiting(R"(^Waiting for 01:00:05:00 \(signal at 01:00:0[0-4]:\d\d\)$)");
+  std::vector<std::string> lines = Lines(error);
+  EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) { return std::regex_match(line, waiting); }))
+      << error;
+  // Nothing else pretends to record while it waits: each line is the wait, or the figures
+  // of the take once it has begun.
+  const std::regex waitOrFigures(R"(^Waiting for 01:00:05:00( \(signal at \d\d:\d\d:\d\d:\d\d\))?$|^\d+:\d\d:\d\d \| \d+/5 frames \| .*)");
+  for (const std::string& line : lines) {
+    if (line.rfind("***", 0) == 0) continue;  // diagnostics
+    EXPECT_TRUE(std::regex_match(line, waitOrFigures)) << line;
+  }
+  MovieSummary recorded;
+  ASSERT_EQ(0, recorded.Read(movie));
+  EXPECT_EQ(MovieSummary::Layout::kFinished, recorded.layout);
+  EXPECT_EQ(5u, recorded.pictureSlots);
 }
 
 }  // namespace
