@@ -6,6 +6,7 @@
 #include <memory>
 #include <thread>
 
+#include "Host/InPointStatus.h"
 #include "Host/ProgressDisplay.h"
 #include "Host/RecordingFailure.h"
 
@@ -66,11 +67,30 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
         fail(8, "recording failed");
         break;
       }
+      InPointStatus inPoint(session.StatusText());
+      if (inPoint.Which() == InPointStatus::State::kPassed) {
+        // The in-point will not come: waiting on would only end at the time limit.
+        fail(11, "the signal is at " + inPoint.Signal() + ", past the in-point " + inPoint.InPoint() +
+                     ": nothing was recorded");
+        break;
+      }
+      if (inPoint.Which() == InPointStatus::State::kStartedWithoutTimecode && outcome.warning.empty()) {
+        outcome.warning = "warning: the signal carries no timecode: recording from its first frame, not from " +
+                          inPoint.InPoint();
+        if (mShowProgress) progress.Note("kestrin-capture: " + outcome.warning);
+      }
       if (mStop) break;
       if (hostCounts && session.Frames() >= expected) break;  // recorded from now: the host decides when enough
       if (request.timeLimitSeconds > 0 &&
           std::chrono::steady_clock::now() - start > std::chrono::duration<double>(request.timeLimitSeconds)) {
-        if (expected) fail(9, "recording timed out with " + std::to_string(session.Frames()) + " frames: the card stopped delivering");
+        if (inPoint.Which() == InPointStatus::State::kWaiting || inPoint.Which() == InPointStatus::State::kDeckDecides) {
+          fail(9, "gave up waiting for the in-point " + inPoint.InPoint() + " after " +
+                      std::to_string(static_cast<long>(request.timeLimitSeconds)) + " s" +
+                      (inPoint.Signal().empty() ? std::string() : " (the signal is at " + inPoint.Signal() + ")") +
+                      ": nothing was recorded");
+        } else if (expected) {
+          fail(9, "recording timed out with " + std::to_string(session.Frames()) + " frames: the card stopped delivering");
+        }
         break;
       }
       std::this_thread::sleep_for(kServiceInterval);

@@ -1178,5 +1178,40 @@ TEST_F(EndToEndTest, WaitingForAnInPointSaysWhereTheSignalIs) {
   EXPECT_EQ(5u, recorded.pictureSlots);
 }
 
+// A signal whose timecode has passed the in-point ends the take at once, in one line
+// naming both timecodes, instead of waiting for a timecode that will not come.
+TEST_F(EndToEndTest, AnInPointTheSignalHasPassedEndsTheTakeAtOnce) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_TIMECODE_START", "01:00:10:00"}});
+  std::string error;
+  // Without the end the take would wait until its two-minute limit; a minute tells the two apart.
+  int status = RunHostProgram({"record", "-o", mFolder + "/passed.mov", "--standard", "PAL 4x3", "--format", "0", "--in",
+                               "01:00:00:00", "--frames", "5"},
+                              mFolder, 60, error);
+  ASSERT_NE(-1, status) << "the take went on waiting: " << error;
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(11, WEXITSTATUS(status)) << error;
+  std::vector<std::string> lines = UserLines(error);
+  ASSERT_EQ(1u, lines.size()) << error;
+  EXPECT_TRUE(std::regex_match(
+      lines[0], std::regex(R"(^kestrin-capture: the signal is at 01:00:1\d:\d\d, past the in-point 01:00:00:00: nothing was recorded$)")))
+      << error;
+}
+
+// A signal without timecode and no deck: the take starts at once, and the host program
+// says at once that it was not recorded from the in-point.
+TEST_F(EndToEndTest, AnInPointOnASignalWithoutTimecodeIsWarnedOf) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_TIMECODE", "none"}});
+  std::string error;
+  int status = RunHostProgram({"record", "-o", mFolder + "/untimed.mov", "--standard", "PAL 4x3", "--format", "0",
+                               "--in", "01:00:00:00", "--frames", "5"},
+                              mFolder, 60, error);
+  ASSERT_NE(-1, status) << error;
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(0, WEXITSTATUS(status)) << error;
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: warning: the signal carries no timecode: recording from its first "
+                                     "frame, not from 01:00:00:00"},
+            UserLines(error))
+      << error;
+}
 }  // namespace
 }  // namespace KTN
