@@ -1,6 +1,7 @@
 // One open capture instance of the plug-in, driven step by step as the editor does.
 #include "Host/PluginSession.h"
 
+#include <errno.h>
 #include <iconv.h>
 #include <string.h>
 
@@ -32,14 +33,17 @@ recMemoryFuncs* Memory(PluginHost& host) {
 
 std::string PluginSession::Describe(int32_t rc) {
   switch (rc) {
-    // 5 is both "no capture device" (open) and the server's end of stream (recording).
-    case rmNoCaptureDevice: return "no capture card, or the recording server stopped answering (5)";
+    // 5 is "no capture device" only as open's answer, which Open words itself; from any
+    // later step it is the recording server's end of stream.
+    case rmNoCaptureDevice: return "the recording server stopped answering (5)";
     case rmOutOfMemory: return "out of memory";
     case rmBadParameter: return "the plug-in refused the request (22: invalid parameter or instance not ready)";
     case rmPrerollFailed: return "preroll failed";
     case rmPrerollCancelled: return "preroll cancelled";
     case rmAborted: return "aborted: frames were dropped";
     case 28: return "the disk is full (28)";
+    case EPIPE: return "the recording server stopped taking commands (" + std::to_string(EPIPE) + ")";
+    case ETIMEDOUT: return "the recording server hung and was ended (" + std::to_string(ETIMEDOUT) + ")";
     case 45: return "the card cannot capture this standard in this format (45)";
     default: return "error " + std::to_string(rc);
   }
@@ -101,7 +105,7 @@ std::string PluginSession::Open() {
   int32_t rc = mHost.Call(recmod_Open, &mInstance, reinterpret_cast<intptr_t>(&openParms));
   if (rc != rmNoErr) {
     Close();  // the plug-in may have left a half-built instance
-    return "cannot open the capture card: " + Describe(rc);
+    return rc == rmNoCaptureDevice ? "no capture card found" : "cannot open the capture card: " + Describe(rc);
   }
   return std::string();
 }

@@ -1,41 +1,155 @@
 // What the host program shows while it records.
 #include "Host/ProgressDisplay.h"
 
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include "Host/InPointStatus.h"
+#include "Host/RecordingRate.h"
+#include "Movie/MovieFollower.h"
 
 namespace KTN {
 
-ProgressDisplay::ProgressDisplay(FILE* out)
-    : mOut(out), mTerminal(isatty(fileno(out)) != 0), mStart(std::chrono::steady_clock::now()), mLastPlain(mStart) {}
+namespace {
 
-void ProgressDisplay::Update(const std::string& status, int64_t frames, int64_t expected, double frameRate) {
-  auto now = std::chrono::steady_clock::now();
-  double elapsed = std::chrono::duration<double>(now - mStart).count();
-  double rate = elapsed > 0 ? frames / elapsed : 0;
+constexpr auto kRedrawInterval = std::chrono::milliseconds(250);
+constexpr auto kPlainInterval = std::chrono::seconds(1);
+constexpr auto kReadInterval = std::chrono::seconds(1);
+// The rate over less than this would swing with each frame's arrival.
+constexpr double kShortestRateSpan = 0.5;
+
+// Seconds as "2 h 13 min", "4 min 05 s" or "45 s".
+std::string Duration(double seconds) {
+  long whole = static_cast<long>(seconds);
+  char text[48];
+  if (whole >= 3600) {
+    snprintf(text, sizeof text, "%ld h %02ld min", whole / 3600, whole / 60 % 60);
+  } else if (whole >= 60) {
+    snprintf(text, sizeof text, "%ld min %02ld s", whole / 60, whole % 60);
+  } else {
+    snprintf(text, sizeof text, "%ld s", whole);
+  }
+  return text;
+}
+
+// The terminal's width in columns, or 0 when it does not say.
+int Columns(FILE* out) {
+  struct winsize size = {};
+  if (ioctl(fileno(out), TIOCGWINSZ, &size) != 0) return 0;
+  return size.ws_col;
+}
+
+}  // namespace
+
+ProgressDisplay::ProgressDisplay(FILE* out, const std::string& moviePath, const CaptureSettings& settings)
+    : mOut(out),
+      mTerminal(isatty(fileno(out)) != 0),
+      mMoviePath(moviePath),
+      mSettings(settings),
+      mFramesPerCount(settings.frameDuration && static_cast<double>(settings.timeScale) / settings.frameDuration > 30.0 ? 2
+                                                                                                                      : 1),
+      mFollower(new MovieFollower(moviePath)),
+      mCreated(Clock::now()) {
+  // A terminal shows the first report at once; plain lines come once a second from now.
+  mLastDrawn = mTerminal ? Clock::time_point() : mCreated;
+}
+
+ProgressDisplay::~ProgressDisplay() = default;
+
+void ProgressDisplay::Update(const std::string& status, int64_t frames, int64_t expected) {
+  const Clock::time_point now = Clock::now();
+  InPointStatus inPoint(status);
+  const bool waiting = inPoint.Which() == InPointStatus::State::kWaiting ||
+                       inPoint.Which() == InPointStatus::State::kPassed ||
+                       inPoint.Which() == InPointStatus::State::kDeckDecides;
+  if (waiting) {
+    // Says what it waits for and where the signal is; no figures of a take that has not begun.
+    mWaited = true;
+    mText = status;
+  } else {
+    if (!mRecording) {
+      // Recording since the display was made (right after the start), or since the wait
+      // for the in-point ended.
+      mRecording = true;
+      mRecordingSince = mWaited ? now : mCreated;
+      mRateFrom = mRateNext = Sample{now, 0};
+      mLastRead = Clock::time_point();
+    }
+    if (now - mLastRead >= kReadInterval) {
+      mLastRead = now;
+      ReadMovieAndDisk();
+      mRateFrom = mRateNext;
+      mRateNext = Sample{now, frames * mFramesPerCount};
+    }
+    mText = Figures(now, frames, expected);
+  }
+  mShown = false;
+  if (now - mLastDrawn >= (mTerminal ? std::chrono::duration_cast<Clock::duration>(kRedrawInterval)
+                                     : std::chrono::duration_cast<Clock::duration>(kPlainInterval))) {
+    Draw(now);
+  }
+}
+
+std::string ProgressDisplay::Figures(Clock::time_point now, int64_t frames, int64_t expected) {
+  const long elapsed = static_cast<long>(std::chrono::duration<double>(now - mRecordingSince).count());
+  const int64_t shown = frames * mFramesPerCount;
+  const double span = std::chrono::duration<double>(now - mRateFrom.time).count();
+  const double rate = span >= kShortestRateSpan ? static_cast<double>(shown - mRateFrom.frames) / span : 0.0;
+  char count[64];
+  if (expected > 0) {
+    snprintf(count, sizeof count, "%lld/%lld", static_cast<long long>(shown), static_cast<long long>(expected * mFramesPerCount));
+  } else {
+    snprintf(count, sizeof count, "%lld", static_cast<long long>(shown));
+  }
+  char text[256];
+  snprintf(text, sizeof text, "%ld:%02ld:%02ld | %s frames | %.1f fps | %lld dropped | disk: %s", elapsed / 3600,
+           elapsed / 60 % 60, elapsed % 60, count, rate, static_cast<long long>(mDropped),
+           mSecondsLeft < 0 ? "time left unknown" : (Duration(mSecondsLeft) + " left").c_str());
+  return text;
+}
+
+void ProgressDisplay::ReadMovieAndDisk() {
+  // Before the server has made the movie there is nothing to read (and no failure to tell).
+  struct stat info;
+  if (stat(mMoviePath.c_str(), &info) == 0 && mFollower->Update() == 0) {
+    const MovieSummary& movie = mFollower->Summary();
+    mDropped = movie.pictureSlots > movie.pictures ? static_cast<int64_t>(movie.pictureSlots - movie.pictures) : 0;
+  }
+  mSecondsLeft = RecordingSecondsLeft(mMoviePath, mSettings);
+}
+
+void ProgressDisplay::Draw(Clock::time_point now) {
+  mLastDrawn = now;
+  mShown = true;
   if (!mTerminal) {
-    if (now - mLastPlain < std::chrono::seconds(1)) return;
-    mLastPlain = now;
-    fprintf(mOut, "%s: %lld frames, %.1f s, %.1f fps\n", status.c_str(), static_cast<long long>(frames), elapsed, rate);
+    fprintf(mOut, "%s\n", mText.c_str());
     fflush(mOut);
     return;
   }
-  char bar[24] = "";
-  if (expected > 0) {
-    int filled = static_cast<int>(20 * (frames > expected ? expected : frames) / expected);
-    for (int i = 0; i < 20; ++i) bar[i] = i < filled ? '#' : '-';
-    bar[20] = '\0';
-  }
-  fprintf(mOut, "\r\033[K%s | %lld frames | %.1f fps (%.2fx real time) | %02d:%04.1f",
-          status.c_str(), static_cast<long long>(frames), rate, frameRate > 0 ? rate / frameRate : 0.0,
-          static_cast<int>(elapsed) / 60, elapsed - 60 * (static_cast<int>(elapsed) / 60));
-  if (expected > 0) fprintf(mOut, " [%s] %3d%%", bar, static_cast<int>(100 * (frames > expected ? expected : frames) / expected));
+  // A line longer than the terminal would wrap, and erasing would then clear only its end.
+  std::string line = mText;
+  int columns = Columns(mOut);
+  if (columns > 1 && line.size() > static_cast<size_t>(columns - 1)) line.resize(static_cast<size_t>(columns - 1));
+  fprintf(mOut, "\r\033[K%s", line.c_str());
   fflush(mOut);
-  mDrawn = true;
+  mLineOpen = true;
+}
+
+void ProgressDisplay::Note(const std::string& line) {
+  if (mTerminal && mLineOpen) fputs("\r\033[K", mOut);
+  fprintf(mOut, "%s\n", line.c_str());
+  fflush(mOut);
+  mLineOpen = false;
+  if (mTerminal && !mText.empty()) Draw(Clock::now());
 }
 
 void ProgressDisplay::Finish() {
-  if (mTerminal && mDrawn) fputc('\n', mOut);
-  mDrawn = false;
+  if (!mTerminal) return;
+  if (!mShown && !mText.empty()) Draw(Clock::now());
+  if (mLineOpen) fputc('\n', mOut);
+  fflush(mOut);
+  mLineOpen = false;
 }
 
 }  // namespace KTN

@@ -1,32 +1,78 @@
-// What the host program shows while it records: the plug-in's status, frames, rate and time.
+// What the host program shows while it records: time, frames, rate, dropped frames and disk time left.
 #pragma once
 
 #include <stdint.h>
 #include <stdio.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
+
+#include "Settings/CaptureSettings.h"
 
 namespace KTN {
 
-// On a terminal one line is redrawn in place with a progress bar; elsewhere a plain line is
-// written about once a second.
+class MovieFollower;
+
+// One status line: the time recorded, the frames, their rate over the last second or two,
+// the frames dropped so far (the empty frame slots of the movie, read as it grows) and the
+// time the movie's disk lasts at the take's rate, e.g.
+//   0:01:23 | 2075 frames | 25.0 fps | 0 dropped | disk: 2 h 13 min left
+// While a recording waits for its in-point, the plug-in's report of what it waits for and
+// where the signal is takes its place. On a terminal the line is redrawn in place ("\r",
+// then erased to its end) at most four times a second, cut to the terminal's width;
+// elsewhere it is written as a plain line once a second. Main thread only.
 class ProgressDisplay {
  public:
-  explicit ProgressDisplay(FILE* out);
+  // out: where to write (the host program's standard error); moviePath and settings: the
+  // take's movie and its settings.
+  ProgressDisplay(FILE* out, const std::string& moviePath, const CaptureSettings& settings);
+  ~ProgressDisplay();
+
+  ProgressDisplay(const ProgressDisplay&) = delete;
+  ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
   // status: the plug-in's last status text; frames: its frame count; expected: the frames
-  // the recording will hold (0: unknown).
-  void Update(const std::string& status, int64_t frames, int64_t expected, double frameRate);
-  // Ends the redrawn line.
+  // the recording will hold (0: until stopped). Counts are in frame pairs above 30 frames a
+  // second, as the plug-in counts; the line shows frames. Cheap enough for every service
+  // call: the movie and the disk are read once a second.
+  void Update(const std::string& status, int64_t frames, int64_t expected);
+  // Writes line (a warning, without its line feed) at once, on a line of its own: on a
+  // terminal above the redrawn line, which is drawn again below it.
+  void Note(const std::string& line);
+  // Draws the latest figures if they are not shown yet and ends the redrawn line.
   void Finish();
 
  private:
+  using Clock = std::chrono::steady_clock;
+  struct Sample {
+    Clock::time_point time;
+    int64_t frames = 0;
+  };
+
+  std::string Figures(Clock::time_point now, int64_t frames, int64_t expected);
+  void ReadMovieAndDisk();
+  void Draw(Clock::time_point now);
+
   FILE* mOut;
   bool mTerminal;
-  std::chrono::steady_clock::time_point mStart;
-  std::chrono::steady_clock::time_point mLastPlain;
-  bool mDrawn = false;
+  std::string mMoviePath;
+  CaptureSettings mSettings;
+  int mFramesPerCount;  // 2 above 30 frames a second: the plug-in counts pairs
+  std::unique_ptr<MovieFollower> mFollower;
+  Clock::time_point mCreated;
+  Clock::time_point mLastDrawn;
+  Clock::time_point mLastRead;
+  Clock::time_point mRecordingSince;  // the first report that was not a wait for the in-point
+  bool mWaited = false;     // a report was a wait for the in-point
+  bool mRecording = false;  // a report was not
+  Sample mRateFrom;  // the rate is measured from here (a second or two ago) ...
+  Sample mRateNext;  // ... which moves here at the next reading
+  int64_t mDropped = 0;
+  double mSecondsLeft = -1;
+  std::string mText;          // the latest line
+  bool mShown = true;         // mText has been written
+  bool mLineOpen = false;     // a redrawn line is on the terminal, not yet ended
 };
 
 }  // namespace KTN

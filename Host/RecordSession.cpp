@@ -3,9 +3,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <thread>
 
+#include "Host/InPointStatus.h"
 #include "Host/ProgressDisplay.h"
+#include "Host/RecordingFailure.h"
 
 namespace KTN {
 
@@ -41,31 +44,53 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
   }
   if (session.Recording()) {
     outcome.startTimecode = session.StartTimecode();
-    ProgressDisplay progress(stderr);
-    double frameRate = mSettings.frameDuration ? static_cast<double>(mSettings.timeScale) / mSettings.frameDuration : 0;
+    ProgressDisplay progress(stderr, request.moviePath, mSettings);
     int64_t expected = request.frames == 0x7FFFFFFF ? 0 : request.frames;
     bool hostCounts = expected && !request.hasInPoint && !request.pluginCounts;
+    std::unique_ptr<RecordingFailure> serviceFailure;
     auto start = std::chrono::steady_clock::now();
     for (;;) {
       auto called = std::chrono::steady_clock::now();
       int32_t rc = session.Service();
       outcome.longestServiceCall = std::max(
           outcome.longestServiceCall, std::chrono::duration<double>(std::chrono::steady_clock::now() - called).count());
-      if (mShowProgress) progress.Update(session.StatusText(), session.Frames(), expected, frameRate > 30 ? frameRate / 2 : frameRate);
+      if (mShowProgress) progress.Update(session.StatusText(), session.Frames(), expected);
       if (rc == rmFrameLimitReached) break;
       if (rc == rmAborted) {
         fail(7, "recording aborted: frames were dropped");
         break;
       }
       if (rc != rmNoErr) {
-        fail(8, "recording failed: " + PluginSession::Describe(rc));
+        // Now, before stopping reaps the server: how it ended. The line is made once the
+        // recording has stopped, when the movie no longer changes.
+        serviceFailure.reset(new RecordingFailure(rc));
+        fail(8, "recording failed");
         break;
+      }
+      InPointStatus inPoint(session.StatusText());
+      if (inPoint.Which() == InPointStatus::State::kPassed) {
+        // The in-point will not come: waiting on would only end at the time limit.
+        fail(11, "the signal is at " + inPoint.Signal() + ", past the in-point " + inPoint.InPoint() +
+                     ": nothing was recorded");
+        break;
+      }
+      if (inPoint.Which() == InPointStatus::State::kStartedWithoutTimecode && outcome.warning.empty()) {
+        outcome.warning = "warning: the signal carries no timecode: recording from its first frame, not from " +
+                          inPoint.InPoint();
+        if (mShowProgress) progress.Note("kestrin-capture: " + outcome.warning);
       }
       if (mStop) break;
       if (hostCounts && session.Frames() >= expected) break;  // recorded from now: the host decides when enough
       if (request.timeLimitSeconds > 0 &&
           std::chrono::steady_clock::now() - start > std::chrono::duration<double>(request.timeLimitSeconds)) {
-        if (expected) fail(9, "recording timed out with " + std::to_string(session.Frames()) + " frames: the card stopped delivering");
+        if (inPoint.Which() == InPointStatus::State::kWaiting || inPoint.Which() == InPointStatus::State::kDeckDecides) {
+          fail(9, "gave up waiting for the in-point " + inPoint.InPoint() + " after " +
+                      std::to_string(static_cast<long>(request.timeLimitSeconds)) + " s" +
+                      (inPoint.Signal().empty() ? std::string() : " (the signal is at " + inPoint.Signal() + ")") +
+                      ": nothing was recorded");
+        } else if (expected) {
+          fail(9, "recording timed out with " + std::to_string(session.Frames()) + " frames: the card stopped delivering");
+        }
         break;
       }
       std::this_thread::sleep_for(kServiceInterval);
@@ -73,6 +98,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     if (mShowProgress) progress.Finish();
     failure = session.StopRecording();
     if (!failure.empty()) fail(10, failure);
+    if (serviceFailure) outcome.error = serviceFailure->Line(request.moviePath);
   }
   outcome.frames = session.Frames();
   outcome.status = session.StatusText();

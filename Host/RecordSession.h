@@ -13,6 +13,7 @@ namespace KTN {
 struct RecordOutcome {
   int exitCode = 0;             // 0 when the movie was completed
   std::string error;            // one line when it was not
+  std::string warning;          // one line told while recording (a take not started on its in-point)
   int64_t frames = 0;           // the plug-in's last frame count
   bool droppedFrames = false;   // the plug-in reported dropped frames
   std::string startTimecode;    // of the first frame, as the plug-in reported it
@@ -23,7 +24,8 @@ struct RecordOutcome {
 class RecordSession {
  public:
   // settings: the blob handed to the plug-in at open. stop: set (from a signal handler)
-  // to end the recording early. showProgress: draw progress on standard error.
+  // to end the recording early. showProgress: draw the status line on standard error, and
+  // tell the outcome's warning there at once.
   RecordSession(PluginHost& host, const CaptureSettings& settings, const std::atomic<bool>& stop, bool showProgress);
 
   // Open, activate, record (service loop), stop, deactivate, close.

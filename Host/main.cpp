@@ -18,6 +18,7 @@
 #include "Host/HostSettingsFile.h"
 #include "Host/PluginHost.h"
 #include "Host/RecordSession.h"
+#include "Movie/MovieSummary.h"
 #include "Server/MovieFinisher.h"
 #include "Settings/CaptureSettings.h"
 #include "Settings/CaptureTables.h"
@@ -248,7 +249,8 @@ int Record(int argc, char** argv) {
     fprintf(stderr, "kestrin-capture: %s\n", outcome.error.c_str());
     return outcome.exitCode;
   }
-  printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
+  // The movie's frames, as the status line counts them (the plug-in counts pairs above 30 fps).
+  printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames * pairs), movie.c_str(),
          outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
   return 0;
 }
@@ -257,6 +259,16 @@ int Record(int argc, char** argv) {
 int Repair(int argc, char** argv) {
   if (argc != 1) return Usage("repair needs exactly one MOVIE");
   std::string movie = argv[0];
+  // Only a movie can be repaired: anything else would be left as it is and called sound.
+  MovieSummary summary;
+  if (long rc = summary.Read(movie)) {
+    fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(), strerror(static_cast<int>(rc)));
+    return 1;
+  }
+  if (summary.layout == MovieSummary::Layout::kNotAMovie) {
+    fprintf(stderr, "kestrin-capture: cannot repair %s: it is not a movie (it has no movie header)\n", movie.c_str());
+    return 1;
+  }
   bool fragmented = MovieFinisher::IsFragmented(movie);
   if (long rc = MovieFinisher::Finish(movie)) {
     fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(), strerror(static_cast<int>(rc)));
