@@ -13,6 +13,8 @@
 
 #include "Host/CaptureReadout.h"
 #include "Host/HostSettingsFile.h"
+#include "Host/MoviePath.h"
+#include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
 #include "Movie/MovieFollower.h"
 
@@ -133,7 +135,14 @@ void CaptureWindow::ShowOptions() {
 
 void CaptureWindow::Record() {
   RecordRequest request;
-  request.moviePath = mMoviePath->text().toStdString();
+  request.moviePath = mMoviePath->text().trimmed().toStdString();
+  std::string problem;
+  if (!MoviePath::MakeAbsolute(request.moviePath, &problem) ||
+      !(problem = MoviePath::Problem(request.moviePath)).empty()) {
+    ShowStatus("Cannot record to " + request.moviePath + ": " + problem);
+    return;
+  }
+  mMoviePath->setText(QString::fromStdString(request.moviePath));  // the take's path, as recorded
   std::string failure = mSession->StartRecording(request);
   if (!failure.empty()) {
     ShowStatus(failure);
@@ -157,10 +166,18 @@ void CaptureWindow::Record() {
 
 void CaptureWindow::Service() {
   int32_t rc = mSession->Service();
-  if (rc != rmNoErr) {
+  if (rc == rmNoErr) return;
+  if (rc == rmFrameLimitReached) {
     Stop();
-    if (rc != rmFrameLimitReached) ShowStatus("Recording ended: " + PluginSession::Describe(rc));
+    return;
   }
+  // How the server ended is read before stopping reaps it; the line, once the movie no
+  // longer changes.
+  RecordingFailure failure(rc);
+  Stop();
+  std::string line = failure.Line(mTakePath);
+  if (!line.empty()) line[0] = static_cast<char>(toupper(static_cast<unsigned char>(line[0])));
+  ShowStatus(line);
 }
 
 void CaptureWindow::Stop() {
@@ -176,16 +193,18 @@ void CaptureWindow::Stop() {
   // The finished movie, read whole, has the take's final count of empty slots.
   mFollower.reset();
   MovieFollower finished(mTakePath);
+  int64_t frames = mSession->Frames() * FramesPerCount(mSession->Settings());
   if (finished.Update() == 0) {
     const MovieSummary& summary = finished.Summary();
+    frames = static_cast<int64_t>(summary.pictureSlots);  // the movie's frames: above 30 fps the plug-in counts pairs
     mDropped = summary.pictureSlots > summary.pictures ? static_cast<int64_t>(summary.pictureSlots - summary.pictures) : 0;
     if (mStartTimecode.empty() && summary.hasTimecode) mStartTimecode = summary.startTimecode;
   }
-  mReadout->ShowTake(mElapsed, mSession->Frames(), mDropped, mStartTimecode);
+  mReadout->ShowTake(mElapsed, frames, mDropped, mStartTimecode);
   if (!failure.empty()) {
     ShowStatus(failure);
   } else {
-    std::string line = "Recorded " + std::to_string(mSession->Frames()) + " frames to " + mTakePath;
+    std::string line = "Recorded " + std::to_string(frames) + " frames to " + mTakePath;
     if (mDropped > 0) {
       line += " (WARNING: " + std::to_string(mDropped) + " frames dropped)";
     } else if (mSession->DroppedFrames()) {
@@ -208,7 +227,7 @@ void CaptureWindow::RefreshTake() {
   // for its in-point has it in the movie's timecode track.
   mStartTimecode = mSession->StartTimecode();
   if (mStartTimecode.empty() && mFollower && mFollower->Summary().hasTimecode) mStartTimecode = mFollower->Summary().startTimecode;
-  mReadout->ShowTake(mElapsed, mSession->Frames(), mDropped, mStartTimecode);
+  mReadout->ShowTake(mElapsed, mSession->Frames() * FramesPerCount(mSession->Settings()), mDropped, mStartTimecode);
 }
 
 void CaptureWindow::ReadDiskAndMovie() {

@@ -14,6 +14,7 @@
 
 #include "Host/CaptureWindow.h"
 #include "Host/HostSettingsFile.h"
+#include "Host/MoviePath.h"
 #include "Host/UnattendedRun.h"
 
 namespace KTN {
@@ -25,6 +26,11 @@ const char kGuiUsage[] =
     "                           [--screenshot-preview PNG] [--screenshot-options PNG] [--quit-after SECONDS]\n"
     "                           [--record-frames N] [--screenshot-recording PNG] [--screenshot-window PNG]\n"
     "                           [--labels FILE]\n";
+
+int GuiUsage(const std::string& problem) {
+  fprintf(stderr, "kestrin-capture: %s\n%s", problem.c_str(), kGuiUsage);
+  return 2;
+}
 
 // The options dialog, while it is shown.
 QDialog* OpenDialog() {
@@ -50,28 +56,40 @@ int RunCaptureWindow(int argc, char** argv) {
     if ((option == "-o" || option == "--plugin" || option == "--grey" || option == "--screenshot-preview" ||
          option == "--screenshot-options" || option == "--quit-after" || option == "--record-frames" ||
          option == "--screenshot-recording" || option == "--screenshot-window" || option == "--labels") && !value) {
-      fprintf(stderr, "kestrin-capture: %s needs a value\n%s", option.c_str(), kGuiUsage);
-      return 2;
+      return GuiUsage(option + " needs a value");
     }
+    if (option == "--help" || option == "-h") {
+      fputs(kGuiUsage, stdout);
+      return 0;
+    }
+    char* end = nullptr;
     if (option == "-o") movie = argv[++i];
     else if (option == "--plugin") bundle = argv[++i];
-    else if (option == "--grey") grey = atoi(argv[++i]);
-    else if (option == "--screenshot-preview") previewShot = argv[++i];
+    else if (option == "--grey") {
+      long level = strtol(argv[++i], &end, 10);
+      if (!*argv[i] || *end || level < 0 || level > 255) return GuiUsage("--grey must be a level from 0 to 255");
+      grey = static_cast<int>(level);
+    } else if (option == "--screenshot-preview") previewShot = argv[++i];
     else if (option == "--screenshot-options") optionsShot = argv[++i];
-    else if (option == "--quit-after") quitAfter = atof(argv[++i]);
-    else if (option == "--record-frames") recordFrames = atoll(argv[++i]);
-    else if (option == "--screenshot-recording") recordingShot = argv[++i];
+    else if (option == "--quit-after") {
+      quitAfter = strtod(argv[++i], &end);
+      if (!*argv[i] || *end || !(quitAfter > 0 && quitAfter <= 86400)) {
+        return GuiUsage("--quit-after must be a number of seconds above 0, at most a day");
+      }
+    } else if (option == "--record-frames") {
+      recordFrames = strtoll(argv[++i], &end, 10);
+      if (!*argv[i] || *end || recordFrames < 1 || recordFrames > 0x7FFFFFFE) {
+        return GuiUsage("--record-frames must be a whole number from 1");
+      }
+    } else if (option == "--screenshot-recording") recordingShot = argv[++i];
     else if (option == "--screenshot-window") windowShot = argv[++i];
     else if (option == "--labels") labels = argv[++i];
     else {
-      fprintf(stderr, "kestrin-capture: unknown option %s\n%s", option.c_str(), kGuiUsage);
-      return 2;
+      return GuiUsage("unknown option " + option);
     }
   }
-  if (movie[0] != '/') {
-    char cwd[4096];
-    if (getcwd(cwd, sizeof cwd)) movie = std::string(cwd) + "/" + movie;
-  }
+  std::string pathProblem;
+  if (!MoviePath::MakeAbsolute(movie, &pathProblem)) return GuiUsage(pathProblem);
   int qtArgc = 1;
   char* qtArgv[] = {const_cast<char*>("kestrin-capture"), nullptr};
   QApplication application(qtArgc, qtArgv);

@@ -47,8 +47,7 @@ ProgressDisplay::ProgressDisplay(FILE* out, const std::string& moviePath, const 
       mTerminal(isatty(fileno(out)) != 0),
       mMoviePath(moviePath),
       mSettings(settings),
-      mFramesPerCount(settings.frameDuration && static_cast<double>(settings.timeScale) / settings.frameDuration > 30.0 ? 2
-                                                                                                                      : 1),
+      mFramesPerCount(FramesPerCount(settings)),
       mFollower(new MovieFollower(moviePath)),
       mCreated(Clock::now()) {
   // A terminal shows the first report at once; plain lines come once a second from now.

@@ -31,6 +31,10 @@ const CompressedRate kCompressedRates[] = {
 
 }  // namespace
 
+int FramesPerCount(const CaptureSettings& s) {
+  return s.frameDuration && static_cast<double>(s.timeScale) / s.frameDuration > 30.0 ? 2 : 1;
+}
+
 double RecordingBytesPerSecond(const CaptureSettings& s) {
   if (!s.frameDuration) return 0;
   const double framesPerSecond = static_cast<double>(s.timeScale) / s.frameDuration;

@@ -7,6 +7,10 @@
 
 namespace KTN {
 
+// Frames a count of the plug-in's stands for: above 30 frames a second it counts frame
+// pairs (2), otherwise frames (1).
+int FramesPerCount(const CaptureSettings& settings);
+
 // Bytes a second a recording of settings writes: pictures as its format stores them (the
 // device's rows for the uncompressed types, the codec's rate for the compressed ones, at
 // the best quality the recorder asks) and its sound. An estimate for the compressed types,

@@ -16,7 +16,9 @@
 #include "Host/CardInfo.h"
 #include "Host/GuiCommand.h"
 #include "Host/HostSettingsFile.h"
+#include "Host/MoviePath.h"
 #include "Host/PluginHost.h"
+#include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
 #include "Movie/MovieSummary.h"
 #include "Server/MovieFinisher.h"
@@ -40,7 +42,7 @@ const char kUsage[] =
     "                              [--abort-on-drop] [--no-audio] [--plugin BUNDLE]\n"
     "       kestrin-capture info\n"
     "       kestrin-capture repair MOVIE\n"
-    "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE]\n";
+    "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
 
 int Usage(const std::string& problem) {
   if (!problem.empty()) fprintf(stderr, "kestrin-capture: %s\n", problem.c_str());
@@ -75,19 +77,6 @@ int FindFormat(const std::string& text) {
     if (strcasecmp(gSupportedPixelFormats[i].name, text.c_str()) == 0) return static_cast<int>(i);
   }
   return -1;
-}
-
-// Why a movie cannot be written at path, in the user's words, or "" when it can: checked
-// before anything starts, so the user hears the reason rather than a refusal.
-std::string MoviePathProblem(const std::string& path) {
-  struct stat info;
-  if (stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return "it is a folder";
-  std::string folder = path.substr(0, path.rfind('/'));
-  if (folder.empty()) folder = "/";
-  if (stat(folder.c_str(), &info) != 0) return "there is no folder " + folder;
-  if (!S_ISDIR(info.st_mode)) return folder + " is not a folder";
-  if (access(folder.c_str(), W_OK) != 0) return std::string("cannot write in ") + folder + ": " + strerror(errno);
-  return "";
 }
 
 // The rows a settings record was made from, found by its values as the settings dialog does.
@@ -170,15 +159,11 @@ int Record(int argc, char** argv) {
     }
   }
   if (movie.empty()) return Usage("record needs -o MOVIE");
-  // The editor hands the plug-in absolute paths; the recording server runs in a folder of its own.
-  if (movie[0] != '/') {
-    char cwd[4096];
-    if (!getcwd(cwd, sizeof cwd)) return Usage("cannot tell the current folder for " + movie);
-    movie = std::string(cwd) + "/" + movie;
-  }
+  std::string pathProblem;
+  if (!MoviePath::MakeAbsolute(movie, &pathProblem)) return Usage(pathProblem);
   if (frames && seconds > 0) return Usage("give --frames or --seconds, not both");
   if (movie.find_first_of("\n\r") != std::string::npos) return Usage("a movie path cannot hold a line break");
-  std::string pathProblem = MoviePathProblem(movie);
+  pathProblem = MoviePath::Problem(movie);
   if (!pathProblem.empty()) {
     fprintf(stderr, "kestrin-capture: cannot record to %s: %s\n", movie.c_str(), pathProblem.c_str());
     return 5;
@@ -207,7 +192,7 @@ int Record(int argc, char** argv) {
   if (!saved.empty()) fprintf(stderr, "kestrin-capture: warning: %s\n", saved.c_str());
 
   double frameRate = static_cast<double>(settings.timeScale) / settings.frameDuration;
-  int pairs = frameRate > 30.0 ? 2 : 1;  // above 30 fps the host counts frame pairs
+  const int pairs = FramesPerCount(settings);  // above 30 fps the host counts frame pairs
   RecordRequest request;
   request.moviePath = movie;
   request.audio = !noAudio;
