@@ -190,6 +190,35 @@ void StoredSize(uint32_t codec, const CaptureSettings& settings, int& width, int
   if (codec == FourCC("dvhp") || codec == FourCC("dvhq")) width = 960;
 }
 
+// What ffprobe says of a take's colours and fields, "<color_space>,<field_order>": SD in
+// BT.601 (NTSC's or PAL's), HD and 2K in BT.709, RGB as RGB and JPEG in its own BT.601; the
+// fields as the card's mode delivers them, but for DV, whose codec fixes its own.
+std::string ExpectedColoursAndFields(const CaptureSettings& settings) {
+  const uint32_t codec = settings.codecType;
+  std::string colours = codec == FourCC("r210")   ? "gbr"
+                        : codec == FourCC("jpeg") ? "bt470bg"
+                        : settings.height > 576   ? "bt709"
+                        : settings.height == 576  ? "bt470bg"
+                                                  : "smpte170m";
+  std::string fields;
+  if (codec == FourCC("dvc ") || codec == FourCC("dvcp") || codec == FourCC("dv5n") || codec == FourCC("dv5p")) {
+    fields = "bb";
+  } else if (codec == FourCC("dvh5") || codec == FourCC("dvh6")) {
+    fields = "tt";
+  } else if (codec == FourCC("dvhp") || codec == FourCC("dvhq")) {
+    fields = "progressive";
+  } else {
+    const uint32_t dominance = Sim::FindSimulatedMode(settings.displayMode)->fieldDominance;
+    fields = dominance == ktnUpperFieldFirst ? "tt" : dominance == ktnLowerFieldFirst ? "bb" : "progressive";
+  }
+  return colours + "," + fields;
+}
+
+// The timecode track's start as ffprobe reads it (its timecode tag).
+std::string ProbedTimecode(const std::string& movie) {
+  return CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream_tags=timecode -of csv=p=0 '" + movie + "'");
+}
+
 class RecordingMatrixTest : public EndToEndTest, public testing::WithParamInterface<Pair> {};
 
 TEST_P(RecordingMatrixTest, ShortRecordingIsRightInEveryRespect) {
@@ -233,6 +262,12 @@ TEST_P(RecordingMatrixTest, ShortRecordingIsRightInEveryRespect) {
   if (uncompressed) {
     ExpectTheCardsFrames(*Sim::FindSimulatedMode(settings.displayMode), codec, movie.video);
   }
+  // What a finishing editor looks for first. The signal carries no timecode: the take starts
+  // at the host's, which has none of its own either.
+  EXPECT_EQ(ExpectedColoursAndFields(settings),
+            CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=color_space,field_order -of csv=p=0 '" +
+                          request.moviePath + "'"));
+  EXPECT_EQ("00:00:00:00", ProbedTimecode(request.moviePath));
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryStandardAndFormat, RecordingMatrixTest, testing::ValuesIn(Matrix()),
@@ -1213,5 +1248,95 @@ TEST_F(EndToEndTest, AnInPointOnASignalWithoutTimecodeIsWarnedOf) {
             UserLines(error))
       << error;
 }
+
+// ---- The timecode track ----
+
+struct TimecodeCase {
+  const char* standard;
+  const char* signalStart;  // the card's first timecode
+  bool dropFrame;           // the standard counts with drop frames
+};
+
+// Every counting rate: the take's timecode track starts at the timecode of its first
+// picture, drop frame where the standard uses it, and the plug-in reports the same.
+class TimecodeTrackTest : public EndToEndTest, public testing::WithParamInterface<TimecodeCase> {};
+
+TEST_P(TimecodeTrackTest, TheTrackStartsAtTheFirstPicturesTimecode) {
+  const TimecodeCase c = GetParam();
+  int standard = -1;
+  for (size_t i = 0; i < kSupportedStandardCount; ++i) {
+    if (gSupportedStandards[i].name && std::string(gSupportedStandards[i].name) == c.standard) standard = static_cast<int>(i);
+  }
+  ASSERT_GE(standard, 0) << c.standard;
+  CaptureSettings settings = Settings(standard, 0);  // 2vuy: the pictures are compared with the card's
+  RecordRequest request;
+  request.moviePath = mFolder + "/timecode.mov";
+  request.frames = 4;  // recorded from now, until the host has seen four counts
+  RecordOutcome outcome = Record(settings, request, {{"VELDRAN_SIM_SPEED", "4"}, {"VELDRAN_SIM_TIMECODE_START", c.signalStart}});
+  ASSERT_EQ(0, outcome.exitCode) << outcome.error;
+  const Sim::SimulatedMode& mode = *Sim::FindSimulatedMode(settings.displayMode);
+  ProbedMovie movie = ProbeMovie(request.moviePath, false);
+  ASSERT_TRUE(movie.opened);
+  // The first picture is the card's picture k: its timecode is the signal's start plus k.
+  Sim::TestSignal signal(mode, FourCC("2vuy"));
+  std::vector<uint8_t> picture(signal.FrameBytes());
+  int64_t first = -1;
+  for (int64_t k = 0; k < 3000 && first < 0; ++k) {
+    signal.Render(k, picture.data());
+    if (std::equal(picture.begin(), picture.end(), movie.video.bytes.begin())) first = k;
+  }
+  ASSERT_GE(first, 0);
+  Util::CTimeCode expected = Util::CTimeCode::FromStr(mode.timecodeFormat, c.signalStart);
+  expected.Set(mode.timecodeFormat, expected.ToFrame(mode.timecodeFormat) + static_cast<int>(first), false);
+  const std::string text = expected.ToString(false);
+  EXPECT_EQ(c.dropFrame, text[8] == ';') << text;
+  EXPECT_EQ(text, outcome.startTimecode) << "the start the plug-in reported";
+  EXPECT_EQ(text, ProbedTimecode(request.moviePath));
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(request.moviePath));
+  EXPECT_TRUE(summary.hasTimecode);
+  EXPECT_EQ(text, summary.startTimecode);
+}
+
+const TimecodeCase kTimecodeCases[] = {
+    {"HD 1080p 23.976", "10:00:00:00", false},
+    {"HD 1080p 24", "10:00:00:00", false},
+    {"PAL 4x3", "10:00:00:00", false},
+    {"NTSC 4x3", "10:00:59;28", true},   // across a minute's dropped frame numbers
+    {"HD 1080p 30", "10:00:00:00", false},
+    {"HD 720p 50", "10:00:00:00", false},
+    {"HD 720p 59.94", "10:00:59;56", true},
+    {"HD 720p 60", "10:00:00:00", false},
+};
+
+INSTANTIATE_TEST_SUITE_P(EveryCountingRate, TimecodeTrackTest, testing::ValuesIn(kTimecodeCases),
+                         [](const testing::TestParamInfo<TimecodeCase>& info) {
+                           std::string name = info.param.standard;
+                           for (char& ch : name) if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
+                           return name;
+                         });
+
+// A take started on an in-point at 29.97 starts its timecode track at that in-point, and
+// every common reader says so.
+TEST_F(EndToEndTest, ATakeFromAnInPointStartsItsTimecodeThere) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "4"}, {"VELDRAN_SIM_TIMECODE_START", "00:59:59;00"}});
+  std::string movie = mFolder + "/in point.mov";
+  std::string error;
+  int status = RunHostProgram({"record", "-o", movie, "--standard", "NTSC 4x3", "--format", "0", "--in", "01:00:00;00",
+                               "--frames", "5"},
+                              mFolder, 120, error);
+  ASSERT_NE(-1, status) << "the host program hung: " << error;
+  ASSERT_TRUE(WIFEXITED(status));
+  ASSERT_EQ(0, WEXITSTATUS(status)) << error;
+  EXPECT_EQ("01:00:00;00", ProbedTimecode(movie));
+  EXPECT_EQ("tmcd", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream=codec_tag_string -of csv=p=0 '" +
+                                  movie + "'"));
+  EXPECT_EQ("01:00:00;00", CommandOutput("mediainfo --Inform='Other;%TimeCode_FirstFrame%' '" + movie + "'"));
+  EXPECT_EQ("smpte170m,bb",
+            CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=color_space,field_order -of csv=p=0 '" +
+                          movie + "'"));
+  EXPECT_EQ("5,5", QtdemuxBufferCounts(movie)) << "the samples read as before the stamp";
+}
+
 }  // namespace
 }  // namespace KTN
