@@ -175,7 +175,7 @@ void CaptureWindow::Service() {
   // longer changes.
   RecordingFailure failure(rc);
   Stop();
-  std::string line = failure.Line(mTakePath);
+  std::string line = failure.Line(mTakePath, mStartTimecode);
   if (!line.empty()) line[0] = static_cast<char>(toupper(static_cast<unsigned char>(line[0])));
   ShowStatus(line);
 }

@@ -9,6 +9,7 @@
 #include "Host/InPointStatus.h"
 #include "Host/ProgressDisplay.h"
 #include "Host/RecordingFailure.h"
+#include "Util/TimeCode.h"
 
 namespace KTN {
 
@@ -16,6 +17,24 @@ namespace {
 
 // The editor services a recording at its idle rate.
 constexpr auto kServiceInterval = std::chrono::milliseconds(10);
+
+}  // namespace
+
+namespace {
+
+// The timecode of a take's first frame as the host knows it: the in-point it started on, or
+// the start the plug-in reported; empty when neither is known.
+std::string StartOf(const RecordRequest& request, const PluginSession& session) {
+  if (!request.hasInPoint) return session.StartTimecode();
+  if (request.timecodeRate == 0) return std::string();
+  Util::TimeCode in = {};
+  in.framesPerSecond = request.timecodeRate == 23 ? 24 : request.timecodeRate;  // 23.976 counts 24 a second
+  in.dropFrame = request.dropFrame;
+  Util::ConvertFrameCountToTimeCode(request.inPointFrames, &in);
+  char text[12];
+  Util::ConvertTimeCodeToString(&in, text);
+  return text;
+}
 
 }  // namespace
 
@@ -48,6 +67,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     int64_t expected = request.frames == 0x7FFFFFFF ? 0 : request.frames;
     bool hostCounts = expected && !request.hasInPoint && !request.pluginCounts;
     std::unique_ptr<RecordingFailure> serviceFailure;
+    bool untimed = false;  // an in-point take that started without timecode: its start is unknown
     auto start = std::chrono::steady_clock::now();
     for (;;) {
       auto called = std::chrono::steady_clock::now();
@@ -74,6 +94,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
                      ": nothing was recorded");
         break;
       }
+      untimed = untimed || inPoint.Which() == InPointStatus::State::kStartedWithoutTimecode;
       if (inPoint.Which() == InPointStatus::State::kStartedWithoutTimecode && outcome.warning.empty()) {
         outcome.warning = "warning: the signal carries no timecode: recording from its first frame, not from " +
                           inPoint.InPoint();
@@ -98,7 +119,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     if (mShowProgress) progress.Finish();
     failure = session.StopRecording();
     if (!failure.empty()) fail(10, failure);
-    if (serviceFailure) outcome.error = serviceFailure->Line(request.moviePath);
+    if (serviceFailure) outcome.error = serviceFailure->Line(request.moviePath, untimed ? std::string() : StartOf(request, session));
   }
   outcome.frames = session.Frames();
   outcome.status = session.StatusText();

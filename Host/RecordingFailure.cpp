@@ -36,7 +36,7 @@ std::string HowItEnded(int waitStatus) {
 }
 
 // What the movie a failed recording left holds, and how to finish it when it was cut off.
-std::string WhatIsKept(const std::string& moviePath) {
+std::string WhatIsKept(const std::string& moviePath, const std::string& startTimecode) {
   struct stat info;
   if (stat(moviePath.c_str(), &info) != 0) return "no movie was written";
   MovieSummary summary;
@@ -44,7 +44,8 @@ std::string WhatIsKept(const std::string& moviePath) {
   if (summary.layout == MovieSummary::Layout::kNotAMovie || summary.pictures == 0) return "the movie holds no frame";
   std::string kept = "the movie holds " + std::to_string(summary.pictures) + (summary.pictures == 1 ? " frame" : " frames");
   if (summary.layout == MovieSummary::Layout::kFinished) return kept;
-  return kept + "; kestrin-capture repair " + ShellQuoted(moviePath) + " finishes it";
+  const std::string timecode = startTimecode.empty() ? std::string() : "--timecode '" + startTimecode + "' ";
+  return kept + "; kestrin-capture repair " + timecode + ShellQuoted(moviePath) + " finishes it";
 }
 
 }  // namespace
@@ -60,9 +61,9 @@ bool RecordingFailure::ServersFailure() const {
   return mResult == EIO || mResult == EPIPE || mResult == ETIMEDOUT;
 }
 
-std::string RecordingFailure::Line(const std::string& moviePath) const {
+std::string RecordingFailure::Line(const std::string& moviePath, const std::string& startTimecode) const {
   std::string line = "recording failed: " + (mServerEnded ? HowItEnded(mWaitStatus) : PluginSession::Describe(mResult));
-  if (ServersFailure()) line += "; " + WhatIsKept(moviePath);
+  if (ServersFailure()) line += "; " + WhatIsKept(moviePath, startTimecode);
   return line;
 }
 

@@ -19,8 +19,9 @@ class RecordingFailure {
 
   // The failure in one line, "recording failed: ...". For the server's failures it goes on
   // with what the movie at moviePath holds, read when called: call it once the recording
-  // has stopped and the movie no longer changes.
-  std::string Line(const std::string& moviePath) const;
+  // has stopped and the movie no longer changes. startTimecode, the take's first frame's
+  // when the host knows it, goes into the repair command so that the movie gets it back.
+  std::string Line(const std::string& moviePath, const std::string& startTimecode = std::string()) const;
 
  private:
   bool ServersFailure() const;

@@ -20,6 +20,7 @@
 #include "Host/PluginHost.h"
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
+#include "Movie/MovieStamp.h"
 #include "Movie/MovieSummary.h"
 #include "Server/MovieFinisher.h"
 #include "Settings/CaptureSettings.h"
@@ -41,7 +42,7 @@ const char kUsage[] =
     "                              [--bits 16|24|32] [--frames N | --seconds S] [--in HH:MM:SS:FF]\n"
     "                              [--abort-on-drop] [--no-audio] [--plugin BUNDLE]\n"
     "       kestrin-capture info\n"
-    "       kestrin-capture repair MOVIE\n"
+    "       kestrin-capture repair [--timecode HH:MM:SS:FF] [--fields tt|bb|progressive] MOVIE\n"
     "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
 
 int Usage(const std::string& problem) {
@@ -240,10 +241,38 @@ int Record(int argc, char** argv) {
   return 0;
 }
 
-// Gives an interrupted recording its ordinary index, in place.
+// A timecode as the user types it: "HH:MM:SS:FF", or ';' before the frames at drop frame.
+bool IsTimecodeText(const std::string& text) {
+  unsigned h, m, sec, f;
+  char a, b, c;
+  return text.size() == 11 && sscanf(text.c_str(), "%2u%c%2u%c%2u%c%2u", &h, &a, &m, &b, &sec, &c, &f) == 7 && a == ':' &&
+         b == ':' && (c == ':' || c == ';') && h < 24 && m < 60 && sec < 60;
+}
+
+// Gives an interrupted recording its ordinary index, in place, and gives back what only the
+// host side knew of it (its timecode, its field order) where the user says it.
 int Repair(int argc, char** argv) {
-  if (argc != 1) return Usage("repair needs exactly one MOVIE");
-  std::string movie = argv[0];
+  std::string movie, timecode, fieldsText;
+  for (int i = 0; i < argc; ++i) {
+    std::string option = argv[i];
+    if (option == "--timecode" || option == "--fields") {
+      if (i + 1 >= argc) return Usage(option + " needs a value");
+      (option == "--timecode" ? timecode : fieldsText) = argv[++i];
+    } else if (!option.empty() && option[0] == '-' && option != "-") {
+      return Usage("unknown option " + option);
+    } else if (movie.empty()) {
+      movie = option;
+    } else {
+      return Usage("repair needs exactly one MOVIE");
+    }
+  }
+  if (movie.empty()) return Usage("repair needs exactly one MOVIE");
+  if (!timecode.empty() && !IsTimecodeText(timecode)) return Usage("--timecode must be a timecode HH:MM:SS:FF (HH:MM:SS;FF at drop frame)");
+  MovieStamp stamp;
+  if (fieldsText == "tt") stamp.fields = MovieStamp::Fields::kTopFirst;
+  else if (fieldsText == "bb") stamp.fields = MovieStamp::Fields::kBottomFirst;
+  else if (fieldsText == "progressive") stamp.fields = MovieStamp::Fields::kProgressive;
+  else if (!fieldsText.empty()) return Usage("--fields must be tt, bb or progressive");
   // Only a movie can be repaired: anything else would be left as it is and called sound.
   MovieSummary summary;
   if (long rc = summary.Read(movie)) {
@@ -254,12 +283,40 @@ int Repair(int argc, char** argv) {
     fprintf(stderr, "kestrin-capture: cannot repair %s: it is not a movie (it has no movie header)\n", movie.c_str());
     return 1;
   }
-  bool fragmented = MovieFinisher::IsFragmented(movie);
+  bool repaired = MovieFinisher::IsFragmented(movie);
   if (long rc = MovieFinisher::Finish(movie)) {
     fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(), strerror(static_cast<int>(rc)));
     return 1;
   }
-  printf("%s %s\n", movie.c_str(), fragmented ? "repaired" : "needs no repair");
+  if (long rc = summary.Read(movie)) {
+    fprintf(stderr, "kestrin-capture: cannot read %s once repaired: %s\n", movie.c_str(), strerror(static_cast<int>(rc)));
+    return 1;
+  }
+  // A field order the movie already says stays; a timecode given replaces the movie's.
+  if (summary.hasFieldOrder) stamp.fields = MovieStamp::Fields::kKeep;
+  stamp.startTimecode = timecode;
+  stamp.frameDuration = summary.frameDuration;
+  stamp.timescale = summary.videoTimescale;
+  if (stamp.fields != MovieStamp::Fields::kKeep || !stamp.startTimecode.empty()) {
+    if (long rc = stamp.Apply(movie)) {
+      fprintf(stderr, "kestrin-capture: cannot restore the %s of %s: %s\n",
+              timecode.empty() ? "field order" : "timecode and field order", movie.c_str(),
+              rc == EOPNOTSUPP ? "the movie's rate or index does not allow it (see the line above)" : strerror(static_cast<int>(rc)));
+      return 1;
+    }
+    repaired = true;
+    summary.Read(movie);
+  }
+  printf("%s %s\n", movie.c_str(), repaired ? "repaired" : "needs no repair");
+  // What only the host knew and nobody gave back is said, not guessed.
+  if (!summary.hasTimecode) {
+    fprintf(stderr, "kestrin-capture: %s has no timecode track: give --timecode HH:MM:SS:FF of its first frame to restore it\n",
+            movie.c_str());
+  }
+  if (!summary.hasFieldOrder) {
+    fprintf(stderr, "kestrin-capture: %s does not say its field order: give --fields tt, bb or progressive to restore it\n",
+            movie.c_str());
+  }
   return 0;
 }
 

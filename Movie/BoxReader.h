@@ -14,6 +14,10 @@ constexpr uint32_t BoxType(const char (&name)[5]) {
          static_cast<uint32_t>(static_cast<uint8_t>(name[2])) << 8 | static_cast<uint8_t>(name[3]);
 }
 
+// Bytes of a picture sample description before its own boxes (fiel, colr, pasp ...): the
+// entry's header and its fixed fields.
+constexpr uint64_t kVisualEntryFields = 8 + 78;
+
 // A box: where it starts (in the file or in a parent's bytes), its whole size and header.
 struct Box {
   uint64_t offset = 0;

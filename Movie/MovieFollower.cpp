@@ -28,6 +28,7 @@ struct TrackFacts {
   uint32_t timecodeFrameDuration = 0;
   uint32_t timecodeFrames = 0;
   uint64_t firstChunk = 0;
+  bool fieldOrder = false;  // a picture description that says its fields ('fiel')
 };
 
 // The sample table of a track: counts, durations, the first chunk and a timecode's entry.
@@ -69,6 +70,12 @@ void ReadSampleTable(const std::vector<uint8_t>& moov, const Box& stbl, TrackFac
       track.timecodeFrameDuration = entry.U32();
       track.timecodeFrames = entry.U8();
       if (!entry.ok) track.timecodeScale = 0;
+    } else if (!entries.empty() && entries[0].size > kVisualEntryFields) {
+      // A picture description's own boxes follow its fixed fields.
+      std::vector<Box> extras;
+      if (BoxReader::ChildBoxes(moov.data(), entries[0].offset + kVisualEntryFields, entries[0].offset + entries[0].size, extras)) {
+        track.fieldOrder = BoxReader::Find(extras, BoxType("fiel")) != nullptr;
+      }
     }
   }
 }
@@ -248,6 +255,7 @@ long MovieFollower::Summarise(MovieFile& file) {
       mSummary.videoTimescale = track.timescale;
       mSummary.frameDuration = track.shortest;
       mSummary.pictureSlots = track.shortest ? (track.duration + track.shortest - 1) / track.shortest : 0;
+      mSummary.hasFieldOrder = track.fieldOrder;
     } else if (track.handler == BoxType("soun") && !mSummary.soundRate) {
       mSummary.soundRate = track.timescale;
       mSummary.soundFrames = track.duration;

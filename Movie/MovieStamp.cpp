@@ -15,9 +15,6 @@ namespace KTN {
 
 namespace {
 
-// Bytes of a picture sample description before its own boxes (fiel, colr, pasp ...).
-constexpr uint64_t kVisualEntryFields = 8 + 78;
-
 long Refused(const std::string& path, const char* why) {
   KTN_LOG("The movie %s cannot be stamped: %s", path.c_str(), why);
   return EOPNOTSUPP;
@@ -102,8 +99,8 @@ bool WriteTowardsStsd(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
   return out.End(start);
 }
 
-// The picture track with its field order and its reference to the timecode track
-// (timecodeId, or none when 0).
+// The picture track with its field order and its reference to the timecode track: to
+// timecodeId, or, when 0, the one it had (the timecode is not stamped again).
 bool WritePictureTrak(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& trak, MovieStamp::Fields fields,
                       uint32_t timecodeId) {
   std::vector<Box> children;
@@ -117,14 +114,15 @@ bool WritePictureTrak(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
       Copy(out, moov, child);
     }
     if (child.type != BoxType("tkhd")) continue;
-    // After the track header: its references, those it had but the timecode's, and ours.
+    // After the track header: its references, those it had (but the timecode's when it is
+    // stamped again), and ours.
     std::vector<Box> references;
     if (const Box* tref = BoxReader::Find(children, BoxType("tref"))) {
       if (!BoxReader::Children(moov, *tref, references)) return false;
     }
     std::vector<Box> kept;
     for (const Box& reference : references) {
-      if (reference.type != BoxType("tmcd")) kept.push_back(reference);
+      if (reference.type != BoxType("tmcd") || !timecodeId) kept.push_back(reference);
     }
     if (kept.empty() && !timecodeId) continue;
     size_t tref = out.Begin(BoxType("tref"));
@@ -212,7 +210,7 @@ long MovieStamp::Apply(const std::string& path) const {
       if (stampTimecode) out.Patch32(at + nextTrackAt, timecodeId + 1);
     } else if (&child == picture) {
       if (!WritePictureTrak(out, moov, child, fields, timecodeId)) return Refused(path, "its picture track cannot be read");
-    } else if (child.type == BoxType("trak") && HandlerOf(moov, child) == BoxType("tmcd")) {
+    } else if (stampTimecode && child.type == BoxType("trak") && HandlerOf(moov, child) == BoxType("tmcd")) {
       continue;  // an earlier timecode, replaced
     } else {
       Copy(out, moov, child);

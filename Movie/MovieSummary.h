@@ -26,6 +26,7 @@ struct MovieSummary {
   uint64_t soundFrames = 0;      // sample frames of sound
   uint32_t soundRate = 0;
 
+  bool hasFieldOrder = false;    // the pictures' description says their field order
   bool hasTimecode = false;      // a timecode track
   std::string startTimecode;     // its first frame, as HH:MM:SS:FF (';' before the frames at drop frame)
 

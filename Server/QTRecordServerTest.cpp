@@ -847,6 +847,14 @@ TEST(QTRecordServerTest, StampingGivesAFinishedTakeItsFieldOrderAndTimecode) {
   ASSERT_EQ(0, MovieFinisher::Finish(cut));
   EXPECT_TRUE(FileBytes(cut) == done) << "completed as if never cut";
 
+  // A stamp without a timecode keeps the one the movie has, and its reference to it.
+  MovieStamp fieldsOnly;
+  fieldsOnly.fields = MovieStamp::Fields::kProgressive;
+  ASSERT_EQ(0, fieldsOnly.Apply(path));
+  EXPECT_EQ("10:20:30;04", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream_tags=timecode -of csv=p=0 " + quoted));
+  EXPECT_EQ("10:20:30;04", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream_tags=timecode -of csv=p=0 " + quoted))
+      << "the picture track still refers to it";
+
   // A take still in fragments is finished before it is stamped.
   std::string fragments = folder.File("fragments.mov");
   MovieWriter another;

@@ -1134,20 +1134,60 @@ TEST_F(EndToEndTest, AKilledServerIsNamedWithTheFramesKeptAndHowToFinishTheMovie
   EXPECT_EQ(MovieSummary::Layout::kFragments, kept.layout);
   EXPECT_GE(kept.pictures, 9u);
   std::string error = ReadText(host.errorFile);
-  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: recording failed: the recording server was killed by signal 9 "
-                                     "(Killed); the movie holds " + std::to_string(kept.pictures) +
-                                     " frames; kestrin-capture repair '" + movie + "' finishes it"},
-            UserLines(error))
-      << error;
+  std::vector<std::string> lines = UserLines(error);
+  ASSERT_EQ(1u, lines.size()) << error;
+  // The host knows the take's first timecode (the plug-in reported it): the repair command
+  // gives it back to the movie.
+  std::smatch said;
+  ASSERT_TRUE(std::regex_match(lines[0], said, std::regex(R"(^kestrin-capture: recording failed: the recording server was killed by signal 9 \(Killed\); the movie holds (\d+) frames; kestrin-capture repair --timecode '(01:00:\d\d:\d\d)' '(.*)' finishes it$)")))
+      << lines[0];
+  EXPECT_EQ(std::to_string(kept.pictures), said[1].str());
+  EXPECT_EQ(movie, said[3].str());
+  const std::string start = said[2];
 
   std::string repairError;
-  status = RunHostProgram({"repair", movie}, mFolder, 60, repairError);
+  status = RunHostProgram({"repair", "--timecode", start, movie}, mFolder, 60, repairError);
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(0, WEXITSTATUS(status)) << repairError;
   MovieSummary finished;
   ASSERT_EQ(0, finished.Read(movie));
   EXPECT_EQ(MovieSummary::Layout::kFinished, finished.layout);
   EXPECT_EQ(kept.pictures, finished.pictures);
+  EXPECT_TRUE(finished.hasTimecode);
+  EXPECT_EQ(start, finished.startTimecode);
+  EXPECT_EQ(start, ProbedTimecode(movie));
+  // PAL's field order is the card's, which repair cannot ask: it says so, and takes it when given.
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: " + movie +
+                                     " does not say its field order: give --fields tt, bb or progressive to restore it"},
+            UserLines(repairError))
+      << repairError;
+  status = RunHostProgram({"repair", "--fields", "tt", movie}, mFolder, 60, repairError);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(0, WEXITSTATUS(status)) << repairError;
+  EXPECT_TRUE(UserLines(repairError).empty()) << repairError;
+  EXPECT_EQ("bt470bg,tt", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=color_space,field_order "
+                                        "-of csv=p=0 '" + movie + "'"));
+  ASSERT_EQ(0, finished.Read(movie));
+  EXPECT_EQ(start, finished.startTimecode) << "the timecode stays";
+  EXPECT_EQ(kept.pictures, finished.pictures);
+}
+
+// Repair gives back only what it is told and checks what it is told.
+TEST_F(EndToEndTest, RepairRefusesATimecodeOrFieldOrderItCannotRead) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"repair", "--timecode", "1:00:00:00", "x.mov"}, "kestrin-capture: --timecode must be a timecode HH:MM:SS:FF (HH:MM:SS;FF at drop frame)"},
+      {{"repair", "--fields", "upper", "x.mov"}, "kestrin-capture: --fields must be tt, bb or progressive"},
+      {{"repair", "--timecode"}, "kestrin-capture: --timecode needs a value"},
+      {{"repair", "a.mov", "b.mov"}, "kestrin-capture: repair needs exactly one MOVIE"},
+      {{"repair", "--colour", "x.mov"}, "kestrin-capture: unknown option --colour"},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    int status = RunHostProgram(c.first, mFolder, 60, error);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(2, WEXITSTATUS(status)) << error;
+    EXPECT_EQ(std::vector<std::string>{c.second}, UserLines(error)) << error;
+  }
 }
 
 // No card: its own line, not a server's failure.
