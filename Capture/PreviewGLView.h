@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "DeviceAPI/VeldranAPI.h"
-#include "Host/HostInterface.h"
+#include "HostAPI/HostInterface.h"
 
 namespace KTN {
 

@@ -5,7 +5,7 @@
 
 #include "Core/Refcounted.h"
 #include "DeviceAPI/VeldranAPI.h"
-#include "Host/HostInterface.h"
+#include "HostAPI/HostInterface.h"
 
 namespace KTN {
 

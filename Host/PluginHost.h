@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "Host/HostInterface.h"
+#include "HostAPI/HostInterface.h"
 
 namespace KTN {
 

@@ -11,7 +11,7 @@
 #include "Core/Event.h"
 #include "Core/Lockable.h"
 #include "DeviceAPI/VeldranAPI.h"
-#include "Host/HostInterface.h"
+#include "HostAPI/HostInterface.h"
 #include "Movie/MovieStamp.h"
 #include "Settings/CaptureSettings.h"
 #include "Util/TimeCode.h"

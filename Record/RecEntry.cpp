@@ -1,5 +1,5 @@
 // RecEntry: the record module's one exported entry point and its table of selectors.
-#include "Host/HostInterface.h"
+#include "HostAPI/HostInterface.h"
 #include "Record/RecordHandlers.h"
 #include "Record/RecordPlatform.h"
 

@@ -4,7 +4,7 @@
 #include <stdint.h>
 
 #include "DeviceAPI/VeldranAPI.h"
-#include "Host/HostInterface.h"
+#include "HostAPI/HostInterface.h"
 #include "Record/CapPriv.h"
 
 namespace KTN {

@@ -8,7 +8,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "Host/HostInterface.h"
+#include "HostAPI/HostInterface.h"
 #include "Record/RecordPlatform.h"
 #include "Util/Log.h"
 

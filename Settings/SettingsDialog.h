@@ -1,7 +1,7 @@
 // The capture settings dialog: the user picks standard, format and audio in a modal window.
 #pragma once
 
-#include "Host/HostInterface.h"
+#include "HostAPI/HostInterface.h"
 #include "Settings/CaptureSettings.h"
 
 namespace KTN {
