@@ -637,6 +637,7 @@ TEST_F(CallbackTest, PicturesBeyondTwoAndAHalfSecondsAreGivenUpAndTheirSlotsKept
   packet->Release();
   ProbedMovie movie = ProbeMovie(mFolder + "/bounded.mov", false);
   ASSERT_TRUE(movie.opened);
+  ASSERT_GT(movie.video.timeBaseDen, 0) << "a picture track";
   EXPECT_EQ(kLimit, movie.video.packets);
   EXPECT_EQ(kSlots, movie.video.totalDuration * movie.video.timeBaseNum * 25 / movie.video.timeBaseDen)
       << "the last picture holds the slots given up after it";
@@ -746,6 +747,7 @@ TEST_F(CallbackTest, SlotsACardSkippedShowInTheFramesStreamTime) {
   for (FakeVideoInputFrame* frame : frames) frame->Release();
   ProbedMovie movie = ProbeMovie(mFolder + "/gaps.mov", false);
   ASSERT_EQ(4, movie.video.packets);
+  ASSERT_GT(movie.video.timeBaseDen, 0);
   EXPECT_EQ(std::vector<int64_t>({0, 1, 4, 5}),
             std::vector<int64_t>({movie.video.pts[0] * movie.video.timeBaseNum * 25 / movie.video.timeBaseDen,
                                   movie.video.pts[1] * movie.video.timeBaseNum * 25 / movie.video.timeBaseDen,
