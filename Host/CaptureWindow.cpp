@@ -193,7 +193,7 @@ void CaptureWindow::Stop() {
   // The finished movie, read whole, has the take's final count of empty slots.
   mFollower.reset();
   MovieFollower finished(mTakePath);
-  int64_t frames = mSession->Frames() * FramesPerCount(mSession->Settings());
+  int64_t frames = mSession->FramesRecorded();
   if (finished.Update() == 0) {
     const MovieSummary& summary = finished.Summary();
     frames = static_cast<int64_t>(summary.pictureSlots);  // the movie's frames: above 30 fps the plug-in counts pairs
@@ -227,7 +227,7 @@ void CaptureWindow::RefreshTake() {
   // for its in-point has it in the movie's timecode track.
   mStartTimecode = mSession->StartTimecode();
   if (mStartTimecode.empty() && mFollower && mFollower->Summary().hasTimecode) mStartTimecode = mFollower->Summary().startTimecode;
-  mReadout->ShowTake(mElapsed, mSession->Frames() * FramesPerCount(mSession->Settings()), mDropped, mStartTimecode);
+  mReadout->ShowTake(mElapsed, mSession->FramesRecorded(), mDropped, mStartTimecode);
 }
 
 void CaptureWindow::ReadDiskAndMovie() {

@@ -43,8 +43,8 @@ class CaptureWindow : public QMainWindow {
   // before the plug-in has placed one.
   QImage GrabPreview() const;
   bool Recording() const { return mSession->Recording(); }
-  // The frames the plug-in has reported in this take (or the last).
-  int64_t Frames() const { return mSession->Frames(); }
+  // The frames of the movie the plug-in has reported in this take (or the last).
+  int64_t Frames() const { return mSession->FramesRecorded(); }
   // The readout's texts, one "name: text" a line (CaptureReadout::Snapshot).
   std::string ReadoutSnapshot() const;
 

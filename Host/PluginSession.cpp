@@ -5,6 +5,8 @@
 #include <iconv.h>
 #include <string.h>
 
+#include "Host/RecordingRate.h"
+
 namespace KTN {
 
 namespace {
@@ -58,6 +60,10 @@ PluginSession::~PluginSession() {
   if (mRecording) StopRecording();
   Close();
   if (mBlob) Memory(mHost)->dispose(mBlob);
+}
+
+int64_t PluginSession::FramesRecorded() const {
+  return DroppedFrames() ? mFrames : mFrames * FramesPerCount(Settings());
 }
 
 const CaptureSettings& PluginSession::Settings() const {

@@ -59,6 +59,9 @@ class PluginSession {
   const std::string& OptionsLabel() const { return mOptionsLabel; }
   const std::string& StatusText() const { return mStatusText; }
   int64_t Frames() const { return mFrames; }
+  // The same count in frames of the movie: above 30 frames a second the plug-in counts pairs,
+  // except in its dropped-frames report, whose count is of frames.
+  int64_t FramesRecorded() const;
   bool DroppedFrames() const { return mStatusText.find("Dropped frames") != std::string::npos; }
   const std::string& StartTimecode() const { return mStartTimecode; }
   const CaptureSettings& Settings() const;

@@ -47,7 +47,6 @@ ProgressDisplay::ProgressDisplay(FILE* out, const std::string& moviePath, const 
       mTerminal(isatty(fileno(out)) != 0),
       mMoviePath(moviePath),
       mSettings(settings),
-      mFramesPerCount(FramesPerCount(settings)),
       mFollower(new MovieFollower(moviePath)),
       mCreated(Clock::now()) {
   // A terminal shows the first report at once; plain lines come once a second from now.
@@ -79,7 +78,7 @@ void ProgressDisplay::Update(const std::string& status, int64_t frames, int64_t 
       mLastRead = now;
       ReadMovieAndDisk();
       mRateFrom = mRateNext;
-      mRateNext = Sample{now, frames * mFramesPerCount};
+      mRateNext = Sample{now, frames};
     }
     mText = Figures(now, frames, expected);
   }
@@ -92,12 +91,12 @@ void ProgressDisplay::Update(const std::string& status, int64_t frames, int64_t 
 
 std::string ProgressDisplay::Figures(Clock::time_point now, int64_t frames, int64_t expected) {
   const long elapsed = static_cast<long>(std::chrono::duration<double>(now - mRecordingSince).count());
-  const int64_t shown = frames * mFramesPerCount;
+  const int64_t shown = frames;
   const double span = std::chrono::duration<double>(now - mRateFrom.time).count();
   const double rate = span >= kShortestRateSpan ? static_cast<double>(shown - mRateFrom.frames) / span : 0.0;
   char count[64];
   if (expected > 0) {
-    snprintf(count, sizeof count, "%lld/%lld", static_cast<long long>(shown), static_cast<long long>(expected * mFramesPerCount));
+    snprintf(count, sizeof count, "%lld/%lld", static_cast<long long>(shown), static_cast<long long>(expected));
   } else {
     snprintf(count, sizeof count, "%lld", static_cast<long long>(shown));
   }

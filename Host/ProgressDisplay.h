@@ -32,10 +32,10 @@ class ProgressDisplay {
   ProgressDisplay(const ProgressDisplay&) = delete;
   ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
-  // status: the plug-in's last status text; frames: its frame count; expected: the frames
-  // the recording will hold (0: until stopped). Counts are in frame pairs above 30 frames a
-  // second, as the plug-in counts; the line shows frames. Cheap enough for every service
-  // call: the movie and the disk are read once a second.
+  // status: the plug-in's last status text; frames: its count in frames of the movie
+  // (PluginSession::FramesRecorded); expected: the frames the recording will hold (0: until
+  // stopped). Cheap enough for every service call: the movie and the disk are read once a
+  // second.
   void Update(const std::string& status, int64_t frames, int64_t expected);
   // Writes line (a warning, without its line feed) at once, on a line of its own: on a
   // terminal above the redrawn line, which is drawn again below it.
@@ -58,7 +58,6 @@ class ProgressDisplay {
   bool mTerminal;
   std::string mMoviePath;
   CaptureSettings mSettings;
-  int mFramesPerCount;  // 2 above 30 frames a second: the plug-in counts pairs
   std::unique_ptr<MovieFollower> mFollower;
   Clock::time_point mCreated;
   Clock::time_point mLastDrawn;

@@ -9,6 +9,7 @@
 #include "Host/InPointStatus.h"
 #include "Host/ProgressDisplay.h"
 #include "Host/RecordingFailure.h"
+#include "Host/RecordingRate.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
@@ -66,6 +67,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     ProgressDisplay progress(stderr, request.moviePath, mSettings);
     int64_t expected = request.frames == 0x7FFFFFFF ? 0 : request.frames;
     bool hostCounts = expected && !request.hasInPoint && !request.pluginCounts;
+    const int64_t pairs = FramesPerCount(mSettings);  // the request counts pairs above 30 fps
     std::unique_ptr<RecordingFailure> serviceFailure;
     bool untimed = false;  // an in-point take that started without timecode: its start is unknown
     auto start = std::chrono::steady_clock::now();
@@ -74,7 +76,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
       int32_t rc = session.Service();
       outcome.longestServiceCall = std::max(
           outcome.longestServiceCall, std::chrono::duration<double>(std::chrono::steady_clock::now() - called).count());
-      if (mShowProgress) progress.Update(session.StatusText(), session.Frames(), expected);
+      if (mShowProgress) progress.Update(session.StatusText(), session.FramesRecorded(), expected * pairs);
       if (rc == rmFrameLimitReached) break;
       if (rc == rmAborted) {
         fail(7, "recording aborted: frames were dropped");
@@ -101,7 +103,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
         if (mShowProgress) progress.Note("kestrin-capture: " + outcome.warning);
       }
       if (mStop) break;
-      if (hostCounts && session.Frames() >= expected) break;  // recorded from now: the host decides when enough
+      if (hostCounts && session.FramesRecorded() >= expected * pairs) break;  // recorded from now: the host decides when enough
       if (request.timeLimitSeconds > 0 &&
           std::chrono::steady_clock::now() - start > std::chrono::duration<double>(request.timeLimitSeconds)) {
         if (inPoint.Which() == InPointStatus::State::kWaiting || inPoint.Which() == InPointStatus::State::kDeckDecides) {
@@ -110,7 +112,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
                       (inPoint.Signal().empty() ? std::string() : " (the signal is at " + inPoint.Signal() + ")") +
                       ": nothing was recorded");
         } else if (expected) {
-          fail(9, "recording timed out with " + std::to_string(session.Frames()) + " frames: the card stopped delivering");
+          fail(9, "recording timed out with " + std::to_string(session.FramesRecorded()) + " frames: the card stopped delivering");
         }
         break;
       }
@@ -121,7 +123,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     if (!failure.empty()) fail(10, failure);
     if (serviceFailure) outcome.error = serviceFailure->Line(request.moviePath, untimed ? std::string() : StartOf(request, session));
   }
-  outcome.frames = session.Frames();
+  outcome.frames = session.FramesRecorded();
   outcome.status = session.StatusText();
   outcome.droppedFrames = session.DroppedFrames();
   session.Close();

@@ -14,7 +14,7 @@ struct RecordOutcome {
   int exitCode = 0;             // 0 when the movie was completed
   std::string error;            // one line when it was not
   std::string warning;          // one line told while recording (a take not started on its in-point)
-  int64_t frames = 0;           // the plug-in's last frame count
+  int64_t frames = 0;           // frames of the movie by the plug-in's last count
   bool droppedFrames = false;   // the plug-in reported dropped frames
   std::string startTimecode;    // of the first frame, as the plug-in reported it
   std::string status;           // the plug-in's last status text

@@ -235,8 +235,7 @@ int Record(int argc, char** argv) {
     fprintf(stderr, "kestrin-capture: %s\n", outcome.error.c_str());
     return outcome.exitCode;
   }
-  // The movie's frames, as the status line counts them (the plug-in counts pairs above 30 fps).
-  printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames * pairs), movie.c_str(),
+  printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
          outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
   return 0;
 }

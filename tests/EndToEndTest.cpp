@@ -617,6 +617,29 @@ INSTANTIATE_TEST_SUITE_P(EightAndSixteenTimesRealTime, OverloadTest, testing::Va
                            return std::string("speed") + info.param.speed;
                          });
 
+// A take the host counts, above 30 frames a second, with frames dropped: the plug-in counts
+// frame pairs, but frames in its dropped-frames report; the host reads each as it is meant
+// and records the two seconds asked for, not one.
+TEST_F(EndToEndTest, AHostCountedTakeAbove30FramesKeepsItsLengthWhenFramesAreDropped) {
+  CaptureSettings settings = Settings(18, 1);  // HD 1080p 60, v210
+  RecordRequest request;
+  request.moviePath = mFolder + "/host counted.mov";
+  request.frames = 60;  // pairs: 120 frames
+  request.timeLimitSeconds = 120;
+  // At real time, with a server that drops most frames: the warning comes at once.
+  RecordOutcome outcome = RecordUntimed(settings, request, "1", SlowServerBundle(5120 * 1080));
+  ASSERT_EQ(0, outcome.exitCode) << outcome.error;
+  ASSERT_TRUE(outcome.droppedFrames);
+  ProbedMovie movie = ProbeMovie(request.moviePath, false);
+  ASSERT_TRUE(movie.opened);
+  ASSERT_GE(movie.video.packets, 1);
+  EXPECT_GE(PictureSeconds(movie.video), 2.0 - 1e-6) << "the frames asked for, dropped or not";
+  EXPECT_GE(outcome.frames, 120);
+  // The host stops at its first report past the count: a service call's frames more at most.
+  EXPECT_LT(PictureSeconds(movie.video), 4.0);
+  EXPECT_LT(std::fabs(movie.audio.totalDuration / 48000.0 - PictureSeconds(movie.video)), 1.0 / 60);
+}
+
 // The recording server stopped (as a stalled disk stops it) while the card runs at real
 // time: the service calls go on returning, and a two-second stall costs no frame.
 TEST_F(EndToEndTest, AServerStalledForTwoSecondsCostsNoFrame) {
