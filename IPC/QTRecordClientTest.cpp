@@ -212,6 +212,9 @@ void SystemCalls(long long& reads, long long& writes) {
 // A prompt answer costs one read of the answer and one write of the command: the stream is
 // buffered, and the server's state under /proc is not read for an answer that is on time.
 TEST(QTRecordClientTest, AnExchangeCostsOneWriteAndOneRead) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer's own memory probes write on this thread; counted in the plain build";
+#endif
   ServerFolder folder("economy");
   QTRecordClient client;
   ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));

@@ -294,8 +294,17 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   }
   void* pixels = nullptr;
   if (long rc = segment.MapOpened(pixels)) return Record(rc);
-  int rc = av_frame_make_writable(mFrame);  // the encoder may still hold the last picture
-  if (rc < 0) return Record(REPORT_AV("av_frame_make_writable", rc));
+  if (!av_frame_is_writable(mFrame)) {
+    // The encoder still holds the last picture: the next goes into a buffer of its own. Not
+    // av_frame_make_writable, which would first copy the old picture that is overwritten whole.
+    const int format = mFrame->format, width = mFrame->width, height = mFrame->height;
+    av_frame_unref(mFrame);
+    mFrame->format = format;
+    mFrame->width = width;
+    mFrame->height = height;
+    int rc = av_frame_get_buffer(mFrame, 0);
+    if (rc < 0) return Record(REPORT_AV("av_frame_get_buffer", rc));
+  }
   const uint64_t rowBytes = VideoRowBytes();
   // NTSC arrives as 486 lines; its DV raster is the 480 from line 4 on, which keeps the
   // field order. Any other surplus is cut at the bottom.

@@ -645,11 +645,13 @@ MovieSettings WriterSettings(const Take& take, const std::string& path, bool aud
 // Hands payload to the writer in a segment of this test's own (never the fixed names), as
 // picture number index or as sound from sample number index.
 long WriteThroughSegment(MovieWriter& writer, const std::vector<uint8_t>& payload, bool video, int64_t index) {
-  Core::SharedMemory segment("/ktn-server-test-writer");
+  // A name of this process: a run killed mid-write leaves nothing another run trips on.
+  static const std::string name = "/ktn-server-test-writer-" + std::to_string(getpid());
+  Core::SharedMemory segment(name.c_str());
   if (long rc = segment.Create(payload.size())) return rc;
   struct iovec part = {const_cast<uint8_t*>(payload.data()), payload.size()};
   if (long rc = segment.Fill(&part, 1)) return rc;
-  Core::SharedMemory reader("/ktn-server-test-writer");
+  Core::SharedMemory reader(name.c_str());
   if (long rc = reader.OpenTrusted(getuid(), payload.size())) return rc;
   return video ? writer.WriteVideo(reader, index) : writer.WriteAudio(reader, index);
 }
