@@ -194,7 +194,7 @@ void CaptureWindow::Stop() {
   mFollower.reset();
   MovieFollower finished(mTakePath);
   int64_t frames = mSession->FramesRecorded();
-  if (finished.Update() == 0) {
+  if (!mSession->MovieRemoved() && finished.Update() == 0) {
     const MovieSummary& summary = finished.Summary();
     frames = static_cast<int64_t>(summary.pictureSlots);  // the movie's frames: above 30 fps the plug-in counts pairs
     mDropped = summary.pictureSlots > summary.pictures ? static_cast<int64_t>(summary.pictureSlots - summary.pictures) : 0;
@@ -203,6 +203,8 @@ void CaptureWindow::Stop() {
   mReadout->ShowTake(mElapsed, frames, mDropped, mStartTimecode);
   if (!failure.empty()) {
     ShowStatus(failure);
+  } else if (mSession->MovieRemoved()) {
+    ShowStatus("Nothing was recorded: the take ended before its first frame, and its empty movie was removed");
   } else {
     std::string line = "Recorded " + std::to_string(frames) + " frames to " + mTakePath;
     if (mDropped > 0) {

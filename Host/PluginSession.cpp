@@ -4,8 +4,11 @@
 #include <errno.h>
 #include <iconv.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "Host/RecordingRate.h"
+#include "Movie/MovieSummary.h"
+#include "Util/Log.h"
 
 namespace KTN {
 
@@ -177,6 +180,9 @@ std::string PluginSession::StartRecording(const RecordRequest& request) {
   memset(&reply, 0, sizeof reply);
   mStatusText.clear();
   mFrames = 0;
+  mMoviePath = request.moviePath;
+  mMovieRemoved = false;
+  mFailed = false;
   rc = mHost.Call(recmod_StartRecord, mInstance, reinterpret_cast<intptr_t>(&reply));
   if (rc != rmNoErr) return "cannot start the recording: " + Describe(rc);
   mStartTimecode = reply.startTimecode;
@@ -185,7 +191,9 @@ std::string PluginSession::StartRecording(const RecordRequest& request) {
 }
 
 int32_t PluginSession::Service() {
-  return mHost.Call(recmod_ServiceRecord, mInstance, 0);
+  int32_t rc = mHost.Call(recmod_ServiceRecord, mInstance, 0);
+  if (rc != rmNoErr && rc != rmFrameLimitReached) mFailed = true;
+  return rc;
 }
 
 std::string PluginSession::StopRecording() {
@@ -196,6 +204,19 @@ std::string PluginSession::StopRecording() {
   if (rc != rmNoErr) failure = "stopping the recording failed: " + Describe(rc);
   rc = mHost.Call(recmod_CloseRecord, mInstance, 0);
   if (rc != rmNoErr && failure.empty()) failure = "closing the recording failed: " + Describe(rc);
+  // A take that failed keeps its movie as it is, for repair and for the failure's report.
+  if (!failure.empty() || mFailed) return failure;
+  // Without a single sample the server has nothing to index: the movie is its headers alone,
+  // which no reader would call a take.
+  MovieSummary summary;
+  if (summary.Read(mMoviePath) == 0 && summary.layout != MovieSummary::Layout::kNotAMovie && summary.pictures == 0 &&
+      summary.soundFrames == 0) {
+    if (unlink(mMoviePath.c_str()) == 0) {
+      mMovieRemoved = true;
+    } else {
+      KTN_LOG("unlink(%s) of the empty movie failed: %s", mMoviePath.c_str(), strerror(errno));
+    }
+  }
   return failure;
 }
 

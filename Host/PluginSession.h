@@ -51,7 +51,9 @@ class PluginSession {
   std::string StartRecording(const RecordRequest& request);
   // One service call: the plug-in's result (0 go on, 9 done, else an error).
   int32_t Service();
-  // Stop and close the recording; returns the first failure.
+  // Stop and close the recording; returns the first failure. A finished movie that holds no
+  // picture and no sound (a take that never reached its in-point) is removed: there is
+  // nothing in it to keep, and an empty file would pass for a take.
   std::string StopRecording();
   void Close();
 
@@ -66,6 +68,8 @@ class PluginSession {
   const std::string& StartTimecode() const { return mStartTimecode; }
   const CaptureSettings& Settings() const;
   bool Recording() const { return mRecording; }
+  // The last take's movie was empty and has been removed.
+  bool MovieRemoved() const { return mMovieRemoved; }
 
   // One line for a plug-in result.
   static std::string Describe(int32_t result);
@@ -85,6 +89,9 @@ class PluginSession {
   std::string mStatusText;
   int64_t mFrames = 0;
   std::string mStartTimecode;
+  std::string mMoviePath;       // of the take being recorded or last recorded
+  bool mMovieRemoved = false;
+  bool mFailed = false;         // a service call of the take failed
 };
 
 }  // namespace KTN

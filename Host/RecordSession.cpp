@@ -126,6 +126,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
   outcome.frames = session.FramesRecorded();
   outcome.status = session.StatusText();
   outcome.droppedFrames = session.DroppedFrames();
+  outcome.movieRemoved = session.MovieRemoved();
   session.Close();
   return outcome;
 }

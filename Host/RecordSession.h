@@ -19,6 +19,7 @@ struct RecordOutcome {
   std::string startTimecode;    // of the first frame, as the plug-in reported it
   std::string status;           // the plug-in's last status text
   double longestServiceCall = 0;  // seconds the longest service call held the host's thread
+  bool movieRemoved = false;    // nothing was recorded, and the empty movie is gone
 };
 
 class RecordSession {

@@ -235,6 +235,10 @@ int Record(int argc, char** argv) {
     fprintf(stderr, "kestrin-capture: %s\n", outcome.error.c_str());
     return outcome.exitCode;
   }
+  if (outcome.movieRemoved) {
+    fprintf(stderr, "kestrin-capture: nothing was recorded: the take ended before its first frame, and its empty movie was removed\n");
+    return 0;
+  }
   printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
          outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
   return 0;

@@ -1295,6 +1295,39 @@ TEST_F(EndToEndTest, AnInPointTheSignalHasPassedEndsTheTakeAtOnce) {
   EXPECT_TRUE(std::regex_match(
       lines[0], std::regex(R"(^kestrin-capture: the signal is at 01:00:1\d:\d\d, past the in-point 01:00:00:00: nothing was recorded$)")))
       << error;
+  EXPECT_FALSE(fs::exists(mFolder + "/passed.mov")) << "an empty movie was left behind";
+}
+
+// Stopped while it waits for its in-point, a take has recorded nothing: it says so, ends
+// normally and leaves no empty movie that would pass for a take.
+TEST_F(EndToEndTest, ATakeStoppedWhileWaitingForItsInPointLeavesNoMovie) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_TIMECODE_START", "01:00:00:00"}});
+  const std::string movie = mFolder + "/waiting.mov";
+  Child host = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--in", "02:00:00:00",
+                                 "--frames", "5"},
+                                mFolder);
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  int status = -1;
+  while (ReadText(host.errorFile).find("Waiting for 02:00:00:00") == std::string::npos &&
+         std::chrono::steady_clock::now() < deadline && (status = WaitFor(host.pid, 0.05)) == -1) {
+  }
+  ASSERT_EQ(-1, status) << "the host program ended before it was stopped: " << ReadText(host.errorFile);
+  ASSERT_EQ(0, kill(host.pid, SIGINT));
+  status = WaitFor(host.pid, 60);
+  if (status == -1) {
+    kill(host.pid, SIGKILL);
+    waitpid(host.pid, nullptr, 0);
+  }
+  const std::string error = ReadText(host.errorFile);
+  ASSERT_NE(-1, status) << "the host program did not stop: " << error;
+  ASSERT_TRUE(WIFEXITED(status)) << error;
+  EXPECT_EQ(0, WEXITSTATUS(status)) << error;
+  EXPECT_NE(std::string::npos, error.find("Waiting for 02:00:00:00")) << error;
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: nothing was recorded: the take ended before its first frame, and "
+                                     "its empty movie was removed"},
+            UserLines(error))
+      << error;
+  EXPECT_FALSE(fs::exists(movie)) << "an empty movie was left behind";
 }
 
 // A signal without timecode and no deck: the take starts at once, and the host program
