@@ -12,13 +12,15 @@ namespace Core {
 // The segment names are one per machine, so two host processes recording at once (of one
 // user or of two) must not create, fill, hand over and remove "the" video segment at the
 // same time. A SegmentLock is an advisory lock on a file beside the segment, held by one
-// process at a time from the segment's creation until its removal. Used by one thread at a
-// time; every operation returns 0 or an errno value with one failure line.
+// process at a time from the segment's creation until its removal. The file exists while
+// locks on it are in use: the last one closed removes it. Used by one thread at a time;
+// every operation returns 0 or an errno value with one failure line.
 class SegmentLock {
  public:
   // For the segment named key (as given to SharedMemory).
   explicit SegmentLock(const char* key);
-  // Releases the lock if held, and closes the lock file.
+  // Releases the lock if held, and closes the lock file; removes it when no other process
+  // holds the lock.
   ~SegmentLock();
 
   SegmentLock(const SegmentLock&) = delete;
@@ -36,6 +38,8 @@ class SegmentLock {
 
  private:
   long Open();
+  // The open lock file is no longer at the path (another holder removed it).
+  bool Removed() const;
 
   std::string mPath;  // the lock file
   int mFd = -1;

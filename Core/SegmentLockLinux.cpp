@@ -27,8 +27,22 @@ std::string SegmentPath(const char* key) {
 SegmentLock::SegmentLock(const char* key) : mPath(SegmentPath(key ? key : "") + ".lock") {}
 
 SegmentLock::~SegmentLock() {
+  // The lock file is removed by whoever can take the lock as it closes, so that nothing is
+  // left beside the segments. Safe while another process holds the file open: removal only
+  // happens under the lock, and a holder whose file was removed takes the new one instead.
+  if (mFd >= 0 && (mHeld || flock(mFd, LOCK_EX | LOCK_NB) == 0)) {
+    mHeld = true;
+    if (!Removed() && unlink(mPath.c_str()) != 0 && errno != ENOENT && errno != EPERM && errno != EACCES) {
+      KTN_LOG("unlink(%s) failed with errno %d (%s)", mPath.c_str(), errno, strerror(errno));
+    }
+  }
   Release();
   if (mFd >= 0) close(mFd);
+}
+
+bool SegmentLock::Removed() const {
+  struct stat info;
+  return fstat(mFd, &info) == 0 && info.st_nlink == 0;
 }
 
 long SegmentLock::Open() {
@@ -49,11 +63,18 @@ long SegmentLock::Open() {
 
 long SegmentLock::Acquire(std::chrono::steady_clock::time_point deadline) {
   if (mHeld) return 0;
-  if (long rc = Open()) return rc;
   for (;;) {
+    if (long rc = Open()) return rc;
     if (flock(mFd, LOCK_EX | LOCK_NB) == 0) {
-      mHeld = true;
-      return 0;
+      if (!Removed()) {
+        mHeld = true;
+        return 0;
+      }
+      // Its last holder removed the file while this one waited: the lock now is the file
+      // at the path (made anew if need be).
+      close(mFd);
+      mFd = -1;
+      continue;
     }
     if (errno == EINTR) continue;
     if (errno != EWOULDBLOCK) {
