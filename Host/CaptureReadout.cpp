@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QVBoxLayout>
 
+#include "Host/DurationText.h"
 #include "Host/SettingsDescription.h"
 
 namespace KTN {
@@ -71,26 +72,6 @@ CaptureReadout::CaptureReadout(QWidget* parent) : QWidget(parent) {
 
 void CaptureReadout::ShowSettings(const CaptureSettings& settings) {
   mSettings->setText(QString::fromStdString(SettingsDescription(settings)));
-}
-
-std::string CaptureReadout::DiskTimeText(double seconds) {
-  const long long whole = seconds > 0 ? static_cast<long long>(seconds) : 0;
-  char text[64];
-  if (whole >= 3600) {
-    snprintf(text, sizeof text, "%lld h %02lld min", whole / 3600, whole / 60 % 60);
-  } else if (whole >= 60) {
-    snprintf(text, sizeof text, "%lld min %02lld s", whole / 60, whole % 60);
-  } else {
-    snprintf(text, sizeof text, "%lld s", whole);
-  }
-  return text;
-}
-
-std::string CaptureReadout::ElapsedText(double seconds) {
-  const long long whole = seconds > 0 ? static_cast<long long>(seconds) : 0;
-  char text[32];
-  snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60);
-  return text;
 }
 
 void CaptureReadout::ShowDiskTime(double secondsLeft, double bytesPerSecond) {

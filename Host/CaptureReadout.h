@@ -39,11 +39,6 @@ class CaptureReadout : public QWidget {
   // of the two that can warn as "name colour: #rrggbb": what a person sees, for unattended runs.
   std::string Snapshot() const;
 
-  // "2 h 13 min", "4 min 05 s", "42 s".
-  static std::string DiskTimeText(double seconds);
-  // "0:00:12".
-  static std::string ElapsedText(double seconds);
-
  private:
   void Warn(QLabel* label, bool warning);
 

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Host/DurationText.h"
 #include "Host/InPointStatus.h"
 #include "Host/RecordingRate.h"
 #include "Movie/MovieFollower.h"
@@ -18,20 +19,6 @@ constexpr auto kPlainInterval = std::chrono::seconds(1);
 constexpr auto kReadInterval = std::chrono::seconds(1);
 // The rate over less than this would swing with each frame's arrival.
 constexpr double kShortestRateSpan = 0.5;
-
-// Seconds as "2 h 13 min", "4 min 05 s" or "45 s".
-std::string Duration(double seconds) {
-  long whole = static_cast<long>(seconds);
-  char text[48];
-  if (whole >= 3600) {
-    snprintf(text, sizeof text, "%ld h %02ld min", whole / 3600, whole / 60 % 60);
-  } else if (whole >= 60) {
-    snprintf(text, sizeof text, "%ld min %02ld s", whole / 60, whole % 60);
-  } else {
-    snprintf(text, sizeof text, "%ld s", whole);
-  }
-  return text;
-}
 
 // The terminal's width in columns, or 0 when it does not say.
 int Columns(FILE* out) {
@@ -90,7 +77,6 @@ void ProgressDisplay::Update(const std::string& status, int64_t frames, int64_t 
 }
 
 std::string ProgressDisplay::Figures(Clock::time_point now, int64_t frames, int64_t expected) {
-  const long elapsed = static_cast<long>(std::chrono::duration<double>(now - mRecordingSince).count());
   const int64_t shown = frames;
   const double span = std::chrono::duration<double>(now - mRateFrom.time).count();
   const double rate = span >= kShortestRateSpan ? static_cast<double>(shown - mRateFrom.frames) / span : 0.0;
@@ -101,9 +87,10 @@ std::string ProgressDisplay::Figures(Clock::time_point now, int64_t frames, int6
     snprintf(count, sizeof count, "%lld", static_cast<long long>(shown));
   }
   char text[256];
-  snprintf(text, sizeof text, "%ld:%02ld:%02ld | %s frames | %.1f fps | %lld dropped | disk: %s", elapsed / 3600,
-           elapsed / 60 % 60, elapsed % 60, count, rate, static_cast<long long>(mDropped),
-           mSecondsLeft < 0 ? "time left unknown" : (Duration(mSecondsLeft) + " left").c_str());
+  snprintf(text, sizeof text, "%s | %s frames | %.1f fps | %lld dropped | disk: %s",
+           ElapsedText(std::chrono::duration<double>(now - mRecordingSince).count()).c_str(), count, rate,
+           static_cast<long long>(mDropped),
+           mSecondsLeft < 0 ? "time left unknown" : (DiskTimeText(mSecondsLeft) + " left").c_str());
   return text;
 }
 

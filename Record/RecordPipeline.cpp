@@ -1,6 +1,7 @@
 // The recording pipeline: configure the server, queue frames on the device thread, hand them to
 // the server through shared memory on the host's thread, and end the recording.
 #include <errno.h>
+#include <limits.h>
 #include <pwd.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -167,8 +168,12 @@ bool SoundLayoutUnchanged(CapPriv* instance) {
 // 0 with status the answer, 115 (EINPROGRESS) when it has not come by then (the hand-over
 // stays pending), or the exchange's failure.
 long AwaitHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answerBy, long& status) {
+  // No deadline: as long as the server works on it (a count of milliseconds to the end of
+  // the clock would not fit the budget).
+  if (answerBy == std::chrono::steady_clock::time_point::max()) return instance->recordClient->ReceiveAnswer(-1, status);
   auto left = std::chrono::duration_cast<std::chrono::milliseconds>(answerBy - std::chrono::steady_clock::now()).count();
-  return instance->recordClient->ReceiveAnswer(left < 1 ? 1 : static_cast<int>(left), status);
+  return instance->recordClient->ReceiveAnswer(
+      static_cast<int>(std::min<decltype(left)>(std::max<decltype(left)>(left, 1), INT_MAX)), status);
 }
 
 // Ends the pending hand-over: releases its items and removes its segment.
