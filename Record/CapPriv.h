@@ -123,7 +123,6 @@ struct CapPriv {
   // of the machine, held from a segment's creation to its removal.
   Core::SegmentLock* videoSegmentLock = nullptr;
   Core::SegmentLock* audioSegmentLock = nullptr;
-  int64_t slotsGivenUp = 0;                    // pictures given up by the card or the plug-in
   // The take to stamp once the server has finished it (set by recPrepRecord8, cleared once
   // stamped), and the field order of the card's mode for it.
   std::string takePath;

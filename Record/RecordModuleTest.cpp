@@ -510,6 +510,22 @@ TEST_F(CallbackTest, AnInPointRecordingReportsWhatItWaitsFor) {
   plain->Release();
 }
 
+// A signal just before midnight is before an in-point just after it, not half a day past it.
+TEST_F(CallbackTest, AnInPointAfterMidnightIsStillAheadOfASignalBeforeIt) {
+  recCapParmsRec8 parms = Parms(mFolder + "/midnight.mov", 50);
+  parms.timecodeRate = 25;
+  parms.startFrameCount = 5;  // 00:00:00:05 at 25
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* evening = new FakeVideoInputFrame(720, 576, 0x80, true, 23, 59, 59, 20);
+  FrameArrivedCallback(mInstance, evening, nullptr);
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ("Waiting for 00:00:00:05 (signal at 23:59:59:20)", sStatus.texts.back());
+  EXPECT_FALSE(mInstance->started);
+  recStopRecord(mInstance);
+  evening->Release();
+}
+
 TEST_F(CallbackTest, RecordingFromNowStartsAtOnceAndRemembersTheFirstTimecode) {
   recCapParmsRec8 parms = Parms(mFolder + "/now.mov");
   ASSERT_EQ(rmNoErr, Prep(mInstance, parms));

@@ -45,13 +45,6 @@ const char kNoTimecodeText[] = "Waiting for %s: the signal carries no timecode (
 const char kStartedWithoutTimecodeText[] =
     "Recording to disk (the signal carries no timecode: recorded from its first frame, not from %s)";
 
-// A timecode of the in-point's rate from a BCD word, as text.
-void TimecodeText(const Util::TimeCode& format, uint32_t bcd, char (&text)[16]) {
-  Util::TimeCode tc = format;
-  Util::ConvertFrameCountBCDToTimeCode(bcd, &tc);
-  Util::ConvertTimeCodeToString(&tc, text);
-}
-
 // The report of a recording that waits for its in-point (or started without its timecode),
 // made into the instance's buffer; null when the report is the ordinary one.
 const char* InPointReport(CapPriv* instance) {
@@ -67,15 +60,12 @@ const char* InPointReport(CapPriv* instance) {
   }
   switch (instance->signalState.load()) {
     case kSignalTimecode: {
-      const uint32_t bcd = instance->signalTimecodeBCD;
-      TimecodeText(instance->inPoint, bcd, at);
-      Util::TimeCode signal = instance->inPoint;
-      Util::ConvertFrameCountBCDToTimeCode(bcd, &signal);
-      const int64_t day = static_cast<int64_t>(instance->inPoint.framesPerSecond) * 86400;
-      const int64_t ahead = (static_cast<int64_t>(Util::ConvertTimeCodeToFrameCount(&signal)) -
-                             static_cast<int64_t>(Util::ConvertTimeCodeToFrameCount(&instance->inPoint)) + day) % day;
+      Util::TimeCode signal = instance->inPoint;  // read at the in-point's rate
+      Util::ConvertFrameCountBCDToTimeCode(instance->signalTimecodeBCD, &signal);
+      Util::ConvertTimeCodeToString(&signal, at);
       // Up to half a day ahead is past the in-point; further is before it (across midnight).
-      snprintf(text, size, ahead > 0 && ahead < day / 2 ? kPassedText : kWaitingAtText, in, at);
+      const bool passed = Util::CompareTimeCodes(&signal, &instance->inPoint, true) > 0;
+      snprintf(text, size, passed ? kPassedText : kWaitingAtText, in, at);
       return text;
     }
     case kSignalNoTimecode:
@@ -200,10 +190,25 @@ long SettleHandOver(CapPriv* instance, long status) {
     return 0;
   }
   if (status) {
-    Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", command, status);
+    KTN_LOG("%s returned %ld", command, status);
     return status;
   }
   return 0;
+}
+
+// Finishes a hand-over a service call left pending; waits until answerBy (0 when answered
+// and settled, 115 when still pending, or the failure).
+long FinishPendingHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answerBy) {
+  if (!instance->pending.command) return 0;
+  long status = 0;
+  long rc = AwaitHandOver(instance, answerBy, status);
+  if (rc == EINPROGRESS) return rc;
+  if (rc) {
+    KTN_LOG("%s returned %ld", instance->pending.command, rc);
+    ReleaseHandOver(instance);
+    return rc;
+  }
+  return SettleHandOver(instance, status);
 }
 
 // Starts one hand-over: the command with its argument, for the segment and items (taking
@@ -222,34 +227,11 @@ long HandOver(CapPriv* instance, const char* command, unsigned long long argumen
   pending.frame = frame;
   pending.packet = packet;
   if (long rc = instance->recordClient->SendCommand(command, argument)) {
-    Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", command, rc);
+    KTN_LOG("%s returned %ld", command, rc);
     ReleaseHandOver(instance);
     return rc;
   }
-  long status = 0;
-  long rc = AwaitHandOver(instance, answerBy, status);
-  if (rc == EINPROGRESS) return rc;
-  if (rc) {
-    Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", command, rc);
-    ReleaseHandOver(instance);
-    return rc;
-  }
-  return SettleHandOver(instance, status);
-}
-
-// Finishes a hand-over a service call left pending; waits until answerBy (0 when answered
-// and settled, 115 when still pending, or the failure).
-long FinishPendingHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answerBy) {
-  if (!instance->pending.command) return 0;
-  long status = 0;
-  long rc = AwaitHandOver(instance, answerBy, status);
-  if (rc == EINPROGRESS) return rc;
-  if (rc) {
-    Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", instance->pending.command, rc);
-    ReleaseHandOver(instance);
-    return rc;
-  }
-  return SettleHandOver(instance, status);
+  return FinishPendingHandOver(instance, answerBy);
 }
 
 }  // namespace
@@ -347,7 +329,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   };
   for (const Command& command : commands) {
     if (long rc = command.send()) {
-      Util::LogFailure(__func__, __LINE__, "%s returned %ld\n", command.name, rc);
+      KTN_LOG("%s returned %ld", command.name, rc);
       return static_cast<int32_t>(rc);
     }
   }
@@ -388,7 +370,6 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
     instance->soundGivenUp = false;
   }
   instance->nextFrameTime = -1;
-  instance->slotsGivenUp = 0;
   instance->soundGiveUpReported = false;
   instance->signalState = kSignalUnseen;
   instance->signalTimecodeBCD = 0;
@@ -580,7 +561,6 @@ long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::t
                    std::chrono::steady_clock::time_point answerBy) {
   if (round.givenUp) {
     long rc = HandOver(instance, cmdSkipVideo, round.givenUp, nullptr, nullptr, nullptr, nullptr, answerBy);
-    instance->slotsGivenUp += static_cast<int64_t>(round.givenUp);
     round.givenUp = 0;
     if (rc) return rc;
   }
@@ -682,15 +662,11 @@ int32_t recServiceRecord(CapPriv* instance) {
   // Report. The warning's count is deliberately not halved.
   int32_t result = 0;
   const char* inPointReport = InPointReport(instance);
-  if (instance->statusFunc && inPointReport && !(instance->reportDroppedFrames && instance->droppedFrames)) {
-    int64_t count = handedOver;
-    if (AboveThirtyFrames(instance->settings)) count /= 2;
-    result = instance->statusFunc(instance->callbackID, inPointReport, count);
-  } else if (instance->statusFunc) {
+  if (instance->statusFunc) {
     if (!(instance->reportDroppedFrames && instance->droppedFrames)) {
       int64_t count = handedOver;
       if (AboveThirtyFrames(instance->settings)) count /= 2;
-      result = instance->statusFunc(instance->callbackID, kRecordingText, count);
+      result = instance->statusFunc(instance->callbackID, inPointReport ? inPointReport : kRecordingText, count);
     } else {
       result = instance->statusFunc(instance->callbackID, kDroppedFramesText, handedOver);
     }
