@@ -60,7 +60,6 @@ class PluginSession {
   // The options button's label from the setup information, converted from Mac Roman.
   const std::string& OptionsLabel() const { return mOptionsLabel; }
   const std::string& StatusText() const { return mStatusText; }
-  int64_t Frames() const { return mFrames; }
   // The same count in frames of the movie: above 30 frames a second the plug-in counts pairs,
   // except in its dropped-frames report, whose count is of frames.
   int64_t FramesRecorded() const;

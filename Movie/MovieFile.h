@@ -22,7 +22,6 @@ class MovieFile {
   // Opens the movie for reading and writing, or for reading only.
   long Open(bool writable = true);
   uint64_t Size() const { return mSize; }
-  const std::string& Path() const { return mPath; }
 
   long Read(uint64_t offset, uint64_t size, std::vector<uint8_t>& bytes);
   long Write(uint64_t offset, const uint8_t* bytes, uint64_t size);

@@ -41,13 +41,13 @@ bool TimecodeTrack::Set(uint32_t frameDuration, uint32_t timescale, bool dropFra
   for (size_t i : {0, 1, 3, 4, 6, 7, 9, 10}) {
     if (text[i] < '0' || text[i] > '9') return false;
   }
-  mFormat = Util::tcfFromDuration(frameDuration, timescale, dropFrame, -1);
-  mDropFrame = Util::tcfIsDrop(mFormat);
-  Util::tcfToDuration(mFormat, mFrameDuration, mTimescale);
-  mFramesPerSecond = static_cast<uint32_t>(Util::tcfToTps(mFormat));
-  Util::CTimeCode start = Util::CTimeCode::FromStr(mFormat, text);
+  const Util::TimeCodeFormat format = Util::tcfFromDuration(frameDuration, timescale, dropFrame, -1);
+  mDropFrame = Util::tcfIsDrop(format);
+  Util::tcfToDuration(format, mFrameDuration, mTimescale);
+  mFramesPerSecond = static_cast<uint32_t>(Util::tcfToTps(format));
+  Util::CTimeCode start = Util::CTimeCode::FromStr(format, text);
   if (start.frames >= mFramesPerSecond || start.seconds > 59 || start.minutes > 59 || start.hours > 23) return false;
-  mFirstFrame = static_cast<uint32_t>(start.ToFrame(mFormat));
+  mFirstFrame = static_cast<uint32_t>(start.ToFrame(format));
   return true;
 }
 

@@ -26,8 +26,6 @@ class TimecodeTrack {
 
   // The sample: the first frame's number at the timecode's own count.
   uint32_t FirstFrame() const { return mFirstFrame; }
-  // The track's timescale (its media time unit).
-  uint32_t Timescale() const { return mTimescale; }
 
   // Writes the whole trak: track id, lasting movieDuration (in the movie's timescale
   // movieTimescale), its one sample at file offset sampleOffset.
@@ -35,7 +33,6 @@ class TimecodeTrack {
                  uint64_t sampleOffset) const;
 
  private:
-  Util::TimeCodeFormat mFormat = Util::tcfUnknown;
   uint32_t mTimescale = 0;
   uint32_t mFrameDuration = 0;
   uint32_t mFramesPerSecond = 0;

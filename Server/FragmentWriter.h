@@ -49,10 +49,6 @@ class FragmentWriter {
   // the sound runs. Rewrites four bytes of that picture's fragment in place.
   long ExtendLastPicture(uint32_t duration);
 
-  // Bytes of the file that hold only the header and complete fragments.
-  uint64_t CompleteBytes() const { return mCompleteBytes; }
-  long FirstError() const { return mFirstError; }
-
   // Closes the file. After a failed write the file ends in a torn fragment, which is cut
   // off: the complete fragments before it are the take. Returns the first error.
   long Close();

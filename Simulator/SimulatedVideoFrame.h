@@ -24,9 +24,6 @@ class SimulatedVideoFrame : public VeldranObject<IVeldranVideoInputFrame> {
   // The frame's position as the deck knows it, whether or not the signal carries timecode.
   const Util::CTimeCode& DeckTimecode() const { return mTimecode; }
 
-  // The writable picture, for the card that fills it.
-  uint8_t* Buffer() { return mBuffer; }
-
   int32_t GetWidth() override { return mMode.width; }
   int32_t GetHeight() override { return mMode.height; }
   int32_t GetRowBytes() override;
