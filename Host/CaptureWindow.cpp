@@ -197,7 +197,7 @@ void CaptureWindow::Stop() {
   if (!mSession->MovieRemoved() && finished.Update() == 0) {
     const MovieSummary& summary = finished.Summary();
     frames = static_cast<int64_t>(summary.pictureSlots);  // the movie's frames: above 30 fps the plug-in counts pairs
-    mDropped = summary.pictureSlots > summary.pictures ? static_cast<int64_t>(summary.pictureSlots - summary.pictures) : 0;
+    mDropped = static_cast<int64_t>(summary.EmptySlots());
     if (mStartTimecode.empty() && summary.hasTimecode) mStartTimecode = summary.startTimecode;
   }
   mReadout->ShowTake(mElapsed, frames, mDropped, mStartTimecode);
@@ -240,8 +240,7 @@ void CaptureWindow::ReadDiskAndMovie() {
     mFollower.reset();  // it said why in one line; the final count is read at Stop
     return;
   }
-  const MovieSummary& summary = mFollower->Summary();
-  if (summary.pictureSlots > summary.pictures) mDropped = static_cast<int64_t>(summary.pictureSlots - summary.pictures);
+  mDropped = static_cast<int64_t>(mFollower->Summary().EmptySlots());
 }
 
 std::string CaptureWindow::MoviePathShown() const {

@@ -99,7 +99,7 @@ void ProgressDisplay::ReadMovieAndDisk() {
   struct stat info;
   if (stat(mMoviePath.c_str(), &info) == 0 && mFollower->Update() == 0) {
     const MovieSummary& movie = mFollower->Summary();
-    mDropped = movie.pictureSlots > movie.pictures ? static_cast<int64_t>(movie.pictureSlots - movie.pictures) : 0;
+    mDropped = static_cast<int64_t>(movie.EmptySlots());
   }
   mSecondsLeft = RecordingSecondsLeft(mMoviePath, mSettings);
 }

@@ -30,6 +30,9 @@ struct MovieSummary {
   bool hasTimecode = false;      // a timecode track
   std::string startTimecode;     // its first frame, as HH:MM:SS:FF (';' before the frames at drop frame)
 
+  // Frame slots without a picture: the frames dropped.
+  uint64_t EmptySlots() const { return pictureSlots > pictures ? pictureSlots - pictures : 0; }
+
   // Reads the movie at path: 0, or errno with one failure line (a file that is not a
   // movie is not a failure: its layout says so).
   long Read(const std::string& path);
