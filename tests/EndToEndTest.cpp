@@ -357,6 +357,17 @@ struct Child {
   std::string errorFile;
 };
 
+// In a forked child: becomes the host program with arguments.
+[[noreturn]] void ExecHostProgram(const std::vector<std::string>& arguments) {
+  std::vector<char*> argv;
+  std::string program = KESTRIN_CAPTURE;
+  argv.push_back(const_cast<char*>(program.c_str()));
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  execv(program.c_str(), argv.data());
+  _exit(127);
+}
+
 Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder) {
   Child child;
   child.errorFile = folder + "/stderr.txt";
@@ -366,13 +377,7 @@ Child StartHostProgram(const std::vector<std::string>& arguments, const std::str
     dup2(error, 2);
     int null = open("/dev/null", O_WRONLY);
     dup2(null, 1);
-    std::vector<char*> argv;
-    std::string program = KESTRIN_CAPTURE;
-    argv.push_back(const_cast<char*>(program.c_str()));
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    execv(program.c_str(), argv.data());
-    _exit(127);
+    ExecHostProgram(arguments);
   }
   return child;
 }
@@ -1038,13 +1043,7 @@ std::string RunOnATerminal(const std::vector<std::string>& arguments, double sec
     dup2(null, 1);
     close(master);
     close(slave);
-    std::vector<char*> argv;
-    std::string program = KESTRIN_CAPTURE;
-    argv.push_back(const_cast<char*>(program.c_str()));
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    execv(program.c_str(), argv.data());
-    _exit(127);
+    ExecHostProgram(arguments);
   }
   close(slave);
   std::string text;
