@@ -13,6 +13,7 @@
 
 #include "Host/CaptureReadout.h"
 #include "Host/HostSettingsFile.h"
+#include "Host/InPointStatus.h"
 #include "Host/MoviePath.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
@@ -222,7 +223,7 @@ void CaptureWindow::RefreshTake() {
   const std::string& status = mSession->StatusText();
   const auto now = std::chrono::steady_clock::now();
   // A take that waits for its in-point has not begun: its time starts when the wait ends.
-  if (status.compare(0, 11, "Waiting for") == 0) mTakeStart = now;
+  if (InPointStatus(status).Waiting()) mTakeStart = now;
   mElapsed = std::chrono::duration<double>(now - mTakeStart).count();
   if (!status.empty()) ShowStatus(status);
   // The plug-in names the first frame's timecode when it starts at once; a take that waited

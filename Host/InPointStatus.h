@@ -23,6 +23,9 @@ class InPointStatus {
   explicit InPointStatus(const std::string& statusText);
 
   State Which() const { return mState; }
+  // The take has not begun: it waits for its in-point (or for a deck), or the signal has
+  // passed it.
+  bool Waiting() const { return mState == State::kWaiting || mState == State::kPassed || mState == State::kDeckDecides; }
   // Both as the plug-in wrote them (HH:MM:SS:FF, ';' before the frames at drop frame).
   const std::string& InPoint() const { return mInPoint; }
   const std::string& Signal() const { return mSignal; }

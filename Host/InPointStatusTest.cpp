@@ -42,5 +42,18 @@ TEST(InPointStatusTest, PassedDeckAndNoTimecode) {
   EXPECT_EQ("01:00:00;05", started.InPoint());
 }
 
+TEST(InPointStatusTest, ATakeWaitsUntilItHasBegun) {
+  for (const char* text : {"Waiting for 01:00:00:05", "Waiting for 01:00:00;00 (signal at 00:59:58;12)",
+                           "Waiting for 01:00:00:05: the signal has passed it (signal at 01:00:00:09)",
+                           "Waiting for 01:00:00:05: the signal carries no timecode (the deck decides)"}) {
+    EXPECT_TRUE(InPointStatus(text).Waiting()) << text;
+  }
+  for (const char* text : {"", "Recording to disk", "Recording to disk (WARNING: Dropped frames detected)",
+                           "Recording to disk (the signal carries no timecode: recorded from its first frame, not from "
+                           "01:00:00;05)"}) {
+    EXPECT_FALSE(InPointStatus(text).Waiting()) << text;
+  }
+}
+
 }  // namespace
 }  // namespace KTN

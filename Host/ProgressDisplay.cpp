@@ -44,11 +44,7 @@ ProgressDisplay::~ProgressDisplay() = default;
 
 void ProgressDisplay::Update(const std::string& status, int64_t frames, int64_t expected) {
   const Clock::time_point now = Clock::now();
-  InPointStatus inPoint(status);
-  const bool waiting = inPoint.Which() == InPointStatus::State::kWaiting ||
-                       inPoint.Which() == InPointStatus::State::kPassed ||
-                       inPoint.Which() == InPointStatus::State::kDeckDecides;
-  if (waiting) {
+  if (InPointStatus(status).Waiting()) {
     // Says what it waits for and where the signal is; no figures of a take that has not begun.
     mWaited = true;
     mText = status;
