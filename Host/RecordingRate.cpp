@@ -32,7 +32,7 @@ const CompressedRate kCompressedRates[] = {
 }  // namespace
 
 int FramesPerCount(const CaptureSettings& s) {
-  return s.frameDuration && static_cast<double>(s.timeScale) / s.frameDuration > 30.0 ? 2 : 1;
+  return s.CountsFramePairs() ? 2 : 1;
 }
 
 double RecordingBytesPerSecond(const CaptureSettings& s) {

@@ -77,11 +77,6 @@ const char* InPointReport(CapPriv* instance) {
   }
 }
 
-// More than 30 frames a second: the host counts such a recording in frame pairs.
-bool AboveThirtyFrames(const CaptureSettings& settings) {
-  return settings.frameDuration && static_cast<double>(settings.timeScale) / settings.frameDuration > 30.0;
-}
-
 // Creates segment with size bytes, removing a segment of the same name left behind by an
 // earlier run once. The failure lines name the caller's medium.
 long CreateSegment(Core::SharedMemory& segment, unsigned long size) {
@@ -358,7 +353,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   Util::ConvertFrameCountToTimeCode(parms->startFrameCount, &inPoint);
   instance->inPointBCD = Util::ConvertTimeCodeToFrameCountBCD(&inPoint);
   instance->frameLimit = parms->frameCount == 0x7FFFFFFF ? 0 : parms->frameCount;
-  if (AboveThirtyFrames(s)) instance->frameLimit *= 2;
+  if (s.CountsFramePairs()) instance->frameLimit *= 2;
   // The queues' bounds, in frame slots of this recording's rate.
   const double framesPerSecond = s.frameDuration ? static_cast<double>(s.timeScale) / s.frameDuration : 30.0;
   if (instance->queueLock) {
@@ -665,7 +660,7 @@ int32_t recServiceRecord(CapPriv* instance) {
   if (instance->statusFunc) {
     if (!(instance->reportDroppedFrames && instance->droppedFrames)) {
       int64_t count = handedOver;
-      if (AboveThirtyFrames(instance->settings)) count /= 2;
+      if (instance->settings.CountsFramePairs()) count /= 2;
       result = instance->statusFunc(instance->callbackID, inPointReport ? inPointReport : kRecordingText, count);
     } else {
       result = instance->statusFunc(instance->callbackID, kDroppedFramesText, handedOver);

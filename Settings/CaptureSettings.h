@@ -39,6 +39,10 @@ struct CaptureSettings {
   // SetDefaults keep any audio values, and a blob from the host needs only its signature
   // and version.
   bool IsRecordable() const;
+  // More than 30 frames a second: the host counts the recording's frames in pairs.
+  bool CountsFramePairs() const {
+    return frameDuration && static_cast<double>(timeScale) / frameDuration > 30.0;
+  }
   // Registers the default choices, reads the user's current ones and builds a complete,
   // signed record from them.
   void SetDefaults();
