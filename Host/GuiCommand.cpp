@@ -16,6 +16,7 @@
 #include "Host/HostSettingsFile.h"
 #include "Host/MoviePath.h"
 #include "Host/UnattendedRun.h"
+#include "Host/WholeNumber.h"
 
 namespace KTN {
 
@@ -66,8 +67,8 @@ int RunCaptureWindow(int argc, char** argv) {
     if (option == "-o") movie = argv[++i];
     else if (option == "--plugin") bundle = argv[++i];
     else if (option == "--grey") {
-      long level = strtol(argv[++i], &end, 10);
-      if (!*argv[i] || *end || level < 0 || level > 255) return GuiUsage("--grey must be a level from 0 to 255");
+      long level = 0;
+      if (!ParseWhole(argv[++i], 0, 255, level)) return GuiUsage("--grey must be a level from 0 to 255");
       grey = static_cast<int>(level);
     } else if (option == "--screenshot-preview") previewShot = argv[++i];
     else if (option == "--screenshot-options") optionsShot = argv[++i];
@@ -77,10 +78,9 @@ int RunCaptureWindow(int argc, char** argv) {
         return GuiUsage("--quit-after must be a number of seconds above 0, at most a day");
       }
     } else if (option == "--record-frames") {
-      recordFrames = strtoll(argv[++i], &end, 10);
-      if (!*argv[i] || *end || recordFrames < 1 || recordFrames > 0x7FFFFFFE) {
-        return GuiUsage("--record-frames must be a whole number from 1");
-      }
+      long frames = 0;
+      if (!ParseWhole(argv[++i], 1, 0x7FFFFFFE, frames)) return GuiUsage("--record-frames must be a whole number from 1");
+      recordFrames = frames;
     } else if (option == "--screenshot-recording") recordingShot = argv[++i];
     else if (option == "--screenshot-window") windowShot = argv[++i];
     else if (option == "--labels") labels = argv[++i];

@@ -20,6 +20,7 @@
 #include "Host/PluginHost.h"
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
+#include "Host/WholeNumber.h"
 #include "Movie/MovieStamp.h"
 #include "Movie/MovieSummary.h"
 #include "Server/MovieFinisher.h"
@@ -49,14 +50,6 @@ int Usage(const std::string& problem) {
   if (!problem.empty()) fprintf(stderr, "kestrin-capture: %s\n", problem.c_str());
   fputs(kUsage, stderr);
   return 2;
-}
-
-bool ParseWhole(const char* text, long minimum, long maximum, long& value) {
-  char* end = nullptr;
-  long parsed = strtol(text, &end, 10);
-  if (!*text || *end || parsed < minimum || parsed > maximum) return false;
-  value = parsed;
-  return true;
 }
 
 // A standard by its menu name (any case) or its row; -1 when there is none.
