@@ -9,6 +9,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "Movie/BoxReader.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -26,41 +27,6 @@ constexpr uint32_t kTfhdFlags = 0x020000 | 0x000008 | 0x000010 | 0x000020;
 constexpr uint32_t kTrunDataOffset = 0x000001;
 constexpr uint32_t kTrunFirstSampleFlags = 0x000004;
 
-// Big-endian fields into a byte buffer.
-class Out {
- public:
-  explicit Out(uint8_t* bytes) : mBytes(bytes) {}
-  void U32(uint32_t value) {
-    for (int shift = 24; shift >= 0; shift -= 8) mBytes[mSize++] = static_cast<uint8_t>(value >> shift);
-  }
-  void U64(uint64_t value) {
-    U32(static_cast<uint32_t>(value >> 32));
-    U32(static_cast<uint32_t>(value));
-  }
-  void Type(const char (&type)[5]) {
-    memcpy(mBytes + mSize, type, 4);
-    mSize += 4;
-  }
-  size_t Begin(const char (&type)[5]) {
-    size_t start = mSize;
-    U32(0);
-    Type(type);
-    return start;
-  }
-  void End(size_t start) {
-    uint32_t size = static_cast<uint32_t>(mSize - start);
-    for (int i = 0; i < 4; ++i) mBytes[start + static_cast<size_t>(i)] = static_cast<uint8_t>(size >> (24 - 8 * i));
-  }
-  // Overwrites a 32-bit field written earlier.
-  void Patch(size_t at, uint32_t value) {
-    for (int i = 0; i < 4; ++i) mBytes[at + static_cast<size_t>(i)] = static_cast<uint8_t>(value >> (24 - 8 * i));
-  }
-  size_t Size() const { return mSize; }
-
- private:
-  uint8_t* mBytes;
-  size_t mSize = 0;
-};
 
 }  // namespace
 
@@ -84,46 +50,47 @@ long FragmentWriter::Open(const std::string& path, uint64_t headerBytes) {
 }
 
 size_t FragmentWriter::BuildHeader(const Sample& sample) {
-  Out out(mHeader);
-  size_t moof = out.Begin("moof");
-  size_t mfhd = out.Begin("mfhd");
-  out.U32(0);
-  out.U32(mSequence + 1);
+  BoxWriter& out = mHeader;
+  out.bytes.clear();  // its capacity stays: no allocation per fragment
+  size_t moof = out.Begin(BoxType("moof"));
+  size_t mfhd = out.Begin(BoxType("mfhd"));
+  out.Put32(0);
+  out.Put32(mSequence + 1);
   out.End(mfhd);
-  size_t traf = out.Begin("traf");
-  size_t tfhd = out.Begin("tfhd");
-  out.U32(kTfhdFlags);
-  out.U32(sample.trackId);
-  mHeaderDurationAt = out.Size();
-  out.U32(sample.duration);
-  out.U32(sample.size);
-  out.U32(sample.picture ? kSampleIsNotSync : kSampleDependsOnNothing);
+  size_t traf = out.Begin(BoxType("traf"));
+  size_t tfhd = out.Begin(BoxType("tfhd"));
+  out.Put32(kTfhdFlags);
+  out.Put32(sample.trackId);
+  mHeaderDurationAt = out.bytes.size();
+  out.Put32(sample.duration);
+  out.Put32(sample.size);
+  out.Put32(sample.picture ? kSampleIsNotSync : kSampleDependsOnNothing);
   out.End(tfhd);
-  size_t tfdt = out.Begin("tfdt");
-  out.U32(0x01000000);  // version 1: a 64-bit decode time
-  out.U64(sample.decodeTime);
+  size_t tfdt = out.Begin(BoxType("tfdt"));
+  out.Put32(0x01000000);  // version 1: a 64-bit decode time
+  out.Put64(sample.decodeTime);
   out.End(tfdt);
-  size_t trun = out.Begin("trun");
-  out.U32(sample.picture ? kTrunDataOffset | kTrunFirstSampleFlags : kTrunDataOffset);
-  out.U32(1);
-  size_t dataOffset = out.Size();
-  out.U32(0);
-  if (sample.picture) out.U32(kSampleDependsOnNothing);
+  size_t trun = out.Begin(BoxType("trun"));
+  out.Put32(sample.picture ? kTrunDataOffset | kTrunFirstSampleFlags : kTrunDataOffset);
+  out.Put32(1);
+  size_t dataOffset = out.bytes.size();
+  out.Put32(0);
+  if (sample.picture) out.Put32(kSampleDependsOnNothing);
   out.End(trun);
   out.End(traf);
   out.End(moof);
   // The sample follows the mdat's own eight bytes.
-  out.Patch(dataOffset, static_cast<uint32_t>(out.Size() - moof + 8));
-  out.U32(static_cast<uint32_t>(8 + static_cast<uint64_t>(sample.size)));
-  out.Type("mdat");
-  return out.Size();
+  out.Patch32(dataOffset, static_cast<uint32_t>(out.bytes.size() - moof + 8));
+  out.Put32(static_cast<uint32_t>(8 + static_cast<uint64_t>(sample.size)));
+  out.Put32(BoxType("mdat"));
+  return out.bytes.size();
 }
 
 long FragmentWriter::Write(const Sample& sample, const void* data) {
   if (mFd < 0) return EINVAL;
   if (mFirstError) return mFirstError;
   size_t headerSize = BuildHeader(sample);
-  struct iovec parts[2] = {{mHeader, headerSize}, {const_cast<void*>(data), sample.size}};
+  struct iovec parts[2] = {{mHeader.bytes.data(), headerSize}, {const_cast<void*>(data), sample.size}};
   size_t total = headerSize + sample.size;
   size_t done = 0;
   int first = 0;
@@ -143,9 +110,7 @@ long FragmentWriter::Write(const Sample& sample, const void* data) {
       parts[first].iov_len -= left;
     }
   }
-  ++mSequence;
-  if (sample.picture) mLastPictureDuration = static_cast<int64_t>(mCompleteBytes + mHeaderDurationAt);
-  mCompleteBytes += total;
+  Written(sample, total);
   return 0;
 }
 
@@ -153,7 +118,7 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
   if (mFd < 0) return EINVAL;
   if (mFirstError) return mFirstError;
   size_t headerSize = BuildHeader(sample);
-  if (long rc = WriteAll(mHeader, headerSize)) return rc;
+  if (long rc = WriteAll(mHeader.bytes.data(), headerSize)) return rc;
   off_t from = 0;
   size_t left = sample.size;
   while (left > 0) {
@@ -172,10 +137,14 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
     if (sent <= 0) return Failed("sendfile", sent < 0 ? errno : EIO);
     left -= static_cast<size_t>(sent);
   }
+  Written(sample, headerSize + sample.size);
+  return 0;
+}
+
+void FragmentWriter::Written(const Sample& sample, uint64_t bytes) {
   ++mSequence;
   if (sample.picture) mLastPictureDuration = static_cast<int64_t>(mCompleteBytes + mHeaderDurationAt);
-  mCompleteBytes += headerSize + sample.size;
-  return 0;
+  mCompleteBytes += bytes;
 }
 
 long FragmentWriter::ExtendLastPicture(uint32_t duration) {

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "Movie/BoxWriter.h"
+
 namespace KTN {
 
 // After the movie's header (ftyp and a moov whose mvex lets fragments follow), every sample
@@ -56,6 +58,8 @@ class FragmentWriter {
  private:
   // The fragment header (moof and the mdat's own header) of sample into mHeader; its size.
   size_t BuildHeader(const Sample& sample);
+  // Counts a fragment of bytes (header and sample) written whole.
+  void Written(const Sample& sample, uint64_t bytes);
   // Writes all of the bytes at the file's position; 0 or errno, reported.
   long WriteAll(const void* data, size_t size);
   long Failed(const char* call, long error);
@@ -66,7 +70,7 @@ class FragmentWriter {
   int64_t mLastPictureDuration = -1;  // where the last picture's duration field lies, or -1
   uint64_t mCompleteBytes = 0;   // the header and the fragments written whole
   long mFirstError = 0;
-  uint8_t mHeader[128];
+  BoxWriter mHeader;           // the fragment header being written
   size_t mHeaderDurationAt = 0;  // offset of the sample duration in mHeader
 };
 
