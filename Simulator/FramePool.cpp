@@ -56,11 +56,11 @@ void FramePool::Give(uint8_t* buffer) {
 }
 
 uint64_t FramePool::ContentTag(const uint8_t* buffer) const {
-  return mContentTags[static_cast<size_t>(buffer - mPages) / mStride];
+  return mContentTags[Slot(buffer)];
 }
 
 void FramePool::SetContentTag(const uint8_t* buffer, uint64_t tag) {
-  mContentTags[static_cast<size_t>(buffer - mPages) / mStride] = tag;
+  mContentTags[Slot(buffer)] = tag;
 }
 
 size_t FramePool::FreeCount() {

@@ -44,13 +44,16 @@ class FramePool {
   void PaintFree(uint64_t tag, Paint paint) {
     std::lock_guard<std::mutex> guard(mLock);
     for (uint8_t* buffer : mFree) {
-      if (mContentTags[static_cast<size_t>(buffer - mPages) / mStride] == tag) continue;
+      if (mContentTags[Slot(buffer)] == tag) continue;
       paint(buffer);
-      mContentTags[static_cast<size_t>(buffer - mPages) / mStride] = tag;
+      mContentTags[Slot(buffer)] = tag;
     }
   }
 
  private:
+  // The ring's index of a buffer.
+  size_t Slot(const uint8_t* buffer) const { return static_cast<size_t>(buffer - mPages) / mStride; }
+
   const size_t mBufferBytes;
   const size_t mCount;
   size_t mStride = 0;        // bytes from one buffer to the next, whole pages
