@@ -265,15 +265,20 @@ long MovieWriter::Record(long error) {
   return error;
 }
 
-long MovieWriter::WritePacket(AVPacket* packet) {
+FragmentWriter::Sample MovieWriter::PictureSample(int64_t frameIndex, uint32_t size) const {
   FragmentWriter::Sample sample;
   sample.trackId = static_cast<uint32_t>(mVideoStream->index + 1);
   sample.picture = true;
-  sample.decodeTime = static_cast<uint64_t>(av_rescale_q(packet->pts, mEncoder->time_base, mVideoStream->time_base));
+  sample.decodeTime = static_cast<uint64_t>(av_rescale_q(frameIndex, mFrameTime, mVideoStream->time_base));
   sample.duration = static_cast<uint32_t>(av_rescale_q(1, mFrameTime, mVideoStream->time_base));
-  sample.size = static_cast<uint32_t>(packet->size);
-  long rc = mFragments.Write(sample, packet->data);
-  if (!rc) mLastPicture = av_rescale_q(packet->pts, mEncoder->time_base, mFrameTime);
+  sample.size = size;
+  return sample;
+}
+
+long MovieWriter::WritePacket(AVPacket* packet) {
+  const int64_t frameIndex = av_rescale_q(packet->pts, mEncoder->time_base, mFrameTime);
+  long rc = mFragments.Write(PictureSample(frameIndex, static_cast<uint32_t>(packet->size)), packet->data);
+  if (!rc) mLastPicture = frameIndex;
   av_packet_unref(packet);
   return Record(rc);
 }
@@ -282,13 +287,8 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   if (!mVideoStream) return EINVAL;
   if (mFirstError) return mFirstError;
   if (!mEncoder) {
-    FragmentWriter::Sample sample;
-    sample.trackId = static_cast<uint32_t>(mVideoStream->index + 1);
-    sample.picture = true;
-    sample.decodeTime = static_cast<uint64_t>(av_rescale_q(frameIndex, mFrameTime, mVideoStream->time_base));
-    sample.duration = static_cast<uint32_t>(av_rescale_q(1, mFrameTime, mVideoStream->time_base));
-    sample.size = static_cast<uint32_t>(segment.OpenedSize());
-    long rc = mFragments.WriteFrom(sample, segment.Descriptor());
+    long rc = mFragments.WriteFrom(PictureSample(frameIndex, static_cast<uint32_t>(segment.OpenedSize())),
+                                   segment.Descriptor());
     if (!rc) mLastPicture = frameIndex;
     return Record(rc);
   }
@@ -331,19 +331,11 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
 
 long MovieWriter::Encode(AVFrame* frame) {
   int rc = avcodec_send_frame(mEncoder, frame);
-  if (rc < 0) {
-    long error = REPORT_AV("avcodec_send_frame", rc);
-    if (!mFirstError) mFirstError = error;
-    return error;
-  }
+  if (rc < 0) return Record(REPORT_AV("avcodec_send_frame", rc));
   for (;;) {
     rc = avcodec_receive_packet(mEncoder, mPacket);
     if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return 0;
-    if (rc < 0) {
-      long error = REPORT_AV("avcodec_receive_packet", rc);
-      if (!mFirstError) mFirstError = error;
-      return error;
-    }
+    if (rc < 0) return Record(REPORT_AV("avcodec_receive_packet", rc));
     if (long error = WritePacket(mPacket)) return error;
   }
 }

@@ -87,6 +87,8 @@ class MovieWriter {
   // Writes an encoded packet (pts and duration in the encoder's time base) as one
   // fragment and lets go of it; records and returns errors.
   long WritePacket(AVPacket* packet);
+  // The picture of frame slot frameIndex, one slot long, of size bytes.
+  FragmentWriter::Sample PictureSample(int64_t frameIndex, uint32_t size) const;
   // Records a failure as the recording's first error (if it is) and returns it.
   long Record(long error);
   // Frees every FFmpeg object; the file is closed if still open.
