@@ -204,8 +204,9 @@ std::string PluginSession::StopRecording() {
   if (rc != rmNoErr) failure = "stopping the recording failed: " + Describe(rc);
   rc = mHost.Call(recmod_CloseRecord, mInstance, 0);
   if (rc != rmNoErr && failure.empty()) failure = "closing the recording failed: " + Describe(rc);
-  // A take that failed keeps its movie as it is, for repair and for the failure's report.
-  if (!failure.empty() || mFailed) return failure;
+  // A take that failed keeps its movie as it is, for repair and for the failure's report;
+  // one the plug-in counted frames of has a picture. Neither needs the movie read.
+  if (!failure.empty() || mFailed || mFrames > 0) return failure;
   // Without a single sample the server has nothing to index: the movie is its headers alone,
   // which no reader would call a take.
   MovieSummary summary;
