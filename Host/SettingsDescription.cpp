@@ -23,12 +23,7 @@ std::string Number(double value) {
 
 std::string Standard(const CaptureSettings& s) {
   for (const SupportedStandard& row : gSupportedStandards) {
-    // A format of a fixed size (DV NTSC) changes one dimension of the record, never both.
-    if (row.name && row.displayMode == s.displayMode && row.timeScale == s.timeScale &&
-        row.frameDuration == s.frameDuration && row.pixelAspectX == s.pixelAspectX &&
-        row.pixelAspectY == s.pixelAspectY && (row.width == s.width || row.height == s.height)) {
-      return row.name;
-    }
+    if (s.IsOfStandard(row) && row.pixelAspectY == s.pixelAspectY) return row.name;
   }
   std::string size = std::to_string(s.width) + "x" + std::to_string(s.height);
   if (!s.frameDuration) return size;

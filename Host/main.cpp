@@ -77,11 +77,7 @@ int FindFormat(const std::string& text) {
 int CurrentStandard(const CaptureSettings& s) {
   int found = 1;
   for (size_t i = 0; i < kSupportedStandardCount; ++i) {
-    const SupportedStandard& row = gSupportedStandards[i];
-    if (row.name && (row.width == s.width || row.height == s.height) && row.timeScale == s.timeScale &&
-        row.frameDuration == s.frameDuration && row.pixelAspectX == s.pixelAspectX && row.displayMode == s.displayMode) {
-      found = static_cast<int>(i);
-    }
+    if (s.IsOfStandard(gSupportedStandards[i])) found = static_cast<int>(i);
   }
   return found;
 }

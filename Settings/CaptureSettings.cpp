@@ -61,6 +61,11 @@ void CaptureSettings::Fill(int standard, int format, int channels, int type, int
   extraFlag = 0;
 }
 
+bool CaptureSettings::IsOfStandard(const SupportedStandard& row) const {
+  return row.name && row.displayMode == displayMode && row.timeScale == timeScale && row.frameDuration == frameDuration &&
+         row.pixelAspectX == pixelAspectX && (row.width == width || row.height == height);
+}
+
 bool CaptureSettings::IsRecordable() const {
   if (signature != kCaptureSettingsSignature || version != kCaptureSettingsVersion) return false;
   if (!IsAudioChannelCount(static_cast<int>(audioChannels)) || !IsAudioSampleType(static_cast<int>(audioSampleType)) ||

@@ -6,6 +6,8 @@
 
 namespace KTN {
 
+struct SupportedStandard;
+
 // Fourteen unsigned 32-bit words and one byte, in host byte order; the host keeps it as an
 // opaque 60-byte blob. Holds values copied out of the tables, not indices into them.
 struct CaptureSettings {
@@ -39,6 +41,10 @@ struct CaptureSettings {
   // SetDefaults keep any audio values, and a blob from the host needs only its signature
   // and version.
   bool IsRecordable() const;
+  // The record is of standard row (a separator never matches): its display mode, rate and
+  // horizontal pixel aspect, and either dimension, since a format's fixed size (DV NTSC)
+  // may have replaced the other.
+  bool IsOfStandard(const SupportedStandard& row) const;
   // More than 30 frames a second: the host counts the recording's frames in pairs.
   bool CountsFramePairs() const {
     return frameDuration && static_cast<double>(timeScale) / frameDuration > 30.0;

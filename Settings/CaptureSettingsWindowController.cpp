@@ -152,10 +152,7 @@ void CaptureSettingsWindowController::populateStandardsMenu() {
     }
     mStandardPopup->addItem(QString::fromLatin1(row.name), static_cast<int>(i));
     separatorPending = false;
-    // Either dimension suffices: a format's fixed size may have replaced the other.
-    if (mSettings && (row.width == mSettings->width || row.height == mSettings->height) &&
-        row.timeScale == mSettings->timeScale && row.frameDuration == mSettings->frameDuration &&
-        row.pixelAspectX == mSettings->pixelAspectX && row.displayMode == mSettings->displayMode) {
+    if (mSettings && mSettings->IsOfStandard(row)) {
       mStandardPopup->setCurrentIndex(mStandardPopup->count() - 1);
       matched = true;
     }
