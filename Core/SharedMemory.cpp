@@ -206,14 +206,6 @@ long SharedMemory::MapOpened(void*& address) {
   return result;
 }
 
-long SharedMemory::MapTrusted(void*& address, uid_t owner, unsigned long long size) {
-  address = nullptr;
-  if (long rc = OpenTrusted(owner, size)) return rc;
-  long result = MapOpened(address);
-  CloseDescriptor();
-  return result;
-}
-
 void SharedMemory::CloseDescriptor() {
   if (mDescriptor >= 0) close(mDescriptor);
   mDescriptor = -1;

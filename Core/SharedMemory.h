@@ -49,8 +49,6 @@ class SharedMemory {
   // Maps all of a segment opened with OpenTrusted, read-only, its pages mapped at once
   // rather than one fault at a time; address receives the start or null.
   long MapOpened(void*& address);
-  // OpenTrusted, then MapOpened; the descriptor is closed again once mapped.
-  long MapTrusted(void*& address, uid_t owner, unsigned long long size);
   long Unmap();
   long Unlink();
 
