@@ -34,37 +34,44 @@ QTRecordClient::~QTRecordClient() {
     if (mWriteStream) {
       SigpipeBlock noSigpipe;  // into a server that may be gone
       fprintf(mWriteStream, "%s\n", cmdExit);
-      if (fclose(mWriteStream) != 0) KTN_LOG("fclose(mWriteStream) returned %ld", static_cast<long>(errno));
-      mWriteStream = nullptr;
     }
-    mCommandPipe.CloseReadEnd();
-    mCommandPipe.CloseWriteEnd();
+    CloseWriteSide();
     WaitWhileWorking();
   }
   if (mReadStream && fclose(mReadStream) != 0) KTN_LOG("fclose(mReadStream) returned %ld", static_cast<long>(errno));
   mReadStream = nullptr;
   mResponsePipe.CloseReadEnd();
   mResponsePipe.CloseWriteEnd();
+  CloseWriteSide();
+}
+
+void QTRecordClient::CloseWriteSide() {
   if (mWriteStream) {
-    // Closing flushes what a failed write left buffered, into a server that has gone.
+    // Closing flushes what is buffered (Exit, or what a failed write left), into a server
+    // that may have gone.
     SigpipeBlock noSigpipe;
     if (fclose(mWriteStream) != 0) KTN_LOG("fclose(mWriteStream) returned %ld", static_cast<long>(errno));
+    mWriteStream = nullptr;
   }
-  mWriteStream = nullptr;
   mCommandPipe.CloseReadEnd();
   mCommandPipe.CloseWriteEnd();
 }
 
+bool QTRecordClient::IdleTooLong(long long& ticks, std::chrono::steady_clock::time_point& idleSince) {
+  const long long now = mTask.CpuTicks();
+  if ((now >= 0 && now != ticks) || mTask.WaitingForDisk()) {
+    ticks = now;
+    idleSince = std::chrono::steady_clock::now();
+    return false;
+  }
+  return std::chrono::steady_clock::now() - idleSince >= std::chrono::seconds(kIdleLimitSeconds);
+}
+
 void QTRecordClient::WaitWhileWorking() {
-  using Clock = std::chrono::steady_clock;
   long long ticks = mTask.CpuTicks();
-  Clock::time_point idleSince = Clock::now();
+  std::chrono::steady_clock::time_point idleSince = std::chrono::steady_clock::now();
   while (!mTask.WaitUntilExit(500)) {
-    long long now = mTask.CpuTicks();
-    if ((now >= 0 && now != ticks) || mTask.WaitingForDisk()) {
-      ticks = now;
-      idleSince = Clock::now();
-    } else if (Clock::now() - idleSince >= std::chrono::seconds(kIdleLimitSeconds)) {
+    if (IdleTooLong(ticks, idleSince)) {
       KTN_LOG("The recording server (process %d) has not ended in %d s and is doing nothing: stopped",
               static_cast<int>(mTask.Pid()), kIdleLimitSeconds);
       mTask.Kill();
@@ -162,19 +169,17 @@ long QTRecordClient::AwaitAnswer(const char* command, int budgetMillis) {
     }
     // No answer yet. A long Stop (finishing a big movie) keeps using CPU time or waits for
     // the disk; only a server doing neither is counted idle.
-    Clock::time_point now = Clock::now();
-    long long ticks = mTask.CpuTicks();
-    if (!mAnswerLate || (ticks >= 0 && ticks != mTicks) || mTask.WaitingForDisk()) {
+    if (!mAnswerLate) {
       mAnswerLate = true;
-      mTicks = ticks;
-      mIdleSince = now;
-    } else if (now - mIdleSince >= std::chrono::seconds(kIdleLimitSeconds)) {
+      mTicks = mTask.CpuTicks();
+      mIdleSince = Clock::now();
+    } else if (IdleTooLong(mTicks, mIdleSince)) {
       KTN_LOG("The recording server (process %d) has not answered %s in %d s and is doing nothing: stopped",
               static_cast<int>(mTask.Pid()), command, kIdleLimitSeconds);
       mTask.Kill();
       return ETIMEDOUT;
     }
-    if (budgetMillis >= 0 && now >= deadline) return EINPROGRESS;
+    if (budgetMillis >= 0 && Clock::now() >= deadline) return EINPROGRESS;
   }
 }
 

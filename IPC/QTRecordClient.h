@@ -59,6 +59,12 @@ class QTRecordClient : public QTRecordClientIPC {
   // Waits for the server to end as long as it uses CPU time or waits for the disk; kills it
   // once it has done neither for kIdleLimitSeconds.
   void WaitWhileWorking();
+  // Whether the server has done nothing (used no CPU time, not waited for the disk) for
+  // kIdleLimitSeconds; ticks and idleSince hold its CPU time and when it was last seen
+  // working, updated when it has been.
+  bool IdleTooLong(long long& ticks, std::chrono::steady_clock::time_point& idleSince);
+  // Closes the command stream (flushing what it holds) and the command pipe's ends.
+  void CloseWriteSide();
 
   // Serialises command exchanges (write, flush, read acknowledgement) between threads.
   Core::Lockable mLock;
