@@ -1,0 +1,28 @@
+// The one-writer lock of a movie file: who may write a take, and who is writing it now.
+#pragma once
+
+#include <string>
+
+namespace KTN {
+
+// A take is written by one process at a time. The process that writes a movie holds an
+// advisory lock (flock) on its open descriptor from before its first byte until the movie is
+// finished and closed; every tool of ours that writes or truncates a movie (the recording
+// server, the plug-in creating the file, the stamp, repair, the host program's overwrite)
+// takes the lock first, or refuses. The lock belongs to the open file: it ends when the last
+// descriptor of that open ends, so a killed writer leaves no lock behind. Any thread.
+class MovieLock {
+ public:
+  // Takes the lock on fd without waiting: 0, 16 (EBUSY) when another open of the file holds
+  // it (no line: the caller says who, with Holder), or flock's errno with one line.
+  static long TryLock(int fd);
+  // Lets go of the lock on fd (closing the last descriptor does the same).
+  static void Unlock(int fd);
+
+  // Who holds the lock of the file open on fd, or at path, in the user's words: "process 1234
+  // (QTRecordServer) of user ana". Empty when nobody does, or when it cannot be told.
+  static std::string Holder(int fd);
+  static std::string Holder(const std::string& path);
+};
+
+}  // namespace KTN
