@@ -41,6 +41,7 @@
 #include "Util/ScratchFolder.h"
 #include "Util/SmallDisk.h"
 #include "Util/TimeCode.h"
+#include "tests/HostProgramProcess.h"
 
 namespace KTN {
 namespace {
@@ -352,99 +353,12 @@ TEST_F(EndToEndTest, AbortOnDroppedFramesEndsTheRecording) {
 
 // ---- The host program as a process ----
 
-struct Child {
-  pid_t pid = -1;
-  std::string errorFile;
-};
-
-// In a forked child: becomes the host program with arguments.
-[[noreturn]] void ExecHostProgram(const std::vector<std::string>& arguments) {
-  std::vector<char*> argv;
-  std::string program = KESTRIN_CAPTURE;
-  argv.push_back(const_cast<char*>(program.c_str()));
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  execv(program.c_str(), argv.data());
-  _exit(127);
-}
-
-Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder) {
-  Child child;
-  child.errorFile = folder + "/stderr.txt";
-  child.pid = fork();
-  if (child.pid == 0) {
-    int error = open(child.errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    dup2(error, 2);
-    int null = open("/dev/null", O_WRONLY);
-    dup2(null, 1);
-    ExecHostProgram(arguments);
-  }
-  return child;
-}
-
 // The host program recording PAL 4x3 in format row `format` into movie, for as long as
 // lengthOption ("--seconds", "--frames") and length say; its standard error goes to folder.
 Child StartPalRecording(const std::string& movie, const char* format, const char* lengthOption, const char* length,
                         const std::string& folder) {
   return StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", format, lengthOption, length},
                           folder);
-}
-
-// The child's exit status, or -1 if it has not ended within seconds.
-int WaitFor(pid_t pid, double seconds) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (std::chrono::steady_clock::now() < deadline) {
-    int status = 0;
-    if (waitpid(pid, &status, WNOHANG) == pid) return status;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return -1;
-}
-
-std::string ReadText(const std::string& path) {
-  FILE* file = fopen(path.c_str(), "r");
-  if (!file) return "";
-  std::string text;
-  char buffer[4096];
-  size_t got;
-  while ((got = fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, got);
-  fclose(file);
-  return text;
-}
-
-// The child processes of parent (started by any of its threads), ended but unreaped ones too.
-std::vector<pid_t> ChildrenOf(pid_t parent) {
-  std::vector<pid_t> pids;
-  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(parent) + "/task")) {
-    std::string children = ReadText(task.path().string() + "/children");
-    size_t start = 0;
-    while (start < children.size()) {
-      pid_t pid = static_cast<pid_t>(atoi(children.c_str() + start));
-      if (pid > 0) pids.push_back(pid);
-      size_t space = children.find(' ', start);
-      if (space == std::string::npos) break;
-      start = space + 1;
-    }
-  }
-  return pids;
-}
-
-// The recording server among parent's children, or -1.
-pid_t RunningServerOf(pid_t parent) {
-  for (pid_t pid : ChildrenOf(parent)) {
-    if (ReadText("/proc/" + std::to_string(pid) + "/comm") == "QTRecordServer\n") return pid;
-  }
-  return -1;
-}
-
-// The recording server the host program started, waiting up to four seconds for it.
-pid_t ServerOf(pid_t host) {
-  for (int i = 0; i < 200; ++i) {
-    pid_t server = RunningServerOf(host);
-    if (server > 0) return server;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return -1;
 }
 
 // The server the host program started, once the movie holds at least `bytes` (a number of
@@ -1023,70 +937,6 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
-// The host program run to its end with its standard error on a pseudo-terminal: what it
-// wrote there, and its exit status (-1 if it has not ended within seconds).
-std::string RunOnATerminal(const std::vector<std::string>& arguments, double seconds, int& status) {
-  int master = -1, slave = -1;
-  struct winsize size = {};
-  size.ws_row = 24;
-  size.ws_col = 200;
-  if (openpty(&master, &slave, nullptr, nullptr, &size) != 0) {
-    ADD_FAILURE() << "openpty: " << strerror(errno);
-    status = -1;
-    return "";
-  }
-  pid_t pid = fork();
-  if (pid == 0) {
-    dup2(slave, 2);
-    int null = open("/dev/null", O_RDWR);
-    dup2(null, 0);
-    dup2(null, 1);
-    close(master);
-    close(slave);
-    ExecHostProgram(arguments);
-  }
-  close(slave);
-  std::string text;
-  status = -1;
-  bool ended = false;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  // Read as it comes (a full terminal would hold the program up) until the program has ended
-  // and all it wrote is read: the terminal then answers the end of its input.
-  for (;;) {
-    int waited = 0;
-    if (!ended && waitpid(pid, &waited, WNOHANG) == pid) {
-      status = waited;
-      ended = true;
-    }
-    if (!ended && std::chrono::steady_clock::now() > deadline) {
-      kill(pid, SIGKILL);
-      waitpid(pid, nullptr, 0);
-      status = -1;
-      break;
-    }
-    struct pollfd ready = {master, POLLIN, 0};
-    int polled = poll(&ready, 1, 100);
-    if (polled <= 0) {
-      if (ended) break;
-      continue;
-    }
-    char buffer[4096];
-    ssize_t got = read(master, buffer, sizeof buffer);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) {
-      // Every end of the terminal closed: the program has ended, or is about to.
-      if (!ended && (status = WaitFor(pid, seconds)) == -1) {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-      }
-      break;
-    }
-    text.append(buffer, static_cast<size_t>(got));
-  }
-  close(master);
-  return text;
-}
-
 // On a terminal, record shows one line redrawn in place: elapsed time, frames, frames per
 // second, dropped frames and the time the disk has left.
 TEST_F(EndToEndTest, TheStatusLineOnATerminalIsRedrawnWithTheTakesFigures) {
@@ -1123,20 +973,6 @@ TEST_F(EndToEndTest, TheStatusLineOnATerminalIsRedrawnWithTheTakesFigures) {
   EXPECT_LE(drawn.size(), 5u * static_cast<size_t>(elapsed + 2)) << text;
   // The line is ended once the take is, before the closing lines.
   EXPECT_NE(std::string::npos, text.find(drawn.back() + "\r\n")) << text;
-}
-
-// The host program run to its end with its standard error in folder: its exit status (-1 if
-// it has not ended within seconds) and what it wrote there.
-int RunHostProgram(const std::vector<std::string>& arguments, const std::string& folder, double seconds,
-                   std::string& error) {
-  Child host = StartHostProgram(arguments, folder);
-  int status = WaitFor(host.pid, seconds);
-  if (status == -1) {
-    kill(host.pid, SIGKILL);
-    waitpid(host.pid, nullptr, 0);
-  }
-  error = ReadText(host.errorFile);
-  return status;
 }
 
 // A server killed mid-take: the one line says so, with the signal, the frames the movie

@@ -1,0 +1,83 @@
+// The host program as the user runs it: a child process, on a file or on a terminal of its own.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace KTN {
+
+struct Child {
+  pid_t pid = -1;
+  std::string errorFile;
+};
+
+// In a forked child: becomes the host program with arguments.
+[[noreturn]] void ExecHostProgram(const std::vector<std::string>& arguments);
+
+// The host program with its standard error in folder/stderr.txt and its output thrown away.
+Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder);
+
+// The child's exit status, or -1 if it has not ended within seconds.
+int WaitFor(pid_t pid, double seconds);
+
+// A file's whole text ("" when it cannot be read).
+std::string ReadText(const std::string& path);
+
+// The child processes of parent (started by any of its threads), ended but unreaped ones too.
+std::vector<pid_t> ChildrenOf(pid_t parent);
+// The recording server among parent's children, or -1.
+pid_t RunningServerOf(pid_t parent);
+// The recording server the host program started, waiting up to four seconds for it.
+pid_t ServerOf(pid_t host);
+
+// The host program run to its end with its standard error in folder: its exit status (-1 if
+// it has not ended within seconds, when it is killed) and what it wrote there.
+int RunHostProgram(const std::vector<std::string>& arguments, const std::string& folder, double seconds,
+                   std::string& error);
+
+// The host program run to its end with its standard error on a pseudo-terminal: what it
+// wrote there, and its exit status (-1 if it has not ended within seconds).
+std::string RunOnATerminal(const std::vector<std::string>& arguments, double seconds, int& status);
+
+// The host program in a terminal of its own, as a user runs it in a terminal window: a new
+// session whose controlling terminal is a pseudo-terminal, with standard input, output and
+// error on it. A key typed there (Ctrl-C) makes the terminal signal the whole foreground
+// process group, the recording server included, as a real terminal does. The program is
+// killed, if still running, when this ends.
+class TerminalProgram {
+ public:
+  TerminalProgram() = default;
+  ~TerminalProgram();
+  TerminalProgram(const TerminalProgram&) = delete;
+  TerminalProgram& operator=(const TerminalProgram&) = delete;
+
+  // Starts the program; false (with a test failure) when the terminal cannot be made.
+  bool Start(const std::vector<std::string>& arguments);
+  // Types keys on the terminal ("\x03" is Ctrl-C).
+  void Type(const std::string& keys);
+  // Reads what the program writes until text has appeared (true) or seconds have passed.
+  bool WaitForText(const std::string& text, double seconds);
+  // Hangs the terminal up, as closing a terminal window does.
+  void HangUp();
+  // Reads on until the program ends: its exit status, or -1 when it has not ended within
+  // seconds (it is then killed).
+  int Finish(double seconds);
+
+  pid_t Pid() const { return mPid; }
+  // Everything it has written so far.
+  const std::string& Text() const { return mText; }
+
+ private:
+  // Reads what is there within millis; false at the terminal's end.
+  bool ReadSome(int millis);
+
+  pid_t mPid = -1;
+  int mMaster = -1;
+  bool mEnded = false;
+  int mStatus = -1;
+  std::string mText;
+};
+
+}  // namespace KTN
