@@ -15,6 +15,11 @@ namespace {
 
 pthread_key_t sPerThreadBufferKey;
 pthread_key_t sPerThreadBufferOffsetKey;
+// Whether each key was created. A key that was not holds no number of ours: asked with it,
+// pthread_getspecific would hand out what another library keeps under that number. Set
+// once by InitPerThreadBuffers and read only after sUtilPrinterOnce has run it.
+bool sPerThreadBufferKeyCreated = false;
+bool sPerThreadBufferOffsetKeyCreated = false;
 
 // Constant-initialised, so it is ready even for callers in other static initialisers; its
 // destructor runs at exit.
@@ -29,8 +34,16 @@ void* ThreadIdentifier() {
 void InitPerThreadBuffers() {
   // The second key is created even if the first failed: each Printer call falls back
   // on its own when its key is missing.
-  if (int rc = pthread_key_create(&sPerThreadBufferKey, free)) LogRaw("pthread_key_create returned %d\n", rc);
-  if (int rc = pthread_key_create(&sPerThreadBufferOffsetKey, free)) LogRaw("pthread_key_create returned %d\n", rc);
+  if (int rc = pthread_key_create(&sPerThreadBufferKey, free)) {
+    LogRaw("pthread_key_create returned %d\n", rc);
+  } else {
+    sPerThreadBufferKeyCreated = true;
+  }
+  if (int rc = pthread_key_create(&sPerThreadBufferOffsetKey, free)) {
+    LogRaw("pthread_key_create returned %d\n", rc);
+  } else {
+    sPerThreadBufferOffsetKeyCreated = true;
+  }
 }
 
 void* GetPerThreadBuffer(unsigned long size) {
@@ -42,6 +55,8 @@ void* GetPerThreadBuffer(unsigned long size) {
     LogRaw("Once::Call returned %d\n", static_cast<int>(rc));
     return nullptr;
   }
+  // Without both keys there is no block to hand out; their creation has said why, once.
+  if (!sPerThreadBufferKeyCreated || !sPerThreadBufferOffsetKeyCreated) return nullptr;
   char* block = static_cast<char*>(pthread_getspecific(sPerThreadBufferKey));
   if (!block) {
     block = static_cast<char*>(malloc(kPerThreadBufferSize));

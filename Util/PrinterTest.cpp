@@ -1,6 +1,9 @@
 // Tests of the Printer's texts.
 #include <gtest/gtest.h>
 
+#include <limits.h>
+#include <pthread.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <string>
@@ -140,6 +143,34 @@ TEST(PrinterTest, SixtyFourCodesStayLiveAtOnce) {
 TEST(PrinterTest, FallbackStrings) {
   EXPECT_STREQ("<memory error>", kMemoryErrorString);
   EXPECT_STREQ("Unknown", kUnknownString);
+}
+
+// In a process whose first Printer call comes after every thread key is taken: uses up the
+// keys, then ends with 0 when each Printer function gives its fixed fallback text, or with
+// a bit set for each that did not.
+void PrintWithoutThreadKeys() {
+  pthread_key_t key;
+  for (int made = 0; made <= PTHREAD_KEYS_MAX && pthread_key_create(&key, nullptr) == 0; ++made) {
+  }
+  int wrong = 0;
+  if (strcmp(kMemoryErrorString, Printer::Fcc(static_cast<int>(FourCC("v210")))) != 0) wrong |= 1;
+  if (strcmp(kMemoryErrorString, Printer::FixedShort(258)) != 0) wrong |= 2;
+  if (strcmp(kMemoryErrorString, Printer::StringList("a\0b\0")) != 0) wrong |= 4;
+  if (strcmp(kUnknownString, Printer::Unknown(7)) != 0) wrong |= 8;
+  if (strcmp(kUnknownString, Printer::PixelFormat(FourCC("xen0"))) != 0) wrong |= 16;
+  static const char kPath[] = "/opt/X.bundle";
+  if (Printer::BundleName(kPath) != kPath + 5) wrong |= 32;  // the caller's own text, uncut
+  if (strcmp("ktnModePAL", Printer::Mode(FourCC("pal "))) != 0) wrong |= 64;  // names need no scratch
+  exit(wrong);
+}
+
+// When the thread keys cannot be created, no Printer call asks for a key it does not have
+// (whose number another library may use): each gives its fallback text. The process runs
+// afresh (the death test executes the program again), so that its first Printer call comes
+// after the keys are used up, and reports through its exit status.
+TEST(PrinterTest, WithoutThreadKeysEveryTextIsItsFallback) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(PrintWithoutThreadKeys(), testing::ExitedWithCode(0), "pthread_key_create returned");
 }
 
 }  // namespace
