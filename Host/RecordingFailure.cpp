@@ -6,9 +6,9 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "Host/KeptMovie.h"
 #include "Host/PluginSession.h"
 #include "Host/RecordServerExit.h"
-#include "Movie/MovieSummary.h"
 
 namespace KTN {
 
@@ -18,13 +18,6 @@ namespace {
 // loaded machine may take much longer, and a server alive without its pipes is rare).
 constexpr int kEndingMillis = 2000;
 
-// path as one word for a POSIX shell, so that the command can be pasted as it is shown.
-std::string ShellQuoted(const std::string& path) {
-  std::string quoted = "'";
-  for (char c : path) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
-
 // How a server that ended did, from its wait status.
 std::string HowItEnded(int waitStatus) {
   if (WIFSIGNALED(waitStatus)) {
@@ -33,19 +26,6 @@ std::string HowItEnded(int waitStatus) {
            (WCOREDUMP(waitStatus) ? ", core dumped)" : ")");
   }
   return "the recording server exited with status " + std::to_string(WEXITSTATUS(waitStatus));
-}
-
-// What the movie a failed recording left holds, and how to finish it when it was cut off.
-std::string WhatIsKept(const std::string& moviePath, const std::string& startTimecode) {
-  struct stat info;
-  if (stat(moviePath.c_str(), &info) != 0) return "no movie was written";
-  MovieSummary summary;
-  if (summary.Read(moviePath) != 0) return "the movie cannot be read";
-  if (summary.layout == MovieSummary::Layout::kNotAMovie || summary.pictures == 0) return "the movie holds no frame";
-  std::string kept = "the movie holds " + std::to_string(summary.pictures) + (summary.pictures == 1 ? " frame" : " frames");
-  if (summary.layout == MovieSummary::Layout::kFinished) return kept;
-  const std::string timecode = startTimecode.empty() ? std::string() : "--timecode '" + startTimecode + "' ";
-  return kept + "; kestrin-capture repair " + timecode + ShellQuoted(moviePath) + " finishes it";
 }
 
 }  // namespace
@@ -63,7 +43,9 @@ bool RecordingFailure::ServersFailure() const {
 
 std::string RecordingFailure::Line(const std::string& moviePath, const std::string& startTimecode) const {
   std::string line = "recording failed: " + (mServerEnded ? HowItEnded(mWaitStatus) : PluginSession::Describe(mResult));
-  if (ServersFailure()) line += "; " + WhatIsKept(moviePath, startTimecode);
+  // After a full disk the server kept the file to its last whole frame, and there may have
+  // been no room for its index or its timecode.
+  if (ServersFailure() || mResult == ENOSPC) line += "; " + KeptMovie(moviePath, startTimecode).WhatIsKept(mResult == ENOSPC);
   return line;
 }
 

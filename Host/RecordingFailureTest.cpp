@@ -56,7 +56,13 @@ TEST(RecordingFailureTest, AHungServerAndAFileThatHoldsNoFrame) {
 
 TEST(RecordingFailureTest, OtherFailuresSayOnlyWhatFailed) {
   Util::ScratchFolder folder;
-  EXPECT_EQ("recording failed: the disk is full (28)", RecordingFailure(28).Line(folder.File("take.mov")));
+  EXPECT_EQ("recording failed: the plug-in refused the request (22: invalid parameter or instance not ready)",
+            RecordingFailure(22).Line(folder.File("take.mov")));
+}
+
+TEST(RecordingFailureTest, AFullDiskSaysWhatWasKept) {
+  Util::ScratchFolder folder;
+  EXPECT_EQ("recording failed: the disk is full (28); no movie was written", RecordingFailure(28).Line(folder.File("take.mov")));
 }
 
 }  // namespace
