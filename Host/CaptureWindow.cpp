@@ -6,6 +6,7 @@
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QOpenGLWidget>
 #include <QPushButton>
 #include <QTimer>
@@ -14,10 +15,12 @@
 #include "Host/CaptureReadout.h"
 #include "Host/HostSettingsFile.h"
 #include "Host/InPointStatus.h"
+#include "Host/KeptMovie.h"
 #include "Host/MoviePath.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
 #include "Movie/MovieFollower.h"
+#include "Movie/TimecodeTrack.h"
 
 namespace KTN {
 
@@ -143,6 +146,11 @@ void CaptureWindow::Record() {
     ShowStatus("Cannot record to " + request.moviePath + ": " + problem);
     return;
   }
+  // An earlier take at the path is replaced only when the user says so.
+  if (MoviePath::Exists(request.moviePath) && !ConfirmReplace(request.moviePath)) {
+    ShowStatus("Not recorded: " + request.moviePath + " exists already, and was kept");
+    return;
+  }
   mMoviePath->setText(QString::fromStdString(request.moviePath));  // the take's path, as recorded
   std::string failure = mSession->StartRecording(request);
   if (!failure.empty()) {
@@ -202,6 +210,13 @@ void CaptureWindow::Stop() {
     if (mStartTimecode.empty() && summary.hasTimecode) mStartTimecode = summary.startTimecode;
   }
   mReadout->ShowTake(mElapsed, frames, mDropped, mStartTimecode);
+  // A take the plug-in stopped is finished only when its movie says so (its index and
+  // timecode come after the last frame, where a removed folder or a full disk can stop them).
+  if (failure.empty() && !mSession->MovieRemoved()) {
+    const bool timed = TimecodeTrack::CountableRate(mSession->Settings().frameDuration, mSession->Settings().timeScale);
+    failure = KeptMovie(mTakePath, timed ? mSession->StartTimecode() : std::string()).Incomplete();
+    if (!failure.empty()) failure[0] = static_cast<char>(toupper(static_cast<unsigned char>(failure[0])));
+  }
   if (!failure.empty()) {
     ShowStatus(failure);
   } else if (mSession->MovieRemoved()) {
@@ -254,6 +269,17 @@ std::string CaptureWindow::ReadoutSnapshot() const {
 
 void CaptureWindow::ShowStatus(const std::string& text) {
   mReadout->ShowStatus(text);
+}
+
+bool CaptureWindow::ConfirmReplace(const std::string& path) {
+  QMessageBox question(QMessageBox::Warning, "Replace the movie?",
+                       QString::fromStdString(path) + " exists already.\nRecording now replaces it: what it holds is lost.",
+                       QMessageBox::Yes | QMessageBox::No, this);
+  question.setObjectName("replaceMovie");
+  question.button(QMessageBox::Yes)->setText("Replace");
+  question.button(QMessageBox::No)->setText("Keep it");
+  question.setDefaultButton(QMessageBox::No);
+  return question.exec() == QMessageBox::Yes;
 }
 
 void CaptureWindow::closeEvent(QCloseEvent* event) {

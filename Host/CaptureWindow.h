@@ -61,6 +61,9 @@ class CaptureWindow : public QMainWindow {
   void Service();
   void PlacePreview();
   void ShowStatus(const std::string& text);
+  // Asks whether the movie at path may be replaced: true for Replace, false for Keep it (the
+  // default).
+  bool ConfirmReplace(const std::string& path);
   // The take's figures from the plug-in (every 250 ms while recording).
   void RefreshTake();
   // The disk's recording time and, while recording, the dropped frames the movie holds so

@@ -1,10 +1,13 @@
 // kestrin-capture gui: the capture window, with options for unattended screenshots.
 #include "Host/GuiCommand.h"
 
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+
+#include <atomic>
 
 #include <QApplication>
 #include <QDialog>
@@ -31,6 +34,30 @@ const char kGuiUsage[] =
 int GuiUsage(const std::string& problem) {
   fprintf(stderr, "kestrin-capture: %s\n%s", problem.c_str(), kGuiUsage);
   return 2;
+}
+
+std::atomic<bool> sQuit{false};
+
+void QuitOnSignal(int) {
+  sQuit = true;
+}
+
+// Ctrl-C in the terminal the window was started from, its hang-up or a kill end a take as
+// the Stop button does, then close the window: the movie is finished, not cut off.
+void CloseOnSignals(CaptureWindow& window) {
+  struct sigaction action = {};
+  action.sa_handler = QuitOnSignal;
+  sigemptyset(&action.sa_mask);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaction(signal, &action, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  QTimer* watch = new QTimer(&window);
+  watch->setInterval(100);
+  QObject::connect(watch, &QTimer::timeout, &window, [&window] {
+    if (!sQuit) return;
+    window.close();  // stops a take first
+    QApplication::quit();
+  });
+  watch->start();
 }
 
 // The options dialog, while it is shown.
@@ -94,11 +121,10 @@ int RunCaptureWindow(int argc, char** argv) {
   char* qtArgv[] = {const_cast<char*>("kestrin-capture"), nullptr};
   QApplication application(qtArgc, qtArgv);
 
-  CaptureSettings settings;
-  if (!LoadHostSettings(settings) || settings.signature != kCaptureSettingsSignature ||
-      settings.version != kCaptureSettingsVersion) {
-    settings.SetDefaults();
-  }
+  // Settings the plug-in cannot record with are said, and the window shows the defaults.
+  std::string settingsProblem;
+  CaptureSettings settings = HostSettingsOrDefaults(&settingsProblem);
+  if (!settingsProblem.empty()) fprintf(stderr, "kestrin-capture: warning: %s: the window starts with the defaults\n", settingsProblem.c_str());
   PluginHost host;
   std::string loaded = host.Load(bundle);
   if (!loaded.empty()) {
@@ -108,6 +134,7 @@ int RunCaptureWindow(int argc, char** argv) {
   int status = 0;
   {
     CaptureWindow window(host, settings, movie, grey);
+    CloseOnSignals(window);
     window.show();
     std::string failure = window.Start();
     if (!failure.empty()) {

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -26,6 +27,25 @@ bool LoadHostSettings(CaptureSettings& settings) {
   if (!whole) return false;
   settings = read;
   return true;
+}
+
+CaptureSettings HostSettingsOrDefaults(std::string* problem) {
+  CaptureSettings settings;
+  const std::string path = HostSettingsPath();
+  struct stat info;
+  const bool there = stat(path.c_str(), &info) == 0;
+  if (LoadHostSettings(settings) && settings.IsRecordable()) return settings;
+  if (there && problem) {
+    *problem = "the settings in " + path + " are not valid (" +
+               (!S_ISREG(info.st_mode) || info.st_size != static_cast<off_t>(sizeof settings)
+                    ? "it is not a " + std::to_string(sizeof settings) + "-byte settings record"
+                    : settings.signature != kCaptureSettingsSignature || settings.version != kCaptureSettingsVersion
+                          ? std::string("it is not signed as settings of this version")
+                          : std::string("no standard and format make its values")) +
+               ")";
+  }
+  settings.SetDefaults();
+  return settings;
 }
 
 std::string SaveHostSettings(const CaptureSettings& settings) {

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Movie/MovieLock.h"
+
 namespace KTN {
 
 bool MoviePath::MakeAbsolute(std::string& path, std::string* problem) {
@@ -23,13 +25,26 @@ std::string MoviePath::Problem(const std::string& path) {
   if (path.empty()) return "no movie path was given";
   if (path.find_first_of("\n\r") != std::string::npos) return "a movie path cannot hold a line break";
   struct stat info;
-  if (stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return "it is a folder";
+  if (stat(path.c_str(), &info) == 0) {
+    if (S_ISDIR(info.st_mode)) return "it is a folder";
+    if (S_ISFIFO(info.st_mode)) return "it is a FIFO, not a regular file";
+    if (S_ISCHR(info.st_mode) || S_ISBLK(info.st_mode)) return "it is a device, not a regular file";
+    if (S_ISSOCK(info.st_mode)) return "it is a socket, not a regular file";
+    if (!S_ISREG(info.st_mode)) return "it is not a regular file";
+    std::string writer = MovieLock::Holder(path);
+    if (!writer.empty()) return "it is being written by " + writer;
+  }
   std::string folder = path.substr(0, path.rfind('/'));
   if (folder.empty()) folder = "/";
   if (stat(folder.c_str(), &info) != 0) return "there is no folder " + folder;
   if (!S_ISDIR(info.st_mode)) return folder + " is not a folder";
   if (access(folder.c_str(), W_OK) != 0) return std::string("cannot write in ") + folder + ": " + strerror(errno);
   return "";
+}
+
+bool MoviePath::Exists(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
 }  // namespace KTN

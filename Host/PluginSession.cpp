@@ -2,11 +2,15 @@
 #include "Host/PluginSession.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <iconv.h>
+#include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Host/RecordingRate.h"
+#include "Movie/MovieLock.h"
 #include "Movie/MovieSummary.h"
 #include "Util/Log.h"
 
@@ -30,6 +34,18 @@ std::string Convert(const char* to, const char* from, const char* bytes, size_t 
   return out;
 }
 
+// The card's own results, as its device API names them.
+struct DeviceResult {
+  uint32_t value;
+  const char* name;
+};
+const DeviceResult kDeviceResults[] = {
+    {0x80000001u, "kVeldranNotImplemented"}, {0x80000002u, "kVeldranFail"},
+    {0x80000003u, "kVeldranInvalidArg"},     {0x80000004u, "kVeldranOutOfMemory"},
+    {0x80000005u, "kVeldranNoInterface"},    {0x80000006u, "kVeldranNotFound"},
+    {0x80000007u, "kVeldranBusy"},
+};
+
 recMemoryFuncs* Memory(PluginHost& host) {
   return host.StdParms()->funcs->memoryFuncs;
 }
@@ -50,7 +66,21 @@ std::string PluginSession::Describe(int32_t rc) {
     case EPIPE: return "the recording server stopped taking commands (" + std::to_string(EPIPE) + ")";
     case ETIMEDOUT: return "the recording server hung and was ended (" + std::to_string(ETIMEDOUT) + ")";
     case 45: return "the card cannot capture this standard in this format (45)";
-    default: return "error " + std::to_string(rc);
+    default: break;
+  }
+  // The card's failures have the high bit set: in hexadecimal, as its device API writes them.
+  if (rc < 0) {
+    char hex[16];
+    snprintf(hex, sizeof hex, "0x%08x", static_cast<uint32_t>(rc));
+    for (const DeviceResult& known : kDeviceResults) {
+      if (known.value == static_cast<uint32_t>(rc)) return std::string("the card answered ") + hex + " (" + known.name + ")";
+    }
+    return std::string("the card answered ") + hex;
+  }
+  switch (rc) {
+    case EBUSY: return "the movie is being written by another process (16)";
+    case EEXIST: return "the movie exists already (17)";
+    default: return "error " + std::to_string(rc) + " (" + strerror(rc) + ")";
   }
 }
 
@@ -183,10 +213,14 @@ std::string PluginSession::StartRecording(const RecordRequest& request) {
   mMoviePath = request.moviePath;
   mMovieRemoved = false;
   mFailed = false;
+  mRecording = true;  // prepared: from here on the take is stopped and closed, whatever happens
   rc = mHost.Call(recmod_StartRecord, mInstance, reinterpret_cast<intptr_t>(&reply));
-  if (rc != rmNoErr) return "cannot start the recording: " + Describe(rc);
+  if (rc != rmNoErr) {
+    // The movie prepared for it holds nothing: it goes with the take.
+    StopRecording();
+    return "cannot start the recording: " + Describe(rc);
+  }
   mStartTimecode = reply.startTimecode;
-  mRecording = true;
   return std::string();
 }
 
@@ -209,15 +243,21 @@ std::string PluginSession::StopRecording() {
   if (!failure.empty() || mFailed || mFrames > 0) return failure;
   // Without a single sample the server has nothing to index: the movie is its headers alone,
   // which no reader would call a take.
+  // Under the movie's lock, so that a take another process has begun on the path since is
+  // never taken for this one's empty movie.
+  int fd = open(mMoviePath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return failure;
+  struct stat info;
   MovieSummary summary;
-  if (summary.Read(mMoviePath) == 0 && summary.layout != MovieSummary::Layout::kNotAMovie && summary.pictures == 0 &&
-      summary.soundFrames == 0) {
+  if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && MovieLock::TryLock(fd) == 0 && summary.Read(mMoviePath) == 0 &&
+      summary.layout != MovieSummary::Layout::kNotAMovie && summary.pictures == 0 && summary.soundFrames == 0) {
     if (unlink(mMoviePath.c_str()) == 0) {
       mMovieRemoved = true;
     } else {
       KTN_LOG("unlink(%s) of the empty movie failed: %s", mMoviePath.c_str(), strerror(errno));
     }
   }
+  close(fd);
   return failure;
 }
 

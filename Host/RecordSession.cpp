@@ -7,9 +7,11 @@
 #include <thread>
 
 #include "Host/InPointStatus.h"
+#include "Host/KeptMovie.h"
 #include "Host/ProgressDisplay.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
+#include "Movie/TimecodeTrack.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
@@ -121,7 +123,16 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     if (mShowProgress) progress.Finish();
     failure = session.StopRecording();
     if (!failure.empty()) fail(10, failure);
-    if (serviceFailure) outcome.error = serviceFailure->Line(request.moviePath, untimed ? std::string() : StartOf(request, session));
+    const std::string firstFrame = untimed ? std::string() : StartOf(request, session);
+    if (serviceFailure) outcome.error = serviceFailure->Line(request.moviePath, firstFrame);
+    // A take the plug-in called stopped is finished only when its movie says so: its index
+    // and its timecode are written after the last frame, where a removed folder, a full disk
+    // or a file made read-only can still stop them.
+    if (!outcome.exitCode && !session.MovieRemoved()) {
+      const bool timed = TimecodeTrack::CountableRate(mSettings.frameDuration, mSettings.timeScale);
+      std::string incomplete = KeptMovie(request.moviePath, timed ? firstFrame : std::string()).Incomplete();
+      if (!incomplete.empty()) fail(12, incomplete);
+    }
   }
   outcome.frames = session.FramesRecorded();
   outcome.status = session.StatusText();

@@ -7,6 +7,7 @@
 
 #include <QApplication>
 #include <QImage>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
 
@@ -29,6 +30,15 @@ UnattendedRun::UnattendedRun(CaptureWindow& window, int64_t frames, std::string 
 }
 
 void UnattendedRun::Poll() {
+  // A question the window asks (whether to replace an existing movie) is answered with its
+  // safe default, and written down with the labels.
+  for (QWidget* widget : QApplication::topLevelWidgets()) {
+    QMessageBox* question = qobject_cast<QMessageBox*>(widget);
+    if (!question || !question->isVisible()) continue;
+    AppendLabels("question: " + question->text().replace('\n', ' ').toStdString() + "\n");
+    question->button(QMessageBox::No) ? question->button(QMessageBox::No)->click() : question->reject();
+    return;
+  }
   WriteLabels();
   if (mFrames <= 0) return;
   if (mState == State::kIdle && mClock.elapsed() >= 1000) {
@@ -68,6 +78,13 @@ void UnattendedRun::WriteLabels() {
   std::string texts = mWindow.ReadoutSnapshot();
   if (texts == mLastTexts) return;
   mLastTexts = texts;
+  char heading[64];
+  snprintf(heading, sizeof heading, "snapshot %.2f %s\n", mClock.elapsed() / 1000.0, mWindow.Recording() ? "recording" : "idle");
+  AppendLabels(heading + texts + "\n");
+}
+
+void UnattendedRun::AppendLabels(const std::string& text) {
+  if (mLabelsPath.empty()) return;
   FILE* file = fopen(mLabelsPath.c_str(), "a");
   if (!file) {
     fprintf(stderr, "kestrin-capture: cannot write the labels to %s\n", mLabelsPath.c_str());
@@ -75,8 +92,7 @@ void UnattendedRun::WriteLabels() {
     mLabelsPath.clear();
     return;
   }
-  fprintf(file, "snapshot %.2f %s\n%s\n", mClock.elapsed() / 1000.0, mWindow.Recording() ? "recording" : "idle",
-          texts.c_str());
+  fputs(text.c_str(), file);
   fclose(file);
 }
 

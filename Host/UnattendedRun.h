@@ -19,7 +19,8 @@ class CaptureWindow;
 // of "name: text" lines after a heading "snapshot SECONDS recording|idle", each ended by an
 // empty line; the window is saved as recordingShot just before Stop and as windowShot when
 // the application quits. An empty path leaves that out. What fails is said in one line on
-// standard error and sets status to 4.
+// standard error and sets status to 4. A question the window asks is answered with its
+// default (keep what is there), as a "question: TEXT" line among the labels.
 class UnattendedRun : public QObject {
  public:
   UnattendedRun(CaptureWindow& window, int64_t frames, std::string labelsPath, std::string recordingShot,
@@ -31,6 +32,8 @@ class UnattendedRun : public QObject {
   void Poll();
   void Click(const char* name);
   void WriteLabels();
+  // Appends text to the labels file (if one is kept).
+  void AppendLabels(const std::string& text);
   void SaveWindow(const std::string& path);
   void Finish();
 

@@ -1,5 +1,6 @@
 // kestrin-capture: drives the Kestrin Capture plug-in the way the video editor does.
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -9,6 +10,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -20,7 +23,9 @@
 #include "Host/PluginHost.h"
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
+#include "Host/TimecodeText.h"
 #include "Host/WholeNumber.h"
+#include "Movie/MovieLock.h"
 #include "Movie/MovieStamp.h"
 #include "Movie/MovieSummary.h"
 #include "Server/MovieFinisher.h"
@@ -38,10 +43,22 @@ void StopOnSignal(int) {
   sStop = true;
 }
 
+// Ctrl-C and Ctrl-\ of the terminal, its hang-up and an ordinary kill end the take as the
+// Stop button does: the movie is finished with its index and timecode.
+void StopTakeOnSignals() {
+  struct sigaction action = {};
+  action.sa_handler = StopOnSignal;
+  sigemptyset(&action.sa_mask);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaction(signal, &action, nullptr);
+  // A reader of standard error that is gone (a pipe to tee, ended by the same Ctrl-C) makes
+  // a failed write, not the end of the take.
+  signal(SIGPIPE, SIG_IGN);
+}
+
 const char kUsage[] =
     "usage: kestrin-capture record -o MOVIE [--standard NAME|ROW] [--format NAME|ROW] [--channels 2|8|16]\n"
     "                              [--bits 16|24|32] [--frames N | --seconds S] [--in HH:MM:SS:FF]\n"
-    "                              [--abort-on-drop] [--no-audio] [--plugin BUNDLE]\n"
+    "                              [--abort-on-drop] [--no-audio] [-y|--overwrite] [--plugin BUNDLE]\n"
     "       kestrin-capture info\n"
     "       kestrin-capture repair [--timecode HH:MM:SS:FF] [--fields tt|bb|progressive] MOVIE\n"
     "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
@@ -101,7 +118,7 @@ int Record(int argc, char** argv) {
   std::string movie, standardText, formatText, inText, bundle = PluginHost::DefaultBundlePath();
   long channels = 0, bits = 0, frames = 0;
   double seconds = 0;
-  bool abortOnDrop = false, noAudio = false;
+  bool abortOnDrop = false, noAudio = false, overwrite = false;
   for (int i = 0; i < argc; ++i) {
     std::string option = argv[i];
     auto value = [&](const char* name) -> const char* {
@@ -131,7 +148,8 @@ int Record(int argc, char** argv) {
       if (!(text = value("--frames")) || !ParseWhole(text, 1, 0x7FFFFFFE, frames)) return Usage("--frames must be a whole number from 1");
     } else if (option == "--seconds") {
       char* end = nullptr;
-      if (!(text = value("--seconds")) || (seconds = strtod(text, &end)) <= 0 || *end || seconds > 86400) {
+      if (!(text = value("--seconds")) || !*text || (seconds = strtod(text, &end), *end) || !std::isfinite(seconds) ||
+          seconds <= 0 || seconds > 86400) {
         return Usage("--seconds must be a number of seconds above 0, at most a day");
       }
     } else if (option == "--in") {
@@ -141,6 +159,8 @@ int Record(int argc, char** argv) {
       abortOnDrop = true;
     } else if (option == "--no-audio") {
       noAudio = true;
+    } else if (option == "-y" || option == "--overwrite") {
+      overwrite = true;
     } else if (option == "--plugin") {
       if (!(text = value("--plugin"))) return Usage("--plugin needs a bundle path");
       bundle = text;
@@ -154,16 +174,22 @@ int Record(int argc, char** argv) {
   if (frames && seconds > 0) return Usage("give --frames or --seconds, not both");
   if (movie.find_first_of("\n\r") != std::string::npos) return Usage("a movie path cannot hold a line break");
   pathProblem = MoviePath::Problem(movie);
+  if (pathProblem.empty() && !overwrite && MoviePath::Exists(movie)) {
+    pathProblem = "it exists already (give -y or --overwrite to replace it)";
+  }
   if (!pathProblem.empty()) {
     fprintf(stderr, "kestrin-capture: cannot record to %s: %s\n", movie.c_str(), pathProblem.c_str());
     return 5;
   }
 
-  // The blob the editor keeps with its preferences; options change it.
-  CaptureSettings settings;
-  if (!LoadHostSettings(settings) || settings.signature != kCaptureSettingsSignature ||
-      settings.version != kCaptureSettingsVersion) {
-    settings.SetDefaults();
+  // The blob the editor keeps with its preferences; options change it. One the plug-in
+  // cannot record with is not silently replaced: the take would not be what the user chose.
+  std::string settingsProblem;
+  CaptureSettings settings = HostSettingsOrDefaults(&settingsProblem);
+  if (!settingsProblem.empty() && (standardText.empty() || formatText.empty())) {
+    fprintf(stderr, "kestrin-capture: %s: give --standard and --format to replace them, or remove the file\n",
+            settingsProblem.c_str());
+    return 2;
   }
   if (!standardText.empty() || !formatText.empty() || channels || bits) {
     int standard = standardText.empty() ? CurrentStandard(settings) : FindStandard(standardText);
@@ -187,21 +213,21 @@ int Record(int argc, char** argv) {
   request.moviePath = movie;
   request.audio = !noAudio;
   request.abortOnDrop = abortOnDrop;
-  if (seconds > 0) frames = std::lround(seconds * frameRate / pairs);
+  if (seconds > 0) {
+    // A length shorter than one frame would round to no limit at all.
+    if (seconds * frameRate < 1 - 1e-9) {
+      return Usage("--seconds must be at least one frame (" + std::to_string(1 / frameRate).substr(0, 6) + " s at this standard)");
+    }
+    frames = std::max(1L, std::lround(seconds * frameRate / pairs));
+  }
   if (frames) request.frames = static_cast<int32_t>(frames);
   if (!inText.empty()) {
     if (!frames) return Usage("--in needs --frames or --seconds");
-    unsigned h, m, s, f;
-    char a, b, c;
-    if (sscanf(inText.c_str(), "%2u%c%2u%c%2u%c%2u", &h, &a, &m, &b, &s, &c, &f) != 7 || h > 23 || m > 59 || s > 59) {
-      return Usage("--in must be a timecode HH:MM:SS:FF");
-    }
+    const unsigned timecodeRate = static_cast<unsigned>(std::ceil(frameRate - 1e-9));
+    const bool dropFrame = settings.frameDuration == 1001 && (timecodeRate == 30 || timecodeRate == 60);
     Util::TimeCode tc = {};
-    tc.hours = static_cast<uint8_t>(h), tc.minutes = static_cast<uint8_t>(m), tc.seconds = static_cast<uint8_t>(s);
-    tc.frames = static_cast<uint8_t>(f);
-    tc.framesPerSecond = static_cast<uint8_t>(std::ceil(frameRate - 1e-9));
-    tc.dropFrame = settings.frameDuration == 1001 && (tc.framesPerSecond == 30 || tc.framesPerSecond == 60);
-    if (f >= tc.framesPerSecond) return Usage("--in has more frames than the standard counts");
+    std::string problem;
+    if (!ParseTimecodeText(inText, timecodeRate, dropFrame, tc, &problem)) return Usage("--in: " + problem);
     request.hasInPoint = true;
     request.timecodeRate = tc.framesPerSecond;
     request.dropFrame = tc.dropFrame;
@@ -215,8 +241,7 @@ int Record(int argc, char** argv) {
     fprintf(stderr, "kestrin-capture: %s\n", loaded.c_str());
     return 3;
   }
-  signal(SIGINT, StopOnSignal);
-  signal(SIGTERM, StopOnSignal);
+  StopTakeOnSignals();
   RecordSession session(host, settings, sStop, true);
   RecordOutcome outcome = session.Run(request);
   if (outcome.droppedFrames) fprintf(stderr, "kestrin-capture: WARNING: frames were dropped; their places in the movie are kept empty\n");
@@ -231,14 +256,6 @@ int Record(int argc, char** argv) {
   printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
          outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
   return 0;
-}
-
-// A timecode as the user types it: "HH:MM:SS:FF", or ';' before the frames at drop frame.
-bool IsTimecodeText(const std::string& text) {
-  unsigned h, m, sec, f;
-  char a, b, c;
-  return text.size() == 11 && sscanf(text.c_str(), "%2u%c%2u%c%2u%c%2u", &h, &a, &m, &b, &sec, &c, &f) == 7 && a == ':' &&
-         b == ':' && (c == ':' || c == ';') && h < 24 && m < 60 && sec < 60;
 }
 
 // Gives an interrupted recording its ordinary index, in place, and gives back what only the
@@ -265,6 +282,29 @@ int Repair(int argc, char** argv) {
   else if (fieldsText == "bb") stamp.fields = MovieStamp::Fields::kBottomFirst;
   else if (fieldsText == "progressive") stamp.fields = MovieStamp::Fields::kProgressive;
   else if (!fieldsText.empty()) return Usage("--fields must be tt, bb or progressive");
+  // Only a regular file that nobody is writing: a take still being recorded is finished by
+  // its own recording, and repairing it meanwhile would hide its index from it. The lock is
+  // held until the repair is done, so that no recording starts on the movie meanwhile.
+  int movieFd = open(movie.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (movieFd < 0) {
+    fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(), strerror(errno));
+    return 1;
+  }
+  std::unique_ptr<int, void (*)(int*)> movieLock(&movieFd, [](int* fd) { close(*fd); });
+  struct stat info;
+  if (fstat(movieFd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    fprintf(stderr, "kestrin-capture: cannot repair %s: it is not a regular file\n", movie.c_str());
+    return 1;
+  }
+  if (long rc = MovieLock::TryLock(movieFd)) {
+    std::string writer = MovieLock::Holder(movieFd);
+    fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(),
+            rc == EBUSY ? ("it is being written by " + (writer.empty() ? std::string("another process") : writer) +
+                           ": a take still being recorded is finished when its recording stops")
+                              .c_str()
+                        : strerror(static_cast<int>(rc)));
+    return 1;
+  }
   // Only a movie can be repaired: anything else would be left as it is and called sound.
   MovieSummary summary;
   if (long rc = summary.Read(movie)) {
