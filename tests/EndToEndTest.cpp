@@ -671,20 +671,6 @@ TEST_F(EndToEndTest, ASegmentLeftByAnotherUserIsNamedInOneLine) {
 
 // ---- Faults ----
 
-// The lines the host program wrote for its user (the diagnostics start with "***").
-std::vector<std::string> UserLines(const std::string& text) {
-  std::vector<std::string> lines;
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(start, end - start);
-    if (line.rfind("kestrin-capture:", 0) == 0) lines.push_back(line);
-    start = end + 1;
-  }
-  return lines;
-}
-
 bool SegmentsLeft() {
   for (const char* key : {kVideoShmKey, kAudioShmKey}) {
     if (fs::exists(std::string("/dev/shm/") + key)) return true;
@@ -725,8 +711,17 @@ TEST_F(EndToEndTest, HostProgramReportsAFullDiskInOneLineAndKeepsTheFrames) {
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_NE(0, WEXITSTATUS(status));
   std::string error = ReadText(host.errorFile);
-  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: recording failed: the disk is full (28)"}, UserLines(error))
-      << error;
+  // The line says the movie was kept, what it holds and the command that completes it.
+  std::vector<std::string> lines = UserLines(error);
+  ASSERT_EQ(1u, lines.size()) << error;
+  std::smatch said;
+  ASSERT_TRUE(std::regex_match(lines[0], said,
+                               std::regex("kestrin-capture: recording failed: the disk is full \\(28\\); the movie was kept "
+                                          "and holds ([0-9]+) frames?; kestrin-capture repair --timecode "
+                                          "'[0-9][0-9]:[0-9][0-9]:[0-9][0-9]:[0-9][0-9]' '" + disk.File("full.mov") +
+                                          "' completes it")))
+      << lines[0];
+  EXPECT_GE(std::stoi(said[1].str()), 1);
   ProbedMovie probed = ProbeMovie(movie, true);
   ASSERT_TRUE(probed.opened);
   EXPECT_TRUE(probed.decodedEveryVideoFrame);

@@ -182,6 +182,20 @@ int RunHostProgram(const std::vector<std::string>& arguments, const std::string&
 }
 
 
+// The lines the host program wrote for its user (the diagnostics start with "***").
+std::vector<std::string> UserLines(const std::string& text) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    std::string line = text.substr(start, end - start);
+    if (line.rfind("kestrin-capture:", 0) == 0) lines.push_back(line);
+    start = end + 1;
+  }
+  return lines;
+}
+
 TerminalProgram::~TerminalProgram() {
   if (mPid > 0 && !mEnded) {
     kill(mPid, SIGKILL);

@@ -41,6 +41,9 @@ int RunHostProgram(const std::vector<std::string>& arguments, const std::string&
 // wrote there, and its exit status (-1 if it has not ended within seconds).
 std::string RunOnATerminal(const std::vector<std::string>& arguments, double seconds, int& status);
 
+// The lines the host program wrote for its user (the diagnostics start with "***").
+std::vector<std::string> UserLines(const std::string& text);
+
 // The host program in a terminal of its own, as a user runs it in a terminal window: a new
 // session whose controlling terminal is a pseudo-terminal, with standard input, output and
 // error on it. A key typed there (Ctrl-C) makes the terminal signal the whole foreground
