@@ -255,6 +255,28 @@ TEST_F(CaptureWindowTest, IdleItShowsTheSettingsAndTheDisksRecordingTime) {
   EXPECT_FALSE(QImage(QString::fromStdString(shot)).isNull()) << shot;
 }
 
+// Record on an existing movie asks first; its default, Keep it, records nothing and leaves the
+// earlier take as it was.
+TEST_F(CaptureWindowTest, RecordingOverAnExistingMovieAsksAndKeepsItByDefault) {
+  StoreSettings(4, 0, 2, 16);  // PAL 4x3, 2vuy
+  std::string labels = mFolder + "/labels.txt", movie = mFolder + "/earlier.mov";
+  { std::ofstream(movie) << "an earlier take"; }
+  // The unattended run answers the question with its default, so the take never starts.
+  EXPECT_EQ(4, RunWindow({"-o", movie, "--record-frames", "5", "--labels", labels, "--quit-after", "30"}));
+  std::string written;
+  {
+    std::ifstream file(labels);
+    written.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  }
+  EXPECT_NE(std::string::npos, written.find("question: " + movie + " exists already. Recording now replaces it")) << written;
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_FALSE(snapshots.empty()) << labels;
+  EXPECT_EQ("Not recorded: " + movie + " exists already, and was kept", snapshots.back().Label("status"));
+  std::ifstream kept(movie);
+  std::string text((std::istreambuf_iterator<char>(kept)), std::istreambuf_iterator<char>());
+  EXPECT_EQ("an earlier take", text);
+}
+
 TEST_F(CaptureWindowTest, ADiskOfLessThanFiveMinutesIsShownAsAWarning) {
   Util::SmallDisk small("16m");
   if (!small.Mounted()) GTEST_SKIP() << "a small disk needs root: " << strerror(small.Error());
