@@ -32,7 +32,7 @@ namespace fs = std::filesystem;
   _exit(127);
 }
 
-Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder) {
+Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder, uid_t user) {
   Child child;
   child.errorFile = folder + "/stderr.txt";
   child.pid = fork();
@@ -41,9 +41,20 @@ Child StartHostProgram(const std::vector<std::string>& arguments, const std::str
     dup2(error, 2);
     int null = open("/dev/null", O_WRONLY);
     dup2(null, 1);
+    if (user != static_cast<uid_t>(-1) && (setgid(user) != 0 || setuid(user) != 0)) _exit(126);
     ExecHostProgram(arguments);
   }
   return child;
+}
+
+int StopWith(pid_t pid, int signal, double seconds) {
+  kill(pid, signal);
+  int status = WaitFor(pid, seconds);
+  if (status == -1) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
+  return status;
 }
 
 // The child's exit status, or -1 if it has not ended within seconds.

@@ -16,8 +16,14 @@ struct Child {
 // In a forked child: becomes the host program with arguments.
 [[noreturn]] void ExecHostProgram(const std::vector<std::string>& arguments);
 
-// The host program with its standard error in folder/stderr.txt and its output thrown away.
-Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder);
+// The host program with its standard error in folder/stderr.txt and its output thrown away;
+// run as user (with the same number as its group) when one is given, which needs root.
+Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder,
+                       uid_t user = static_cast<uid_t>(-1));
+
+// Sends the child signal and waits for its end: its exit status, or -1 when it has not ended
+// within seconds (it is then killed).
+int StopWith(pid_t pid, int signal, double seconds);
 
 // The child's exit status, or -1 if it has not ended within seconds.
 int WaitFor(pid_t pid, double seconds);

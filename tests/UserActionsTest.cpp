@@ -68,6 +68,15 @@ void ExpectFinished(const std::string& movie) {
   EXPECT_TRUE(summary.hasTimecode) << movie;
 }
 
+// A take stopped by the user: the program ended by itself with status 0, saying it recorded.
+void ExpectStoppedAndRecorded(int status, const std::string& said) {
+  ASSERT_NE(-1, status) << "the host program hung: " << said;
+  ASSERT_TRUE(WIFEXITED(status)) << said;
+  EXPECT_EQ(0, WEXITSTATUS(status)) << said;
+  EXPECT_NE(std::string::npos, said.find("Recorded ")) << said;
+  EXPECT_EQ(std::string::npos, said.find("failed")) << said;
+}
+
 class UserActionsTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -92,12 +101,7 @@ TEST_F(UserActionsTest, CtrlCInATerminalStopsTheTakeAndKeepsIt) {
   ASSERT_TRUE(host.Start(Record(movie, {"--seconds", "30"})));
   ASSERT_TRUE(Written(movie, 10)) << host.Text();
   host.Type("\x03");
-  int status = host.Finish(60);
-  ASSERT_NE(-1, status) << "the host program hung: " << host.Text();
-  ASSERT_TRUE(WIFEXITED(status)) << host.Text();
-  EXPECT_EQ(0, WEXITSTATUS(status)) << host.Text();
-  EXPECT_NE(std::string::npos, host.Text().find("Recorded ")) << host.Text();
-  EXPECT_EQ(std::string::npos, host.Text().find("failed")) << host.Text();
+  ExpectStoppedAndRecorded(host.Finish(60), host.Text());
   ExpectFinished(movie);
   EXPECT_LT(Summary(movie).pictures, 30u * 25u) << "stopped early, not at the time bound";
 }
@@ -123,7 +127,7 @@ TEST_F(UserActionsTest, AClosedTerminalStopsTheTakeAndKeepsIt) {
   TerminalProgram host;
   ASSERT_TRUE(host.Start(Record(movie, {"--seconds", "30"})));
   ASSERT_TRUE(Written(movie, 10)) << host.Text();
-  host.HangUp();
+  host.HangUp();  // what it says afterwards goes nowhere: the movie tells
   int status = host.Finish(60);
   ASSERT_NE(-1, status) << "the host program hung";
   ASSERT_TRUE(WIFEXITED(status));
@@ -136,12 +140,7 @@ TEST_F(UserActionsTest, AKillStopsTheTakeAndKeepsIt) {
   const std::string movie = mFolder + "/terminated.mov";
   Child host = StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder);
   ASSERT_TRUE(Written(movie, 10));
-  kill(host.pid, SIGTERM);
-  int status = WaitFor(host.pid, 60);
-  if (status == -1) kill(host.pid, SIGKILL), waitpid(host.pid, nullptr, 0);
-  ASSERT_NE(-1, status) << "the host program hung";
-  ASSERT_TRUE(WIFEXITED(status)) << ReadText(host.errorFile);
-  EXPECT_EQ(0, WEXITSTATUS(status)) << ReadText(host.errorFile);
+  ExpectStoppedAndRecorded(StopWith(host.pid, SIGTERM, 60), ReadText(host.errorFile));
   ExpectFinished(movie);
 }
 
@@ -167,11 +166,7 @@ TEST_F(UserActionsTest, ATakeBeingRecordedIsRefusedToRepairAndToASecondRecording
   EXPECT_EQ(5, WEXITSTATUS(status)) << error;
   EXPECT_NE(std::string::npos, error.find("cannot record to " + movie + ": " + writer)) << error;
 
-  kill(first.pid, SIGTERM);
-  status = WaitFor(first.pid, 60);
-  if (status == -1) kill(first.pid, SIGKILL), waitpid(first.pid, nullptr, 0);
-  ASSERT_TRUE(WIFEXITED(status)) << ReadText(first.errorFile);
-  EXPECT_EQ(0, WEXITSTATUS(status)) << ReadText(first.errorFile);
+  ExpectStoppedAndRecorded(StopWith(first.pid, SIGTERM, 60), ReadText(first.errorFile));
   ExpectFinished(movie);
   // Its frames are all there: the refused tools touched nothing.
   MovieSummary summary = Summary(movie);
@@ -227,9 +222,7 @@ TEST_F(UserActionsTest, AFolderRemovedMidTakeIsAFailureOfItsOwn) {
   Child host = StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder);
   ASSERT_TRUE(Written(movie, 10));
   fs::remove_all(folder);
-  kill(host.pid, SIGTERM);
-  int status = WaitFor(host.pid, 60);
-  if (status == -1) kill(host.pid, SIGKILL), waitpid(host.pid, nullptr, 0);
+  int status = StopWith(host.pid, SIGTERM, 60);
   ASSERT_TRUE(WIFEXITED(status));
   const std::string error = ReadText(host.errorFile);
   EXPECT_EQ(12, WEXITSTATUS(status)) << error;
@@ -247,21 +240,10 @@ TEST_F(UserActionsTest, AMovieMadeReadOnlyMidTakeIsNotCalledComplete) {
   const uid_t nobody = 65534;
   ASSERT_EQ(0, chown(mFolder.c_str(), nobody, nobody));
   const std::string movie = mFolder + "/read-only.mov";
-  Child host;
-  host.errorFile = mFolder + "/stderr.txt";
-  host.pid = fork();
-  if (host.pid == 0) {
-    int error = open(host.errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    dup2(error, 2);
-    if (setgid(nobody) != 0 || setuid(nobody) != 0) _exit(126);
-    std::vector<std::string> arguments = Record(movie, {"--seconds", "30"});
-    ExecHostProgram(arguments);
-  }
+  Child host = StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder, nobody);
   ASSERT_TRUE(Written(movie, 10)) << ReadText(host.errorFile);
   ASSERT_EQ(0, chmod(movie.c_str(), 0444));
-  kill(host.pid, SIGTERM);
-  int status = WaitFor(host.pid, 60);
-  if (status == -1) kill(host.pid, SIGKILL), waitpid(host.pid, nullptr, 0);
+  int status = StopWith(host.pid, SIGTERM, 60);
   ASSERT_TRUE(WIFEXITED(status));
   const std::string error = ReadText(host.errorFile);
   EXPECT_EQ(12, WEXITSTATUS(status)) << error;
