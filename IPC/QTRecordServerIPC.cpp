@@ -31,33 +31,34 @@ using Server = QTRecordServerIPC;
 struct ServerCommand {
   const char* const* word;
   bool needsArgument;
+  bool setter;  // changes the configuration the next Prepare takes
   long (*dispatch)(Server& server, const char* argument);
 };
 
 // In dispatch order; "Exit" is handled before the table because it only stops the loop.
 const ServerCommand kServerCommands[] = {
-    {&cmdGetCodecManufacturer, true, [](Server& s, const char* a) { return s.GetCodecManufacturer(Int32(a)); }},
-    {&cmdBegin, false, [](Server& s, const char*) { return s.Begin(); }},
-    {&cmdSetVideoEnabled, true, [](Server& s, const char* a) { return s.SetVideoEnabled(Flag(a)); }},
-    {&cmdSetVideoDuration, true, [](Server& s, const char* a) { return s.SetVideoDuration(Int64(a)); }},
-    {&cmdSetVideoTimescale, true, [](Server& s, const char* a) { return s.SetVideoTimescale(Int64(a)); }},
-    {&cmdSetVideoWidth, true, [](Server& s, const char* a) { return s.SetVideoWidth(Int32(a)); }},
-    {&cmdSetVideoHeight, true, [](Server& s, const char* a) { return s.SetVideoHeight(Int32(a)); }},
-    {&cmdSetPixelAspectRatioX, true, [](Server& s, const char* a) { return s.SetPixelAspectRatioX(Int32(a)); }},
-    {&cmdSetPixelAspectRatioY, true, [](Server& s, const char* a) { return s.SetPixelAspectRatioY(Int32(a)); }},
-    {&cmdSetVideoCodecType, true, [](Server& s, const char* a) { return s.SetVideoCodecType(Int32(a)); }},
-    {&cmdSetVideoCodecVendor, true, [](Server& s, const char* a) { return s.SetVideoCodecVendor(Int32(a)); }},
-    {&cmdSetVideoCodecQuality, true, [](Server& s, const char* a) { return s.SetVideoCodecQuality(Int32(a)); }},
-    {&cmdSetAudioEnabled, true, [](Server& s, const char* a) { return s.SetAudioEnabled(Flag(a)); }},
-    {&cmdSetAudioChannels, true, [](Server& s, const char* a) { return s.SetAudioChannels(Int32(a)); }},
-    {&cmdSetAudioType, true, [](Server& s, const char* a) { return s.SetAudioType(Int32(a)); }},
-    {&cmdSetAudioRate, true, [](Server& s, const char* a) { return s.SetAudioRate(Int32(a)); }},
-    {&cmdSetFilePath, true, [](Server& s, const char* a) { return s.SetFilePath(a); }},
-    {&cmdPrepare, false, [](Server& s, const char*) { return s.Prepare(); }},
-    {&cmdMapVideo, true, [](Server& s, const char* a) { return s.MapVideo(UInt64(a)); }},
-    {&cmdMapAudio, true, [](Server& s, const char* a) { return s.MapAudio(UInt64(a)); }},
-    {&cmdStop, false, [](Server& s, const char*) { return s.Stop(); }},
-    {&cmdSkipVideo, true, [](Server& s, const char* a) { return s.SkipVideo(UInt64(a)); }},
+    {&cmdGetCodecManufacturer, true, false, [](Server& s, const char* a) { return s.GetCodecManufacturer(Int32(a)); }},
+    {&cmdBegin, false, false, [](Server& s, const char*) { return s.Begin(); }},
+    {&cmdSetVideoEnabled, true, true, [](Server& s, const char* a) { return s.SetVideoEnabled(Flag(a)); }},
+    {&cmdSetVideoDuration, true, true, [](Server& s, const char* a) { return s.SetVideoDuration(Int64(a)); }},
+    {&cmdSetVideoTimescale, true, true, [](Server& s, const char* a) { return s.SetVideoTimescale(Int64(a)); }},
+    {&cmdSetVideoWidth, true, true, [](Server& s, const char* a) { return s.SetVideoWidth(Int32(a)); }},
+    {&cmdSetVideoHeight, true, true, [](Server& s, const char* a) { return s.SetVideoHeight(Int32(a)); }},
+    {&cmdSetPixelAspectRatioX, true, true, [](Server& s, const char* a) { return s.SetPixelAspectRatioX(Int32(a)); }},
+    {&cmdSetPixelAspectRatioY, true, true, [](Server& s, const char* a) { return s.SetPixelAspectRatioY(Int32(a)); }},
+    {&cmdSetVideoCodecType, true, true, [](Server& s, const char* a) { return s.SetVideoCodecType(Int32(a)); }},
+    {&cmdSetVideoCodecVendor, true, true, [](Server& s, const char* a) { return s.SetVideoCodecVendor(Int32(a)); }},
+    {&cmdSetVideoCodecQuality, true, true, [](Server& s, const char* a) { return s.SetVideoCodecQuality(Int32(a)); }},
+    {&cmdSetAudioEnabled, true, true, [](Server& s, const char* a) { return s.SetAudioEnabled(Flag(a)); }},
+    {&cmdSetAudioChannels, true, true, [](Server& s, const char* a) { return s.SetAudioChannels(Int32(a)); }},
+    {&cmdSetAudioType, true, true, [](Server& s, const char* a) { return s.SetAudioType(Int32(a)); }},
+    {&cmdSetAudioRate, true, true, [](Server& s, const char* a) { return s.SetAudioRate(Int32(a)); }},
+    {&cmdSetFilePath, true, true, [](Server& s, const char* a) { return s.SetFilePath(a); }},
+    {&cmdPrepare, false, false, [](Server& s, const char*) { return s.Prepare(); }},
+    {&cmdMapVideo, true, false, [](Server& s, const char* a) { return s.MapVideo(UInt64(a)); }},
+    {&cmdMapAudio, true, false, [](Server& s, const char* a) { return s.MapAudio(UInt64(a)); }},
+    {&cmdStop, false, false, [](Server& s, const char*) { return s.Stop(); }},
+    {&cmdSkipVideo, true, false, [](Server& s, const char* a) { return s.SkipVideo(UInt64(a)); }},
 };
 
 }  // namespace
@@ -70,6 +71,9 @@ long QTRecordServerIPC::Execute(const char* command, const char* argument, bool*
   for (const ServerCommand& row : kServerCommands) {
     if (strcmp(command, *row.word) != 0) continue;
     if (row.needsArgument && !argument) break;
+    if (row.setter) {
+      if (long rc = AcceptSetting(command)) return rc;
+    }
     return row.dispatch(*this, argument);
   }
   KTN_LOG("Can't dispatch cmd \"%s\" with arg \"%s\"", command, argument ? argument : "(null)");
@@ -88,6 +92,11 @@ long QTRecordServerIPC::SetVideoCodecQuality(int quality) { mVideoCodecQuality =
 long QTRecordServerIPC::SetAudioChannels(int channels) { mAudioChannels = channels; return 0; }
 long QTRecordServerIPC::SetAudioType(int bitsPerSample) { mAudioType = bitsPerSample; return 0; }
 long QTRecordServerIPC::SetAudioRate(int rate) { mAudioRate = rate; return 0; }
+
+long QTRecordServerIPC::AcceptSetting(const char* command) {
+  (void)command;
+  return 0;
+}
 
 long QTRecordServerIPC::SkipVideo(unsigned long long frames) {
   KTN_LOG("This server keeps no time slots: %llu skipped frames refused", frames);

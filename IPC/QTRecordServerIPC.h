@@ -46,6 +46,11 @@ class QTRecordServerIPC : public SimpleServerIPC {
   virtual long InputEnded() = 0;
 
  protected:
+  // Asked before every setter command (command is its word) is dispatched: 0 lets it
+  // change the configuration, anything else is its answer and the setter is not called.
+  // 0 here; a server that must not change settings under an open recording refuses.
+  virtual long AcceptSetting(const char* command);
+
   int64_t mVideoDuration = 0;   // one frame, in mVideoTimescale units
   int64_t mVideoTimescale = 0;  // units per second
   int32_t mVideoWidth = 0;

@@ -1,9 +1,12 @@
 // Tests of the server's command dispatch and loop.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <climits>
 #include <string>
 
+#include "IPC/Pipe.h"
 #include "IPC/QTRecordServerIPC.h"
 #include "IPC/TestStreams.h"
 #include "Util/CapturedStderr.h"
@@ -151,6 +154,85 @@ TEST(QTRecordServerIPCTest, SkippedFrameSlotsAreDispatched) {
   CapturedStderr captured;
   EXPECT_EQ("SkipVideo 22\nExit 0\n", Serve(plain, "SkipVideo 1\nExit\n"));
   EXPECT_EQ("*** SkipVideo[#]: This server keeps no time slots: 1 skipped frames refused\n", captured.Text());
+}
+
+// A server that refuses every setter, as one with a recording open does.
+class FakeBusyServer : public FakeRecordingServer {
+ protected:
+  long AcceptSetting(const char* command) override {
+    mRefused += std::string(command) + ";";
+    return 22;
+  }
+
+ public:
+  std::string mRefused;
+};
+
+TEST(QTRecordServerIPCTest, ARefusedSettingIsAnsweredAndNotApplied) {
+  FakeBusyServer server;
+  EXPECT_EQ("SetVideoWidth 22\nSetFilePath 22\nSetVideoEnabled 22\nPrepare 0\nMapVideo 7\nStop 0\n",
+            Serve(server, "SetVideoWidth 1920\nSetFilePath /x.mov\nSetVideoEnabled 1\nPrepare\nMapVideo 10\nStop\n"));
+  EXPECT_EQ("SetVideoWidth;SetFilePath;SetVideoEnabled;", server.mRefused) << "asked once for each setter";
+  EXPECT_EQ(0, server.Width());
+  EXPECT_EQ("", server.mPath);
+  EXPECT_EQ("", server.mVideoEnabledCalls);
+  EXPECT_EQ("Prepare;Stop;", server.mCalls) << "other commands are served";
+}
+
+// Serves what was written into a real pipe, to the end, and returns the acknowledgements.
+std::string ServeThroughPipe(FakeRecordingServer& server, const std::string& script) {
+  Pipe pipe;
+  if (pipe.Open()) return "(no pipe)";
+  // The script fits the pipe's buffer, so it is written whole before the loop reads it.
+  size_t written = 0;
+  while (written < script.size()) {
+    ssize_t put = write(pipe.WriteEnd(), script.data() + written, script.size() - written);
+    if (put <= 0) return "(write failed)";
+    written += static_cast<size_t>(put);
+  }
+  pipe.CloseWriteEnd();
+  FILE* input = fdopen(pipe.TakeReadEnd(), "r");
+  FILE* output = OutputStream();
+  server.Init(input, output);
+  server.Run();
+  std::string answers = WrittenText(output);
+  fclose(input);
+  fclose(output);
+  return answers;
+}
+
+// A line longer than the endpoint's buffer is read to its end and refused whole with one
+// answer; nothing of it is executed, its tail included. A line that just fits is served.
+TEST(QTRecordServerIPCTest, OverlongLinesAreRefusedWholeWithOneAnswer) {
+  const int longest = SimpleEndpointIPC::kLineBufferSize - 1;  // characters before the line feed
+  const std::string fits = "SetFilePath /" + std::string(static_cast<size_t>(longest) - 13, 'f');
+  ASSERT_EQ(static_cast<size_t>(longest), fits.size());
+  {
+    FakeRecordingServer server;
+    EXPECT_EQ("SetFilePath 0\nBegin 0\n", ServeThroughPipe(server, fits + "\nBegin\n"));
+    EXPECT_EQ(fits.substr(12), server.mPath) << "the longest line is one command";
+  }
+  {
+    FakeRecordingServer server;
+    CapturedStderr captured;
+    // One character too many; the tail would read as "Begin" if it were served.
+    const std::string over = "SetFilePath /" + std::string(static_cast<size_t>(longest) - 13, 'f') + "Begin";
+    EXPECT_EQ("SetFilePath 22\nStop 0\n", ServeThroughPipe(server, over + "\nStop\n"));
+    EXPECT_EQ("", server.mPath) << "not executed with a cut path";
+    EXPECT_EQ("Stop;", server.mCalls) << "its tail is no command";
+    EXPECT_NE(std::string::npos, captured.Text().find("A line of more than 4129 characters (\"SetFilePath ...\") refused whole"))
+        << captured.Text();
+  }
+  {
+    // A single word far longer than the buffer, and one whose NUL hides its length.
+    FakeRecordingServer server;
+    CapturedStderr captured;
+    const std::string word(3 * static_cast<size_t>(longest), 'B');
+    const std::string hidden = std::string("Begin\0", 6) + std::string(static_cast<size_t>(longest), 'B');
+    EXPECT_EQ(std::string(SimpleEndpointIPC::kMaxCommandLength, 'B') + " 22\nBegin 22\nStop 0\n",
+              ServeThroughPipe(server, word + "\n" + hidden + "\nStop\n"));
+    EXPECT_EQ("Stop;", server.mCalls);
+  }
 }
 
 }  // namespace

@@ -17,7 +17,11 @@ long SimpleEndpointIPC::Init(FILE* readStream, FILE* writeStream) {
 long SimpleEndpointIPC::ReadLine(const char*& command, const char*& argument) {
   command = nullptr;
   argument = nullptr;
+  // fgets ends what it read with a terminator: in the last byte only when it filled the
+  // buffer, which tells a cut line even when the line holds a NUL of its own.
+  mLineBuffer[kLineBufferSize - 1] = 'x';
   if (!mReadStream || !fgets(mLineBuffer, sizeof mLineBuffer, mReadStream)) return EIO;
+  mLineCut = mLineBuffer[kLineBufferSize - 1] == '\0' && mLineBuffer[kLineBufferSize - 2] != '\n';
   command = mLineBuffer;
   size_t length = strlen(mLineBuffer);
   if (length > 0 && mLineBuffer[length - 1] == '\n') mLineBuffer[length - 1] = '\0';

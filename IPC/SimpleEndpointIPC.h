@@ -25,15 +25,23 @@ class SimpleEndpointIPC {
   virtual long Init(FILE* readStream, FILE* writeStream);
   // Reads one line and splits it at its first space. command and argument point into the
   // endpoint's buffer until the next ReadLine; argument is null when the line has no
-  // space. A line longer than the buffer comes back in pieces. 0, or 5 at end of stream.
+  // space. A line longer than the buffer comes back in pieces (LineCut tells the first
+  // piece). 0, or 5 at end of stream.
   virtual long ReadLine(const char*& command, const char*& argument);
   // Writes "<command> <status>\n" and flushes. 0 or the errno of the failed write.
   virtual long Acknowledge(const char* command, long status);
 
  protected:
+  // Whether the last line read filled the buffer before its line feed: the rest of the
+  // line, if any, is still in the stream.
+  bool LineCut() const { return mLineCut; }
+
   FILE* mReadStream = nullptr;
   FILE* mWriteStream = nullptr;
   char mLineBuffer[kLineBufferSize];
+
+ private:
+  bool mLineCut = false;
 };
 
 }  // namespace KTN
