@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Util/FileKind.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -95,7 +96,7 @@ long SharedMemory::Map(void*& address, bool readOnly) {
     KTN_LOG("fstat(%d) failed with errno %ld (%s)", fd, result, strerror(errno));
   } else {
     unsigned long long length = static_cast<unsigned long long>(info.st_size);
-    result = MapDescriptor(fd, length, readOnly, false, address);
+    result = MapDescriptor(fd, length, readOnly, address);
     if (result) KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", length, fd, result, strerror(result));
   }
   // The mapping outlives the descriptor; descriptor 0 is left open as in Create.
@@ -162,8 +163,9 @@ long SharedMemory::OpenTrusted(uid_t owner, unsigned long long size) {
     KTN_LOG("Invalid key, or already mapped or opened");
     return EINVAL;
   }
-  // O_NOFOLLOW: the name must be the segment itself.
-  int fd = shm_open(mKey, O_RDONLY | O_NOFOLLOW | O_CLOEXEC, 0);
+  // O_NOFOLLOW: the name must be the segment itself. O_NONBLOCK: a FIFO put in its place
+  // must not hold the open until someone writes to it.
+  int fd = shm_open(mKey, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0);
   if (fd < 0) {
     long error = errno;
     KTN_LOG("shm_open(%s) failed with errno %ld (%s)", mKey, error, strerror(errno));
@@ -174,7 +176,10 @@ long SharedMemory::OpenTrusted(uid_t owner, unsigned long long size) {
   if (fstat(fd, &info) != 0) {
     result = errno;
     KTN_LOG("fstat(%d) failed with errno %ld (%s)", fd, result, strerror(errno));
-  } else if (info.st_uid != owner || (info.st_mode & 077) != 0 || !S_ISREG(info.st_mode)) {
+  } else if (!S_ISREG(info.st_mode)) {
+    result = EINVAL;
+    KTN_LOG("Segment %s is %s, not a segment: refused", mKey, Util::FileKind(info.st_mode));
+  } else if (info.st_uid != owner || (info.st_mode & 077) != 0) {
     result = EACCES;
     KTN_LOG("Segment %s belongs to user %u with mode %o: refused", mKey, static_cast<unsigned>(info.st_uid),
             static_cast<unsigned>(info.st_mode & 07777));
@@ -192,18 +197,28 @@ long SharedMemory::OpenTrusted(uid_t owner, unsigned long long size) {
   return 0;
 }
 
-long SharedMemory::MapOpened(void*& address) {
-  address = nullptr;
-  if (mDescriptor < 0 || mAddress) {
-    KTN_LOG("Shared memory not opened, or already mapped");
+long SharedMemory::ReadOpened(std::vector<uint8_t>& bytes) {
+  if (mDescriptor < 0) {
+    KTN_LOG("Shared memory not opened");
     return EINVAL;
   }
-  long result = MapDescriptor(mDescriptor, mOpenedSize, true, true, address);
-  if (result) {
-    KTN_LOG("mmap(%llu, %d) failed with errno %ld (%s)", mOpenedSize, mDescriptor, result, strerror(result));
-    address = nullptr;
+  bytes.resize(mOpenedSize);
+  unsigned long long done = 0;
+  while (done < mOpenedSize) {
+    ssize_t got = pread(mDescriptor, bytes.data() + done, mOpenedSize - done, static_cast<off_t>(done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) {
+      long error = errno;
+      KTN_LOG("pread(%s, %llu) failed with errno %ld (%s)", mKey, done, error, strerror(errno));
+      return error;
+    }
+    if (got == 0) {
+      KTN_LOG("Segment %s shrank to %llu of the %llu bytes it was opened with", mKey, done, mOpenedSize);
+      return ENODATA;
+    }
+    done += static_cast<unsigned long long>(got);
   }
-  return result;
+  return 0;
 }
 
 void SharedMemory::CloseDescriptor() {
@@ -211,9 +226,8 @@ void SharedMemory::CloseDescriptor() {
   mDescriptor = -1;
 }
 
-long SharedMemory::MapDescriptor(int fd, unsigned long long length, bool readOnly, bool populate, void*& address) {
-  address = mmap(nullptr, length, readOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED | (populate ? MAP_POPULATE : 0),
-                 fd, 0);
+long SharedMemory::MapDescriptor(int fd, unsigned long long length, bool readOnly, void*& address) {
+  address = mmap(nullptr, length, readOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   if (address != MAP_FAILED) {
     mAddress = address;
     mSize = length;

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 #include <sys/types.h>
 #include <sys/uio.h>
+
+#include <vector>
 
 namespace KTN {
 
@@ -41,14 +44,17 @@ class SharedMemory {
   long Fill(const struct iovec* parts, int count);
 
   // For a reader that does not trust the segment's maker: opens the segment read-only and
-  // keeps its descriptor, once it is known to belong to owner, to be accessible to nobody
-  // else and to hold exactly size bytes; otherwise it is refused (13 EACCES, or 22) before
-  // a byte of it is read. The descriptor keeps the contents alive after the maker has
-  // removed the name; it is closed with the object.
+  // keeps its descriptor, once it is known to be a plain segment (no link, FIFO or device:
+  // 22, and the open never waits), to belong to owner, to be accessible to nobody else and
+  // to hold exactly size bytes; otherwise it is refused (13 EACCES, or 22) before a byte
+  // of it is read. The descriptor keeps the contents alive after the maker has removed the
+  // name; it is closed with the object.
   long OpenTrusted(uid_t owner, unsigned long long size);
-  // Maps all of a segment opened with OpenTrusted, read-only, its pages mapped at once
-  // rather than one fault at a time; address receives the start or null.
-  long MapOpened(void*& address);
+  // Copies all of a segment opened with OpenTrusted into bytes (resized to its size; the
+  // capacity is kept from call to call) by reading its descriptor, never through a
+  // mapping: a maker that shrinks the segment cannot fault the reader. 0, 61 (ENODATA)
+  // with one line when the segment holds fewer bytes than it was opened with, or errno.
+  long ReadOpened(std::vector<uint8_t>& bytes);
   long Unmap();
   long Unlink();
 
@@ -64,7 +70,7 @@ class SharedMemory {
  private:
   // Maps the open descriptor fd (length bytes); returns errno of a failed mmap unlogged,
   // so that the caller names itself in the message.
-  long MapDescriptor(int fd, unsigned long long length, bool readOnly, bool populate, void*& address);
+  long MapDescriptor(int fd, unsigned long long length, bool readOnly, void*& address);
   void CloseDescriptor();
 
   static constexpr size_t kMaxKeyLength = 31;

@@ -8,8 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Core/SharedMemory.h"
@@ -85,11 +87,11 @@ struct TrustCase {
 };
 
 // What the recording server does with a segment it is told of: opens it as a wary reader,
-// then maps it; address is null unless mapped.
-long OpenAndMap(SharedMemory& reader, void*& address, uid_t owner, unsigned long long size) {
-  address = nullptr;
+// then reads it; bytes stay empty unless read.
+long OpenAndRead(SharedMemory& reader, std::vector<uint8_t>& bytes, uid_t owner, unsigned long long size) {
+  bytes.clear();
   if (long rc = reader.OpenTrusted(owner, size)) return rc;
-  return reader.MapOpened(address);
+  return reader.ReadOpened(bytes);
 }
 
 const TrustCase kTrustCases[] = {
@@ -110,18 +112,17 @@ TEST(SharedMemoryTest, AWaryReaderTakesOnlyPrivateSegmentsOfTheAnnouncedSize) {
     ASSERT_EQ(0, writer.Create(4096)) << test.tag;
     ASSERT_EQ(0, chmod(("/dev/shm/" + key).c_str(), test.mode)) << test.tag;
     SharedMemory reader(key.c_str());
-    void* view = reinterpret_cast<void*>(1);
+    std::vector<uint8_t> bytes;
     CapturedStderr captured;
     uid_t owner = test.otherOwner ? getuid() + 1 : getuid();
-    EXPECT_EQ(test.expected, OpenAndMap(reader, view, owner, 4096 + test.sizeDelta)) << test.tag;
+    EXPECT_EQ(test.expected, OpenAndRead(reader, bytes, owner, 4096 + test.sizeDelta)) << test.tag;
     std::string text = captured.Text();
     if (test.expected == 0) {
-      EXPECT_NE(nullptr, view) << test.tag;
-      EXPECT_EQ(4096u, reader.Size()) << test.tag;
+      EXPECT_EQ(4096u, bytes.size()) << test.tag;
       EXPECT_EQ("", text) << test.tag;
     } else {
-      EXPECT_EQ(nullptr, view) << test.tag;
-      EXPECT_EQ(0u, reader.Size()) << test.tag;
+      EXPECT_EQ(0u, bytes.size()) << test.tag;
+      EXPECT_EQ(-1, reader.Descriptor()) << test.tag;
       EXPECT_NE(std::string::npos, text.find(test.message)) << test.tag << ": " << text;
     }
   }
@@ -129,9 +130,9 @@ TEST(SharedMemoryTest, AWaryReaderTakesOnlyPrivateSegmentsOfTheAnnouncedSize) {
 
 TEST(SharedMemoryTest, AWaryReaderRefusesAMissingSegment) {
   SharedMemory reader(TestKey("absent").c_str());
-  void* view = nullptr;
+  std::vector<uint8_t> bytes;
   CapturedStderr captured;
-  EXPECT_EQ(ENOENT, OpenAndMap(reader, view, getuid(), 16));
+  EXPECT_EQ(ENOENT, OpenAndRead(reader, bytes, getuid(), 16));
   EXPECT_NE(std::string::npos, captured.Text().find("shm_open(")) << captured.Text();
 }
 
@@ -319,19 +320,65 @@ TEST(SharedMemoryTest, OpenedSegmentOutlivesItsName) {
   std::string read(text.size(), '\0');
   EXPECT_EQ(static_cast<ssize_t>(text.size()), pread(reader.Descriptor(), &read[0], read.size(), 0));
   EXPECT_EQ(text, read);
-  void* view = nullptr;
-  ASSERT_EQ(0, reader.MapOpened(view));
-  ASSERT_NE(nullptr, view);
-  EXPECT_EQ(text, std::string(static_cast<const char*>(view), text.size()));
+  std::vector<uint8_t> bytes;
+  ASSERT_EQ(0, reader.ReadOpened(bytes));
+  EXPECT_EQ(text, std::string(bytes.begin(), bytes.end()));
 }
 
-TEST(SharedMemoryTest, MapOpenedNeedsAnOpenedSegment) {
+TEST(SharedMemoryTest, ReadOpenedNeedsAnOpenedSegment) {
   SharedMemory segment(TestKey("unopened").c_str());
-  void* view = reinterpret_cast<void*>(1);
+  std::vector<uint8_t> bytes;
   CapturedStderr captured;
-  EXPECT_EQ(EINVAL, segment.MapOpened(view));
-  EXPECT_EQ(nullptr, view);
-  EXPECT_EQ("*** MapOpened[#]: Shared memory not opened, or already mapped\n", captured.Text());
+  EXPECT_EQ(EINVAL, segment.ReadOpened(bytes));
+  EXPECT_EQ("*** ReadOpened[#]: Shared memory not opened\n", captured.Text());
+}
+
+// A segment its maker shrinks after the reader opened it is read as far as it goes and
+// refused with one line: the reader never touches a page that is no longer there.
+TEST(SharedMemoryTest, ASegmentShrunkAfterItWasOpenedIsRefusedWhenRead) {
+  std::string key = TestKey("shrunk");
+  SegmentCleanup cleanup{key};
+  SharedMemory writer(key.c_str());
+  ASSERT_EQ(0, writer.Create(3 * 4096));
+  SharedMemory reader(key.c_str());
+  ASSERT_EQ(0, reader.OpenTrusted(getuid(), 3 * 4096));
+  int fd = shm_open(key.c_str(), O_RDWR, 0);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(0, ftruncate(fd, 4096));
+  close(fd);
+  std::vector<uint8_t> bytes;
+  CapturedStderr captured;
+  EXPECT_EQ(ENODATA, reader.ReadOpened(bytes));
+  EXPECT_NE(std::string::npos, captured.Text().find("shrank to 4096 of the 12288 bytes it was opened with"))
+      << captured.Text();
+}
+
+// A FIFO in a segment's place is refused at once, with a line saying what it is: the open
+// does not wait for a writer. Should it wait, a writer is opened after a minute, which lets
+// the old open go on to fail this test rather than hang it.
+TEST(SharedMemoryTest, AFifoInTheSegmentsPlaceIsRefusedAtOnce) {
+  std::string key = TestKey("fifo");
+  SegmentCleanup cleanup{key};
+  std::string path = "/dev/shm/" + key;
+  ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+  std::atomic<bool> returned{false};
+  std::atomic<bool> released{false};
+  std::thread watchdog([&] {
+    for (int i = 0; i < 600 && !returned; ++i) usleep(100 * 1000);
+    if (returned) return;
+    int writer = open(path.c_str(), O_WRONLY | O_NONBLOCK);
+    released = writer >= 0;
+    if (writer >= 0) close(writer);
+  });
+  SharedMemory reader(key.c_str());
+  CapturedStderr captured;
+  long rc = reader.OpenTrusted(getuid(), 0);
+  returned = true;
+  watchdog.join();
+  EXPECT_FALSE(released) << "the open waited for a writer";
+  EXPECT_EQ(EINVAL, rc);
+  EXPECT_EQ(-1, reader.Descriptor());
+  EXPECT_NE(std::string::npos, captured.Text().find("is a FIFO, not a segment: refused")) << captured.Text();
 }
 
 }  // namespace
