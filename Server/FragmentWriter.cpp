@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
-#include <sys/mman.h>
 #include <sys/sendfile.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -34,16 +33,18 @@ FragmentWriter::~FragmentWriter() {
   Close();
 }
 
-long FragmentWriter::Open(const std::string& path, uint64_t headerBytes) {
+long FragmentWriter::Open(int descriptor, const std::string& name, uint64_t headerBytes) {
   if (mFd >= 0) {
     KTN_LOG("A movie is already open for fragments");
+    if (descriptor >= 0) close(descriptor);
     return EINVAL;
   }
-  mPath = path;
+  mPath = name;
   mSequence = 0;
   mFirstError = 0;
-  mFd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-  if (mFd < 0) return Failed("open", errno);
+  mLastPictureDuration = -1;
+  mFd = descriptor;
+  if (mFd < 0) return Failed("open", EBADF);
   if (lseek(mFd, static_cast<off_t>(headerBytes), SEEK_SET) < 0) return Failed("lseek", errno);
   mCompleteBytes = headerBytes;
   return 0;
@@ -121,23 +122,53 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
   if (long rc = WriteAll(mHeader.bytes.data(), headerSize)) return rc;
   off_t from = 0;
   size_t left = sample.size;
+  long rc = 0;
   while (left > 0) {
+    // A segment that has shrunk sends short, or nothing: never a fault.
     ssize_t sent = sendfile(mFd, descriptor, &from, left);
     if (sent < 0 && errno == EINTR) continue;
     if (sent < 0 && (errno == EINVAL || errno == ENOSYS) && from == 0) {
-      // A kernel that cannot send between these files: read the segment through a mapping.
-      void* pages = mmap(nullptr, sample.size, PROT_READ, MAP_SHARED | MAP_POPULATE, descriptor, 0);
-      if (pages == MAP_FAILED) return Failed("mmap", errno);
-      long rc = WriteAll(pages, sample.size);
-      munmap(pages, sample.size);
-      if (rc) return rc;
-      left = 0;
+      rc = CopyFrom(descriptor, sample.size);
       break;
     }
-    if (sent <= 0) return Failed("sendfile", sent < 0 ? errno : EIO);
+    if (sent < 0) return Failed("sendfile", errno);
+    if (sent == 0) {
+      rc = ENODATA;
+      break;
+    }
     left -= static_cast<size_t>(sent);
   }
+  if (rc == ENODATA) {
+    KTN_LOG("The segment of a sample of %u bytes in %s was shrunk before it was written: the sample is left out",
+            sample.size, mPath.c_str());
+    if (long undone = TakeBack()) return undone;
+    return ENODATA;
+  }
+  if (rc) return rc;
   Written(sample, headerSize + sample.size);
+  return 0;
+}
+
+long FragmentWriter::CopyFrom(int descriptor, size_t size) {
+  // Read, not mapped: a segment shrunk by its maker cannot fault a read.
+  constexpr size_t kChunk = 1 << 20;
+  mCopyBuffer.resize(kChunk);
+  size_t done = 0;
+  while (done < size) {
+    size_t want = size - done < kChunk ? size - done : kChunk;
+    ssize_t got = pread(descriptor, mCopyBuffer.data(), want, static_cast<off_t>(done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return Failed("pread", errno);
+    if (got == 0) return ENODATA;
+    if (long rc = WriteAll(mCopyBuffer.data(), static_cast<size_t>(got))) return rc;
+    done += static_cast<size_t>(got);
+  }
+  return 0;
+}
+
+long FragmentWriter::TakeBack() {
+  if (ftruncate(mFd, static_cast<off_t>(mCompleteBytes)) != 0) return Failed("ftruncate", errno);
+  if (lseek(mFd, static_cast<off_t>(mCompleteBytes), SEEK_SET) < 0) return Failed("lseek", errno);
   return 0;
 }
 

@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "Movie/BoxWriter.h"
 
@@ -27,8 +28,10 @@ class FragmentWriter {
   FragmentWriter(const FragmentWriter&) = delete;
   FragmentWriter& operator=(const FragmentWriter&) = delete;
 
-  // Opens the movie at path for the fragments, which follow its headerBytes of header.
-  long Open(const std::string& path, uint64_t headerBytes);
+  // Takes descriptor (owned from here on, closed by Close), open for writing on the movie
+  // named name (for failure lines), and writes the fragments after its headerBytes of
+  // header.
+  long Open(int descriptor, const std::string& name, uint64_t headerBytes);
 
   // What one fragment holds: the sample of track trackId that starts at decodeTime and
   // lasts duration (both in the track's own timescale) and is size bytes long. A picture
@@ -43,7 +46,9 @@ class FragmentWriter {
   // The sample's bytes are at data.
   long Write(const Sample& sample, const void* data);
   // The sample's bytes are the first sample.size bytes of the file open at descriptor
-  // (borrowed), a shared-memory segment.
+  // (borrowed), a shared-memory segment. A segment that holds fewer bytes by the time it
+  // is read (its maker shrank it) leaves its sample out: the fragment begun is taken back,
+  // one line says so and the answer is 61 (ENODATA), which does not end the recording.
   long WriteFrom(const Sample& sample, int descriptor);
 
   // Makes the last picture written last `duration` (in its track's timescale): the slots
@@ -62,6 +67,12 @@ class FragmentWriter {
   void Written(const Sample& sample, uint64_t bytes);
   // Writes all of the bytes at the file's position; 0 or errno, reported.
   long WriteAll(const void* data, size_t size);
+  // Copies size bytes from the start of descriptor to the file's position through
+  // mCopyBuffer, for a kernel that cannot send between the two: 0, ENODATA when the
+  // descriptor ends first (unreported), or errno, reported.
+  long CopyFrom(int descriptor, size_t size);
+  // Takes back the fragment begun after the last complete one (its sample left out).
+  long TakeBack();
   long Failed(const char* call, long error);
 
   std::string mPath;
@@ -71,6 +82,7 @@ class FragmentWriter {
   uint64_t mCompleteBytes = 0;   // the header and the fragments written whole
   long mFirstError = 0;
   BoxWriter mHeader;           // the fragment header being written
+  std::vector<uint8_t> mCopyBuffer;  // CopyFrom's, allocated at its first use
   size_t mHeaderDurationAt = 0;  // offset of the sample duration in mHeader
 };
 

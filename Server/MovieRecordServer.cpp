@@ -37,7 +37,7 @@ long MovieRecordServer::GetCodecManufacturer(int codecType) {
 
 long MovieRecordServer::Begin() {
   if (mQueue) {
-    KTN_LOG("Begin during a recording: finishing %s first", mPath.c_str());
+    KTN_LOG("Begin during a recording: finishing %s first", mRecording.path.c_str());
     FinishRecording();
   }
   mVideoEnabled = mAudioEnabled = false;
@@ -47,6 +47,14 @@ long MovieRecordServer::Begin() {
   mVideoCodecType = mVideoCodecVendor = mVideoCodecQuality = 0;
   mAudioChannels = mAudioType = mAudioRate = 0;
   return 0;
+}
+
+long MovieRecordServer::AcceptSetting(const char* command) {
+  if (!mQueue) return 0;
+  // The writer was opened with the settings of Prepare; the segments are checked against
+  // those. A change now would describe a movie that is not the one being written.
+  KTN_LOG("%s while %s is being recorded: refused until Stop or Begin", command, mRecording.path.c_str());
+  return EINVAL;
 }
 
 long MovieRecordServer::SetVideoEnabled(bool enabled) {
@@ -66,8 +74,10 @@ long MovieRecordServer::SetFilePath(const char* path) {
 
 long MovieRecordServer::Prepare() {
   if (mQueue) {
-    KTN_LOG("Prepare during a recording: finishing %s first", mPath.c_str());
-    FinishRecording();
+    // A new take over the one open would cut it off, and with it the frames already
+    // acknowledged.
+    KTN_LOG("Prepare while %s is being recorded: refused until Stop or Begin", mRecording.path.c_str());
+    return EINVAL;
   }
   MovieSettings settings;
   settings.path = mPath;
@@ -91,12 +101,15 @@ long MovieRecordServer::Prepare() {
   settings.sampleRate = mAudioRate;
   if (long rc = mWriter.Open(settings)) return rc;
 
+  mRecording = settings;
   mVideoRowBytes = mWriter.VideoRowBytes();
   uint64_t budget = mOptions.backlogBytes;
   if (!budget) {
     // About two and a half seconds of video, and never less than two frames.
-    uint64_t frameBytes = mVideoEnabled ? mVideoRowBytes * static_cast<uint64_t>(mVideoHeight) : 0;
-    double framesPerSecond = mVideoEnabled ? static_cast<double>(mVideoTimescale) / static_cast<double>(mVideoDuration) : 0;
+    uint64_t frameBytes = settings.videoEnabled ? mVideoRowBytes * static_cast<uint64_t>(settings.height) : 0;
+    double framesPerSecond = settings.videoEnabled ? static_cast<double>(settings.timescale) /
+                                                         static_cast<double>(settings.frameDuration)
+                                                   : 0;
     uint64_t frames = static_cast<uint64_t>(framesPerSecond * kBacklogSeconds + 0.999);
     budget = frameBytes * (frames > 2 ? frames : 2);
   }
@@ -127,15 +140,14 @@ long MovieRecordServer::MapSegment(const char* key, unsigned long long size,
 
 long MovieRecordServer::MapVideo(unsigned long long size) {
   std::unique_ptr<Core::SharedMemory> segment;
-  if (long rc = AcceptSegment(mVideoEnabled, "video", kVideoShmKey, size, segment)) return rc;
-  // Whole rows of the device's format at the configured height.
+  if (long rc = AcceptSegment(mRecording.videoEnabled, "video", kVideoShmKey, size, segment)) return rc;
+  // Whole rows of the device's format at the height the movie was opened with.
   uint64_t rows = size / mVideoRowBytes;
-  bool compressed = FindServerCodec(static_cast<uint32_t>(mVideoCodecType))->compressed;
-  uint64_t height = static_cast<uint64_t>(mVideoHeight);
+  uint64_t height = static_cast<uint64_t>(mRecording.height);
   // Compressed types take NTSC's 486 lines for their 480; nothing else is implied.
-  bool rowsImplied = rows == height || (compressed && height == 480 && rows == 486);
+  bool rowsImplied = rows == height || (mRecording.codec->compressed && height == 480 && rows == 486);
   if (size == 0 || size % mVideoRowBytes != 0 || !rowsImplied) {
-    KTN_LOG("Video segment of %llu bytes is not %d rows of %llu bytes", size, mVideoHeight,
+    KTN_LOG("Video segment of %llu bytes is not %d rows of %llu bytes", size, mRecording.height,
             static_cast<unsigned long long>(mVideoRowBytes));
     return EINVAL;
   }
@@ -153,10 +165,11 @@ long MovieRecordServer::MapVideo(unsigned long long size) {
 
 long MovieRecordServer::MapAudio(unsigned long long size) {
   std::unique_ptr<Core::SharedMemory> segment;
-  if (long rc = AcceptSegment(mAudioEnabled, "audio", kAudioShmKey, size, segment)) return rc;
-  uint64_t frameBytes = static_cast<uint64_t>(mAudioChannels) * static_cast<uint64_t>(mAudioType / 8);
+  if (long rc = AcceptSegment(mRecording.audioEnabled, "audio", kAudioShmKey, size, segment)) return rc;
+  // Sample frames of the format the movie was opened with (checked then: never empty).
+  uint64_t frameBytes = static_cast<uint64_t>(mRecording.channels) * static_cast<uint64_t>(mRecording.bitsPerSample / 8);
   // Whole sample frames, and no more than a second of them: a packet is one frame's sound.
-  if (size == 0 || size % frameBytes != 0 || size > frameBytes * static_cast<uint64_t>(mAudioRate)) {
+  if (size == 0 || size % frameBytes != 0 || size > frameBytes * static_cast<uint64_t>(mRecording.sampleRate)) {
     KTN_LOG("Audio segment of %llu bytes is not up to a second of whole sample frames of %llu bytes", size,
             static_cast<unsigned long long>(frameBytes));
     return EINVAL;
@@ -170,7 +183,7 @@ long MovieRecordServer::MapAudio(unsigned long long size) {
 }
 
 long MovieRecordServer::SkipVideo(unsigned long long frames) {
-  if (!mQueue || !mVideoEnabled) {
+  if (!mQueue || !mRecording.videoEnabled) {
     KTN_LOG("No prepared video recording to skip %llu frames in", frames);
     return EINVAL;
   }

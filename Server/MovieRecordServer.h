@@ -29,16 +29,21 @@ class MovieRecordServer : public QTRecordServerIPC {
   long GetCodecManufacturer(int codecType) override;
   // A fresh configuration; a recording still open is finished first.
   long Begin() override;
+  // The setters change the configuration of the next Prepare. While a recording is open
+  // (from Prepare to Stop or Begin) they are refused with 22 and a line, and change nothing.
   long SetVideoEnabled(bool enabled) override;
   long SetAudioEnabled(bool enabled) override;
   long SetFilePath(const char* path) override;
-  // Creates the movie and writes its header: 22 with the reason for a missing path or an
-  // impossible configuration, the errno when the file cannot be created.
+  // Creates the movie and writes its header: 22 with the reason for a missing path, a path
+  // that is no regular file or an impossible configuration, 16 (EBUSY) when another
+  // process is writing that movie, the errno when the file cannot be created. 22 while a
+  // recording is open: it goes on untouched.
   long Prepare() override;
-  // Map the named segment read-only, check it, queue it and answer at once: 0, 7 for a
-  // frame dropped because the backlog is full (its time slot is kept), 22 for a segment
-  // that breaks the configuration (nothing is written), or the recording's first write
-  // error (28 once the disk is full).
+  // Open the named segment read-only, check it against the configuration the movie was
+  // opened with, queue it and answer at once: 0, 7 for a frame dropped because the
+  // backlog is full (its time slot is kept), 22 for a segment that breaks the
+  // configuration (nothing is written), or the recording's first write error (28 once the
+  // disk is full).
   long MapVideo(unsigned long long size) override;
   long MapAudio(unsigned long long size) override;
   // Writes everything queued, the index and closes the movie: 0 or the recording's first
@@ -49,6 +54,9 @@ class MovieRecordServer : public QTRecordServerIPC {
   long SkipVideo(unsigned long long frames) override;
   // The plug-in's end of the pipe has gone: finish any open movie.
   long InputEnded() override;
+
+ protected:
+  long AcceptSetting(const char* command) override;
 
  private:
   // Checks that a recording with this medium enabled is open and has not failed, then maps
@@ -68,6 +76,7 @@ class MovieRecordServer : public QTRecordServerIPC {
 
   MovieWriter mWriter;
   std::unique_ptr<WriteQueue> mQueue;  // exists while a recording is open
+  MovieSettings mRecording;            // what the open recording's writer was opened with
   uint64_t mVideoRowBytes = 0;
   int64_t mNextFrame = 0;   // frame number of the next MapVideo, dropped and skipped frames included
   int64_t mNextSample = 0;  // sample number of the next MapAudio

@@ -2,7 +2,9 @@
 #include "Server/MovieWriter.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 extern "C" {
@@ -13,8 +15,10 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include "Movie/MovieLock.h"
 #include "Server/AvFailure.h"
 #include "Server/MovieFinisher.h"
+#include "Util/FileKind.h"
 #include "Util/FourCC.h"
 #include "Util/Printer.h"
 #include "Util/RowBytes.h"
@@ -52,6 +56,7 @@ MovieWriter::MovieWriter() = default;
 
 MovieWriter::~MovieWriter() {
   if (IsOpen()) Finish();
+  CloseMovieFile();
 }
 
 uint64_t MovieWriter::VideoRowBytes() const {
@@ -99,6 +104,77 @@ long MovieWriter::CheckSettings(const MovieSettings& s) const {
   return 0;
 }
 
+long MovieWriter::OpenMovieFile() {
+  const char* path = mSettings.path.c_str();
+  // What is at the path already must be a plain file: a FIFO, a device or a folder is not
+  // opened at all (opening some devices acts on them).
+  struct stat info;
+  if (stat(path, &info) == 0 && !S_ISREG(info.st_mode)) {
+    KTN_LOG("The movie %s is %s, not a regular file: refused", path, Util::FileKind(info.st_mode));
+    return EINVAL;
+  }
+  // Not truncated yet: a movie another process is writing must be left as it is. Never
+  // waits (O_NONBLOCK), should a FIFO appear at the path after all.
+  int fd = open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    long error = errno;
+    KTN_LOG("Cannot create the movie %s: open failed with errno %ld (%s)", path, error, strerror(errno));
+    return error;
+  }
+  long result = 0;
+  if (fstat(fd, &info) != 0) {
+    result = errno;
+    KTN_LOG("fstat(%s) failed with errno %ld (%s)", path, result, strerror(errno));
+  } else if (!S_ISREG(info.st_mode)) {
+    result = EINVAL;
+    KTN_LOG("The movie %s is %s, not a regular file: refused", path, Util::FileKind(info.st_mode));
+  } else if ((result = MovieLock::TryLock(fd)) == EBUSY) {
+    std::string holder = MovieLock::Holder(fd);
+    KTN_LOG("The movie %s is being written by %s: refused", path, holder.empty() ? "another process" : holder.c_str());
+  } else if (!result && ftruncate(fd, 0) != 0) {
+    result = errno;
+    KTN_LOG("ftruncate(%s, 0) failed with errno %ld (%s)", path, result, strerror(errno));
+  } else if (!result && fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
+    result = errno;
+    KTN_LOG("fcntl(%s) failed with errno %ld (%s)", path, result, strerror(errno));
+  }
+  if (result) {
+    close(fd);
+    return result;
+  }
+  mFd = fd;
+  return 0;
+}
+
+void MovieWriter::CloseMovieFile() {
+  if (mFd < 0) return;
+  if (close(mFd) != 0) KTN_LOG("close(%s) failed with errno %d (%s)", mSettings.path.c_str(), errno, strerror(errno));
+  mFd = -1;
+}
+
+int MovieWriter::WriteToMovie(void* opaque, uint8_t* bytes, int size) {
+  const int fd = static_cast<MovieWriter*>(opaque)->mFd;
+  int done = 0;
+  while (done < size) {
+    ssize_t put = write(fd, bytes + done, static_cast<size_t>(size - done));
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) return AVERROR(errno);
+    if (put == 0) return AVERROR(EIO);
+    done += static_cast<int>(put);
+  }
+  return size;
+}
+
+int64_t MovieWriter::SeekInMovie(void* opaque, int64_t offset, int whence) {
+  const int fd = static_cast<MovieWriter*>(opaque)->mFd;
+  if (whence & AVSEEK_SIZE) {
+    struct stat info;
+    return fstat(fd, &info) == 0 ? static_cast<int64_t>(info.st_size) : AVERROR(errno);
+  }
+  off_t at = lseek(fd, static_cast<off_t>(offset), whence & ~AVSEEK_FORCE);
+  return at < 0 ? AVERROR(errno) : static_cast<int64_t>(at);
+}
+
 long MovieWriter::Open(const MovieSettings& settings) {
   if (IsOpen()) {
     KTN_LOG("A movie is already open");
@@ -108,7 +184,9 @@ long MovieWriter::Open(const MovieSettings& settings) {
   mSettings = settings;
   mFirstError = 0;
   mLastPicture = -1;
-  int rc = avformat_alloc_output_context2(&mFormat, nullptr, "mov", mSettings.path.c_str());
+  // The movie is written to a descriptor of this server's own, never to a path FFmpeg
+  // interprets: "pipe:1" or "file:/x" are the names of files like any other.
+  int rc = avformat_alloc_output_context2(&mFormat, nullptr, "mov", nullptr);
   if (rc < 0 || !mFormat) {
     Release();
     return REPORT_AV("avformat_alloc_output_context2", rc < 0 ? rc : AVERROR(ENOMEM));
@@ -116,9 +194,19 @@ long MovieWriter::Open(const MovieSettings& settings) {
   long result = 0;
   if (mSettings.videoEnabled) result = AddVideoStream();
   if (!result && mSettings.audioEnabled) result = AddAudioStream();
-  if (!result && (rc = avio_open(&mFormat->pb, mSettings.path.c_str(), AVIO_FLAG_WRITE)) < 0) {
-    result = REPORT_AV("avio_open", rc);
-    KTN_LOG("Cannot create the movie %s", mSettings.path.c_str());
+  // The file only once the streams and encoders are ready: an impossible recording leaves
+  // no file behind.
+  if (!result) result = OpenMovieFile();
+  if (!result) {
+    constexpr int kIoBufferBytes = 64 * 1024;
+    unsigned char* buffer = static_cast<unsigned char*>(av_malloc(kIoBufferBytes));
+    mFormat->pb = buffer ? avio_alloc_context(buffer, kIoBufferBytes, 1, this, nullptr, &WriteToMovie, &SeekInMovie)
+                         : nullptr;
+    if (!mFormat->pb) {
+      av_free(buffer);
+      result = REPORT_AV("avio_alloc_context", AVERROR(ENOMEM));
+    }
+    mFormat->flags |= AVFMT_FLAG_CUSTOM_IO;
   }
   // FFmpeg writes the header: ftyp and a moov that describes the tracks, holds no sample
   // and lets fragments follow. Every sample is then a fragment of its own (see
@@ -134,11 +222,22 @@ long MovieWriter::Open(const MovieSettings& settings) {
     avio_flush(mFormat->pb);
     headerBytes = avio_tell(mFormat->pb);
     if (mFormat->pb->error < 0) result = REPORT_AV("avio_flush", mFormat->pb->error);
-    rc = avio_closep(&mFormat->pb);
-    if (!result && rc < 0) result = REPORT_AV("avio_closep", rc);
+    FreeIo();
   }
-  if (!result) result = mFragments.Open(mSettings.path, static_cast<uint64_t>(headerBytes));
-  if (result) Release();
+  if (!result) {
+    // The fragments go to the same open file (and lock), through a descriptor of their own.
+    int fragments = fcntl(mFd, F_DUPFD_CLOEXEC, 0);
+    if (fragments < 0) {
+      result = errno;
+      KTN_LOG("fcntl(%s, F_DUPFD_CLOEXEC) failed with errno %ld (%s)", mSettings.path.c_str(), result, strerror(errno));
+    } else {
+      result = mFragments.Open(fragments, mSettings.path, static_cast<uint64_t>(headerBytes));
+    }
+  }
+  if (result) {
+    Release();
+    CloseMovieFile();
+  }
   return result;
 }
 
@@ -289,11 +388,13 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   if (!mEncoder) {
     long rc = mFragments.WriteFrom(PictureSample(frameIndex, static_cast<uint32_t>(segment.OpenedSize())),
                                    segment.Descriptor());
+    if (rc == ENODATA) return 0;  // its maker shrank the segment: the slot stays empty
     if (!rc) mLastPicture = frameIndex;
     return Record(rc);
   }
-  void* pixels = nullptr;
-  if (long rc = segment.MapOpened(pixels)) return Record(rc);
+  // The encoders read a copy of the server's own, never the segment's pages: its maker can
+  // shrink it at any time, and a mapping would then fault.
+  if (long rc = segment.ReadOpened(mPicture)) return rc == ENODATA ? 0 : Record(rc);
   if (!av_frame_is_writable(mFrame)) {
     // The encoder still holds the last picture: the next goes into a buffer of its own. Not
     // av_frame_make_writable, which would first copy the old picture that is overwritten whole.
@@ -310,14 +411,13 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   // field order. Any other surplus is cut at the bottom.
   const uint64_t rows = segment.OpenedSize() / rowBytes;
   const uint64_t topCrop = rows == 486 && mSettings.height == 480 ? 4 : 0;
-  const uint8_t* source[1] = {static_cast<const uint8_t*>(pixels) + topCrop * rowBytes};
+  const uint8_t* source[1] = {mPicture.data() + topCrop * rowBytes};
   const int strides[1] = {static_cast<int>(rowBytes)};
   if (mFullRange) {
     mFullRange->Convert(source[0], strides[0], mSettings.width, mSettings.height, mFrame->data, mFrame->linesize);
   } else {
     sws_scale(mScaler, source, strides, 0, mSettings.height, mFrame->data, mFrame->linesize);
   }
-  segment.Unmap();  // the picture is in the encoder's frame now
   mFrame->pts = frameIndex;
   // Encoders that describe their pictures in the stream (ProRes) take the colours from the frame.
   mFrame->color_primaries = mPictures.primaries;
@@ -350,7 +450,8 @@ long MovieWriter::WriteAudio(Core::SharedMemory& segment, int64_t firstSample) {
   sample.size = static_cast<uint32_t>(segment.OpenedSize());
   sample.duration = static_cast<uint32_t>(
       av_rescale_q(sample.size / mAudioStream->codecpar->block_align, sampleTime, mAudioStream->time_base));
-  return Record(mFragments.WriteFrom(sample, segment.Descriptor()));
+  long rc = mFragments.WriteFrom(sample, segment.Descriptor());
+  return rc == ENODATA ? 0 : Record(rc);  // a shrunk segment's sound is left out, and the take goes on
 }
 
 long MovieWriter::Finish(int64_t videoSlots) {
@@ -372,11 +473,18 @@ long MovieWriter::Finish(int64_t videoSlots) {
   if (long rc = MovieFinisher::Finish(path, frameDuration, timescale)) {
     KTN_LOG("The movie %s is kept as fragments (error %ld)", path.c_str(), rc);
   }
+  CloseMovieFile();  // finished: others may write it from here on
   return result;
 }
 
+void MovieWriter::FreeIo() {
+  if (!mFormat || !mFormat->pb) return;
+  av_freep(&mFormat->pb->buffer);
+  avio_context_free(&mFormat->pb);
+}
+
 void MovieWriter::Release() {
-  if (mFormat && mFormat->pb) avio_closep(&mFormat->pb);
+  FreeIo();
   avformat_free_context(mFormat);
   mFormat = nullptr;
   mVideoStream = nullptr;

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Core/SharedMemory.h"
 #include "Server/CodecTable.h"
@@ -52,8 +53,12 @@ class MovieWriter {
   MovieWriter(const MovieWriter&) = delete;
   MovieWriter& operator=(const MovieWriter&) = delete;
 
-  // Checks the settings (22 with the reason when impossible), creates the file, its
-  // streams and encoders and writes the header.
+  // Checks the settings (22 with the reason when impossible), makes the streams and
+  // encoders, creates the file and writes the header. The path is a plain file's, never a
+  // protocol or URL; what is there already must be a regular file (22 for a FIFO, a device
+  // or a folder). The movie's lock (MovieLock) is taken before its first byte and held
+  // until Finish has finished it: 16 (EBUSY) with a line naming the writer when another
+  // process holds it, and the file is left as it was.
   long Open(const MovieSettings& settings);
 
   // Bytes a video segment must hold for `rows` device rows; the row size of the device
@@ -62,14 +67,16 @@ class MovieWriter {
 
   // Writes frame number frameIndex (its time is frameIndex frame durations) from the rows
   // of the segment (opened, not mapped), which the caller has checked. Uncompressed rows
-  // go from the segment to the file inside the kernel; the compressed types map the
-  // segment to encode it.
+  // go from the segment to the file inside the kernel; the compressed types read a copy
+  // of the segment to encode it. A segment its maker has shrunk since it was opened is
+  // left out with one line (its slot stays empty) and the recording goes on: 0.
   long WriteVideo(Core::SharedMemory& segment, int64_t frameIndex);
   // Writes the opened segment's interleaved sample frames starting at sample number
-  // firstSample.
+  // firstSample; a shrunk segment is left out as in WriteVideo.
   long WriteAudio(Core::SharedMemory& segment, int64_t firstSample);
 
-  // Flushes the encoder, writes the index and closes the file. videoSlots, when known, is
+  // Flushes the encoder, writes the index, closes the file and lets go of its lock.
+  // videoSlots, when known, is
   // the number of frame slots the take has: slots after the last picture (given up or
   // dropped) are held by that picture, so that the pictures last as long as the sound.
   // Returns the first error of the recording or of finishing it.
@@ -80,6 +87,15 @@ class MovieWriter {
  private:
   // Checks what Open needs; 22 with one failure line naming the reason.
   long CheckSettings(const MovieSettings& settings) const;
+  // Opens the settings' path into mFd: checked to be a regular file, locked, then emptied.
+  long OpenMovieFile();
+  // Closes mFd, which lets go of the movie's lock.
+  void CloseMovieFile();
+  // FFmpeg's output callbacks on mFd (opaque is the writer): every byte or an AVERROR.
+  static int WriteToMovie(void* opaque, uint8_t* bytes, int size);
+  static int64_t SeekInMovie(void* opaque, int64_t offset, int whence);
+  // Frees FFmpeg's output context on mFd (the descriptor stays open).
+  void FreeIo();
   long AddVideoStream();
   long AddAudioStream();
   // Sends a frame (null: flush) to the encoder and writes what comes out.
@@ -91,10 +107,11 @@ class MovieWriter {
   FragmentWriter::Sample PictureSample(int64_t frameIndex, uint32_t size) const;
   // Records a failure as the recording's first error (if it is) and returns it.
   long Record(long error);
-  // Frees every FFmpeg object; the file is closed if still open.
+  // Frees every FFmpeg object; the movie's descriptor (and lock) stays with the writer.
   void Release();
 
   MovieSettings mSettings;
+  int mFd = -1;                        // the movie, locked, from Open until Finish is done
   AVFormatContext* mFormat = nullptr;
   AVStream* mVideoStream = nullptr;
   AVStream* mAudioStream = nullptr;
@@ -103,6 +120,7 @@ class MovieWriter {
   // JPEG at the standard's own size: the range conversion it needs, in place of mScaler.
   std::unique_ptr<FullRangeConverter> mFullRange;
   AVFrame* mFrame = nullptr;           // the encoder's input picture, reused
+  std::vector<uint8_t> mPicture;       // the segment's rows, read for the encoder; reused
   AVPacket* mPacket = nullptr;
   FragmentWriter mFragments;
   AVRational mFrameTime = {0, 1};      // one frame, in seconds

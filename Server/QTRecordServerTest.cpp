@@ -2,9 +2,11 @@
 // and read back with libavformat, ffprobe, mediainfo and GStreamer's demuxer.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <string.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -176,6 +178,7 @@ class RawServer {
     if (mWriteStream) fclose(mWriteStream);
     mWriteStream = nullptr;
   }
+  pid_t Pid() const { return mProcess.Pid(); }
   // Waits for the server to end and returns its wait status.
   int ExitStatus() {
     mProcess.WaitUntilExit();
@@ -406,11 +409,12 @@ TEST(QTRecordServerTest, PrepareRefusesWhatItCannotWrite) {
   EXPECT_EQ(22, Configure(client, take, folder.File("b.mov")));
   take = kTakes[0];
   EXPECT_EQ(ENOENT, Configure(client, take, folder.File("missing folder/c.mov")));
-  EXPECT_EQ(EISDIR, Configure(client, take, folder.Path()));
+  EXPECT_EQ(EINVAL, Configure(client, take, folder.Path()));
   std::string text = captured.Text();
   EXPECT_NE(std::string::npos, text.find("Codec type 'avc1' is not one this server writes")) << text;
   EXPECT_NE(std::string::npos, text.find("Audio sample type of 20 bits is not 16, 24 or 32")) << text;
   EXPECT_NE(std::string::npos, text.find("Cannot create the movie " + folder.File("missing folder/c.mov"))) << text;
+  EXPECT_NE(std::string::npos, text.find("The movie " + folder.Path() + " is a folder, not a regular file: refused")) << text;
   EXPECT_FALSE(fs::exists(folder.File("a.mov")));
   EXPECT_FALSE(fs::exists(folder.File("b.mov")));
 }
@@ -1171,6 +1175,247 @@ TEST(QTRecordServerTest, HungServerIsGivenUpWithinTheIdleLimit) {
   ProbedMovie movie = ProbeMovie(path, true);
   ASSERT_TRUE(movie.opened);
   EXPECT_EQ(3, movie.video.packets) << "what was written before it hung plays";
+}
+
+// While a take is open its configuration stays the one its movie was opened with: the
+// setters and a second Prepare are refused, the segments are checked against that
+// configuration, and every acknowledged frame stays in the movie.
+TEST(QTRecordServerTest, SettingsAndASecondPrepareAreRefusedWhileATakeIsOpen) {
+  const Take& take = kTakes[3];  // JPEG 1080: 1080 rows of 3840 bytes, 2 x 16-bit sound
+  ScratchFolder folder;
+  std::string path = folder.File("open.mov");
+  CapturedStderr captured;
+  {
+    ServerSession session;
+    ASSERT_EQ(0, session.Status());
+    QTRecordClient& client = session.Client();
+    ASSERT_EQ(0, Configure(client, take, path));
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, 0), true));
+    ASSERT_EQ(0, HandOver(client, kAudioShmKey, AudioPayload(take, 0, kSamplesPerPacket), false));
+    EXPECT_EQ(22, client.SetAudioType(0));
+    EXPECT_EQ(22, client.SetVideoHeight(1));
+    EXPECT_EQ(22, client.SetFilePath(folder.File("other.mov").c_str()));
+    EXPECT_EQ(22, client.SetVideoEnabled(false));
+    EXPECT_EQ(0, HandOver(client, kAudioShmKey, std::vector<uint8_t>(4), false)) << "one sample frame of 2 x 16 bits";
+    EXPECT_EQ(22, HandOver(client, kVideoShmKey, std::vector<uint8_t>(3840), true)) << "one row is no picture";
+    EXPECT_EQ(22, client.Prepare()) << "a second Prepare would cut the take off";
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, 1), true));
+    ASSERT_EQ(0, HandOver(client, kAudioShmKey, AudioPayload(take, 1, kSamplesPerPacket), false));
+    ASSERT_EQ(0, client.Stop());
+    EXPECT_EQ(0, client.SetAudioType(16)) << "the next take's settings may change again";
+  }
+  std::string text = captured.Text();
+  EXPECT_NE(std::string::npos, text.find("SetAudioType while " + path + " is being recorded: refused until Stop or Begin"))
+      << text;
+  EXPECT_NE(std::string::npos, text.find("SetVideoHeight while " + path + " is being recorded")) << text;
+  EXPECT_NE(std::string::npos, text.find("Prepare while " + path + " is being recorded: refused")) << text;
+  EXPECT_NE(std::string::npos, text.find("Video segment of 3840 bytes is not 1080 rows of 3840 bytes")) << text;
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_TRUE(movie.decodedEveryVideoFrame);
+  EXPECT_EQ(2, movie.video.packets) << "both acknowledged pictures are kept";
+  EXPECT_EQ(2 * kSamplesPerPacket + 1, movie.audio.totalDuration) << "and all the sound";
+  EXPECT_FALSE(fs::exists(folder.File("other.mov")));
+}
+
+// The movie's path names a file, whatever it looks like: never a protocol of FFmpeg's, and
+// never anything but a regular file.
+TEST(QTRecordServerTest, TheMoviePathIsAPlainFileNeverAProtocol) {
+  const Take& take = kTakes[0];  // 2vuy NTSC
+  ScratchFolder folder;
+  std::string fifo = folder.File("fifo.mov");
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  CapturedStderr captured;
+  {
+    RawServer server(folder.Path());  // the server works in the folder
+    ASSERT_TRUE(server.Running());
+    QTRecordClientIPC& client = server.Client();
+    ASSERT_EQ(0, Configure(client, take, "pipe:1", true, false)) << "a file of that name in the working folder";
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, 0), true));
+    ASSERT_EQ(0, client.Stop()) << "the answers are not mixed with the movie";
+    EXPECT_EQ(ENOENT, Configure(client, take, "file:" + folder.File("x.mov"), true, false))
+        << "a path in a folder named file:, which does not exist";
+    EXPECT_EQ(EINVAL, Configure(client, take, fifo, true, false)) << "at once: the open does not wait for a reader";
+    EXPECT_EQ(EINVAL, Configure(client, take, "/dev/null", true, false));
+    EXPECT_EQ(0, client.Exit());
+  }
+  std::string text = captured.Text();
+  EXPECT_NE(std::string::npos, text.find("The movie " + fifo + " is a FIFO, not a regular file: refused")) << text;
+  EXPECT_NE(std::string::npos, text.find("The movie /dev/null is a character device, not a regular file: refused")) << text;
+  ProbedMovie movie = ProbeMovie(folder.File("pipe:1"), false);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_EQ(1, movie.video.packets);
+  EXPECT_FALSE(fs::exists(folder.File("x.mov")));
+}
+
+// One writer per movie: a second server asked to record over a take being written is
+// refused with 16 and a line naming the writer, and leaves the take alone; once the take
+// is finished the movie may be written again.
+TEST(QTRecordServerTest, AMovieBeingWrittenIsRefusedToASecondServer) {
+  const Take& take = kTakes[0];  // 2vuy NTSC: the pictures are stored as sent
+  ScratchFolder folder;
+  std::string path = folder.File("one writer.mov");
+  std::vector<uint8_t> sent;
+  pid_t writer = 0;
+  CapturedStderr captured;
+  {
+    ServerSession first;
+    ServerSession second;
+    ASSERT_EQ(0, first.Status());
+    ASSERT_EQ(0, second.Status());
+    writer = first.Client().ServerPid();
+    ASSERT_EQ(0, Configure(first.Client(), take, path, true, false));
+    for (int frame = 0; frame < 3; ++frame) {
+      if (frame == 2) {
+        EXPECT_EQ(EBUSY, Configure(second.Client(), take, path, true, false)) << "the take is being written";
+      }
+      std::vector<uint8_t> picture = FramePayload(take, frame);
+      ASSERT_EQ(0, HandOver(first.Client(), kVideoShmKey, picture, true)) << frame;
+      sent.insert(sent.end(), picture.begin(), picture.end());
+    }
+    ASSERT_EQ(0, first.Client().Stop());
+    ProbedMovie movie = ProbeMovie(path, true);
+    ASSERT_TRUE(movie.opened);
+    EXPECT_EQ(3, movie.video.packets);
+    EXPECT_TRUE(movie.video.bytes == sent) << "the first take is whole";
+    EXPECT_EQ(0, Configure(second.Client(), take, path, true, false)) << "free once the take is finished";
+    ASSERT_EQ(0, HandOver(second.Client(), kVideoShmKey, FramePayload(take, 5), true));
+    EXPECT_EQ(0, second.Client().Stop());
+  }
+  std::string text = captured.Text();
+  EXPECT_NE(std::string::npos, text.find("The movie " + path + " is being written by process " + std::to_string(writer) +
+                                         " (QTRecordServer)"))
+      << text;
+  EXPECT_EQ(1, ProbeMovie(path, false).video.packets) << "the second take";
+}
+
+// A FIFO put where the video segment's name belongs is refused at once; the take goes on.
+TEST(QTRecordServerTest, AFifoInTheSegmentsPlaceIsRefusedAtOnce) {
+  const Take& take = kTakes[0];
+  ScratchFolder folder;
+  std::string path = folder.File("fifo segment.mov");
+  CapturedStderr captured;
+  {
+    ServerSession session;
+    ASSERT_EQ(0, session.Status());
+    QTRecordClient& client = session.Client();
+    ASSERT_EQ(0, Configure(client, take, path, true, false));
+    {
+      HeldSegmentName held(kVideoShmKey);
+      struct Removed {
+        std::string path;
+        ~Removed() { unlink(path.c_str()); }
+      } fifo{std::string("/dev/shm/") + kVideoShmKey};
+      ASSERT_EQ(0, mkfifo(fifo.path.c_str(), 0600));
+      // A server that waited for a writer would be given up after the client's idle limit.
+      EXPECT_EQ(EINVAL, client.MapVideo(FramePayload(take, 0).size()));
+    }
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, 1), true));
+    EXPECT_EQ(0, client.Stop());
+  }
+  std::string text = captured.Text();
+  EXPECT_NE(std::string::npos, text.find(std::string("Segment ") + kVideoShmKey + " is a FIFO, not a segment: refused"))
+      << text;
+  EXPECT_EQ(1, ProbeMovie(path, false).video.packets);
+}
+
+// A script in folder that starts the real server with every write held back by
+// delayMillis, as a slow disk would.
+std::string SlowServer(const ScratchFolder& folder, unsigned delayMillis) {
+  std::string wrapper = folder.File("slow-server");
+  {
+    std::ofstream script(wrapper);
+    script << "#!/bin/sh\nexec '" << QT_RECORD_SERVER << "' --write-delay-ms " << delayMillis << "\n";
+  }
+  fs::permissions(wrapper, fs::perms::owner_all);
+  return wrapper;
+}
+
+// Hands payload over as HandOver does, then, as soon as the answer has come, shrinks the
+// segment to nothing, as a broken or hostile maker could. secondsAfter receives how long
+// after the answer the segment was shrunk.
+long HandOverThenShrink(QTRecordClientIPC& client, const char* key, const std::vector<uint8_t>& payload, bool video,
+                        double& secondsAfter) {
+  HeldSegmentName held(key);
+  Core::SharedMemory segment(key);
+  if (long rc = segment.Create(payload.size())) return rc;
+  struct iovec part = {const_cast<uint8_t*>(payload.data()), payload.size()};
+  if (long rc = segment.Fill(&part, 1)) return rc;
+  long answer = video ? client.MapVideo(payload.size()) : client.MapAudio(payload.size());
+  auto answered = std::chrono::steady_clock::now();
+  int fd = shm_open(key, O_RDWR | O_CLOEXEC, 0);
+  if (fd < 0 || ftruncate(fd, 0) != 0) answer = -errno;
+  if (fd >= 0) close(fd);
+  secondsAfter = std::chrono::duration<double>(std::chrono::steady_clock::now() - answered).count();
+  return answer;
+}
+
+// A segment its maker shrinks right after the server's answer never brings the server
+// down: the encoders read a copy of their own, the uncompressed samples are sent by the
+// kernel, which comes back short. The sample is left out with a line, its slot stays
+// empty and the take goes on to a clean finish.
+TEST(QTRecordServerTest, ASegmentShrunkAfterTheAnswerIsLeftOutAndTheTakeGoesOn) {
+  constexpr unsigned kDelayMillis = 500;  // the writer reaches each item this long after it came at the earliest
+  for (int row : {3, 0}) {  // JPEG, encoded; 2vuy, sent from the segment
+    const Take& take = kTakes[row];
+    SCOPED_TRACE(Spelled(take.codecType));
+    ScratchFolder folder;
+    std::string path = folder.File("shrunk.mov");
+    double late = 0, seconds = 0;
+    long shrunkPicture = -1, shrunkSound = -1, stop = -1;
+    CapturedStderr captured;
+    {
+      ServerSession session(SlowServer(folder, kDelayMillis));
+      ASSERT_EQ(0, session.Status());
+      QTRecordClient& client = session.Client();
+      ASSERT_EQ(0, Configure(client, take, path));
+      ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, 0), true));
+      ASSERT_EQ(0, HandOver(client, kAudioShmKey, AudioPayload(take, 0, kSamplesPerPacket), false));
+      shrunkPicture = HandOverThenShrink(client, kVideoShmKey, FramePayload(take, 1), true, seconds);
+      late = std::max(late, seconds);
+      shrunkSound = HandOverThenShrink(client, kAudioShmKey, AudioPayload(take, 1, kSamplesPerPacket), false, seconds);
+      late = std::max(late, seconds);
+      ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, 2), true));
+      ASSERT_EQ(0, HandOver(client, kAudioShmKey, AudioPayload(take, 2, kSamplesPerPacket), false));
+      stop = client.Stop();
+    }
+    std::string text = captured.Text();
+    EXPECT_EQ(0, shrunkPicture);
+    EXPECT_EQ(0, shrunkSound);
+    EXPECT_EQ(0, stop) << "the server is there and the take finished\n" << text;
+    ProbedMovie movie = ProbeMovie(path, true);
+    ASSERT_TRUE(movie.opened);
+    EXPECT_TRUE(movie.decodedEveryVideoFrame);
+    if (late * 1000 >= kDelayMillis) {
+      // This machine was too slow to shrink a segment before the writer read it.
+      continue;
+    }
+    ASSERT_EQ(2, movie.video.packets) << "the shrunk picture is left out\n" << text;
+    EXPECT_EQ(2 * take.duration * movie.video.timeBaseDen,
+              movie.video.pts[1] * static_cast<int64_t>(take.timescale) * movie.video.timeBaseNum)
+        << "the picture after it keeps its own time";
+    EXPECT_EQ(2 * kSamplesPerPacket, movie.audio.totalDuration) << "the shrunk sound is left out";
+    EXPECT_NE(std::string::npos, text.find("was shrunk before it was written: the sample is left out")) << text;
+    if (row == 3) {
+      EXPECT_NE(std::string::npos, text.find("shrank to 0 of the 4147200 bytes it was opened with")) << text;
+    }
+  }
+}
+
+// The terminal's Ctrl-C, Ctrl-\ and hang-up reach every process of the host's group: the
+// server lives on and answers, and ends when its input closes.
+TEST(QTRecordServerTest, TerminalSignalsDoNotEndTheServer) {
+  ScratchFolder folder;
+  CapturedStderr captured;
+  RawServer server(folder.Path());
+  ASSERT_TRUE(server.Running());
+  ASSERT_EQ(0, server.Client().Stop()) << "serving commands";
+  for (int signalNumber : {SIGINT, SIGHUP, SIGQUIT}) ASSERT_EQ(0, kill(server.Pid(), signalNumber));
+  EXPECT_EQ(0, server.Client().Stop()) << "still there, and answering";
+  server.CloseInput();
+  int status = server.ExitStatus();
+  ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(1, WEXITSTATUS(status)) << "the end of its input, as when the plug-in has gone";
 }
 
 }  // namespace

@@ -33,6 +33,12 @@ bool ParseOptions(int argc, char** argv, KTN::ServerOptions& options) {
 int main(int argc, char** argv) {
   KTN::ServerOptions options;
   if (!ParseOptions(argc, argv, options)) return 2;
+  // The host's terminal sends Ctrl-C (and Ctrl-\, and a hang-up) to every process of its
+  // foreground group, this one included: the host decides when a take ends, and the
+  // server ends when its input closes, once the movie is finished.
+  signal(SIGINT, SIG_IGN);
+  signal(SIGQUIT, SIG_IGN);
+  signal(SIGHUP, SIG_IGN);
   // The plug-in may die at any moment: a failed acknowledgement must end the loop and let
   // the movie be finished, not kill this process.
   signal(SIGPIPE, SIG_IGN);
