@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "Movie/MovieLock.h"
+#include "Util/FileKind.h"
 
 namespace KTN {
 
@@ -27,10 +28,7 @@ std::string MoviePath::Problem(const std::string& path) {
   struct stat info;
   if (stat(path.c_str(), &info) == 0) {
     if (S_ISDIR(info.st_mode)) return "it is a folder";
-    if (S_ISFIFO(info.st_mode)) return "it is a FIFO, not a regular file";
-    if (S_ISCHR(info.st_mode) || S_ISBLK(info.st_mode)) return "it is a device, not a regular file";
-    if (S_ISSOCK(info.st_mode)) return "it is a socket, not a regular file";
-    if (!S_ISREG(info.st_mode)) return "it is not a regular file";
+    if (!S_ISREG(info.st_mode)) return std::string("it is ") + Util::FileKind(info.st_mode) + ", not a regular file";
     std::string writer = MovieLock::Holder(path);
     if (!writer.empty()) return "it is being written by " + writer;
   }

@@ -63,7 +63,7 @@ TEST(MoviePathTest, OnlyARegularFileNobodyWritesCanBeRecordedOver) {
   ASSERT_EQ(0, mkfifo(folder.File("fifo.mov").c_str(), 0644));
   EXPECT_EQ("it is a FIFO, not a regular file", MoviePath::Problem(folder.File("fifo.mov")));
   EXPECT_FALSE(MoviePath::Exists(folder.File("fifo.mov")));
-  EXPECT_EQ("it is a device, not a regular file", MoviePath::Problem("/dev/null"));
+  EXPECT_EQ("it is a character device, not a regular file", MoviePath::Problem("/dev/null"));
   EXPECT_FALSE(MoviePath::Exists("/dev/null"));
   // An earlier take is there: it may be written over once the user says so.
   { std::ofstream(folder.File("earlier.mov")) << "x"; }

@@ -31,6 +31,7 @@
 #include "Server/MovieFinisher.h"
 #include "Settings/CaptureSettings.h"
 #include "Settings/CaptureTables.h"
+#include "Util/FileKind.h"
 #include "Util/TimeCode.h"
 
 namespace {
@@ -291,9 +292,9 @@ int Repair(int argc, char** argv) {
     return 1;
   }
   std::unique_ptr<int, void (*)(int*)> movieLock(&movieFd, [](int* fd) { close(*fd); });
-  struct stat info;
+  struct stat info = {};
   if (fstat(movieFd, &info) != 0 || !S_ISREG(info.st_mode)) {
-    fprintf(stderr, "kestrin-capture: cannot repair %s: it is not a regular file\n", movie.c_str());
+    fprintf(stderr, "kestrin-capture: cannot repair %s: it is %s, not a regular file\n", movie.c_str(), Util::FileKind(info.st_mode));
     return 1;
   }
   if (long rc = MovieLock::TryLock(movieFd)) {

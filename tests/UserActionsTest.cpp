@@ -205,12 +205,12 @@ TEST_F(UserActionsTest, AFifoOrADeviceIsRefusedAtOnce) {
             UserLines(error));
   status = RunHostProgram(Record("/dev/null", {"-y", "--frames", "5"}), mFolder, 60, error);
   EXPECT_EQ(5, WEXITSTATUS(status)) << error;
-  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: cannot record to /dev/null: it is a device, not a regular file"},
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: cannot record to /dev/null: it is a character device, not a regular file"},
             UserLines(error));
   status = RunHostProgram({"repair", fifo}, mFolder, 60, error);
   ASSERT_NE(-1, status) << "repairing a FIFO blocked";
   EXPECT_EQ(1, WEXITSTATUS(status)) << error;
-  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: cannot repair " + fifo + ": it is not a regular file"},
+  EXPECT_EQ(std::vector<std::string>{"kestrin-capture: cannot repair " + fifo + ": it is a FIFO, not a regular file"},
             UserLines(error));
 }
 
