@@ -50,6 +50,7 @@ VeldranResult FakeVideoInputFrame::GetStreamTime(int64_t* time, int64_t* duratio
 
 VeldranResult FakeVideoInputFrame::GetTimecode(uint32_t format, IVeldranTimecode** timecode) {
   *timecode = nullptr;
+  if (mTimecodeFailure) return mTimecodeFailure;
   if (!mHasTimecode || format != ktnTimecodeRP188) return kVeldranNotFound;
   *timecode = new FakeTimecode(mH, mM, mS, mF, mTimecodeText);
   return kVeldranOK;
@@ -65,8 +66,8 @@ VeldranResult FakeAudioPacket::GetBytes(void** buffer) {
   return kVeldranOK;
 }
 
-VeldranResult FakeAudioPacket::GetPacketTime(int64_t* time, int64_t) {
-  *time = 0;
+VeldranResult FakeAudioPacket::GetPacketTime(int64_t* time, int64_t timeScale) {
+  *time = mTime * timeScale / mTimeScale;
   return kVeldranOK;
 }
 

@@ -40,6 +40,8 @@ class FakeVideoInputFrame : public VeldranObject<IVeldranVideoInputFrame> {
   }
   // The text of its timecode, instead of the one made from the four fields.
   void SetTimecodeText(const std::string& text) { mTimecodeText = text; }
+  // GetTimecode answers failure for every kind, as a card that cannot read the timecode.
+  void SetTimecodeFailure(VeldranResult failure) { mTimecodeFailure = failure; }
 
   int32_t GetWidth() override { return mWidth; }
   int32_t GetHeight() override { return mHeight; }
@@ -58,6 +60,7 @@ class FakeVideoInputFrame : public VeldranObject<IVeldranVideoInputFrame> {
   int64_t mTime = 0;
   int64_t mDuration = 0;
   std::string mTimecodeText;
+  VeldranResult mTimecodeFailure = kVeldranOK;
 };
 
 // Interleaved 32-bit samples (as the card delivers 24-bit sound), each sample's bytes
@@ -67,6 +70,11 @@ class FakeAudioPacket : public VeldranObject<IVeldranAudioInputPacket> {
   FakeAudioPacket(int sampleFrames, int channels, int bytesPerSample);
   int32_t References() { AddRef(); return Release(); }
   const std::vector<uint8_t>& Bytes() const { return mBytes; }
+  // Its start on the card's clock: time in units of timeScale (0 at first: the clock's start).
+  void SetPacketTime(int64_t time, int64_t timeScale) {
+    mTime = time;
+    mTimeScale = timeScale;
+  }
 
   int32_t GetSampleFrameCount() override { return mSampleFrames; }
   VeldranResult GetBytes(void** buffer) override;
@@ -75,6 +83,8 @@ class FakeAudioPacket : public VeldranObject<IVeldranAudioInputPacket> {
  private:
   int mSampleFrames;
   std::vector<uint8_t> mBytes;
+  int64_t mTime = 0;
+  int64_t mTimeScale = 1;
 };
 
 }  // namespace KTN

@@ -7,6 +7,7 @@
 #include "Capture/APICapture.h"
 #include "Capture/Previewer.h"
 #include "Capture/VeldranAPILoader.h"
+#include "Core/Lock.h"
 #include "Core/SegmentLock.h"
 #include "IPC/QTRecordClient.h"
 #include "Record/RecordHandlers.h"
@@ -111,6 +112,10 @@ int32_t recOpen(rmStdParms* stdParms, CapPriv** out, recOpenParms* parms) {
     }
     instance->queueLock = new Core::Lockable;
     if (long rc = instance->queueLock->Init()) {
+      KTN_LOG("Lockable::Init() returned %ld", rc);
+      break;
+    }
+    if (long rc = instance->recordingLock.Init()) {
       KTN_LOG("Lockable::Init() returned %ld", rc);
       break;
     }
@@ -271,6 +276,12 @@ int32_t recShowOptions(rmStdParms* stdParms, CapPriv* instance, recSetupParms* p
 
 int32_t recStartRecord(CapPriv* instance, recStartReply* reply) {
   if (!instance || !reply) return rmBadParameter;
+  if (!instance->recordingPrepared) {
+    // Selector 28 has not configured the server, the in-point and the frame limit: there is
+    // nothing to start, and the start timecode would be counted at no rate at all.
+    KTN_LOG("Invalid capPtr %p or no prepared recording", static_cast<void*>(instance));
+    return rmBadParameter;
+  }
   if (instance->prerollFunc) {
     int32_t rc = instance->prerollFunc(instance->callbackID);
     if (rc == 2) return rmPrerollCancelled;
@@ -285,14 +296,13 @@ int32_t recStartRecord(CapPriv* instance, recStartReply* reply) {
   if (instance->frameLimit == 0) {
     instance->deviceControlReady = instance->deviceControl && instance->deviceControl->GetReadiness() == kVeldranOK;
     if (instance->deviceControlReady) {
-      int32_t frameNumber = 0, unused1 = 0, unused2 = 0;
-      if (instance->timecodeFunc) instance->timecodeFunc(instance->callbackID, &frameNumber, &unused1, &unused2);
-      Util::TimeCode now = instance->inPoint;
-      Util::ConvertFrameCountToTimeCode(static_cast<unsigned>(frameNumber), &now);
-      Util::ConvertTimeCodeToString(&now, reply->startTimecode);
+      HostTimecodeNow(instance, reply->startTimecode);  // none when the host has no timecode
     } else {
       bool timedOut = false;
       instance->startEvent.TimedWait(1000000, timedOut);  // a time-out is not an error
+      // The device thread writes the text under the lock, so that the first frame may still
+      // be arriving when the wait has ended.
+      Core::Lock lock(&instance->recordingLock);
       if (instance->startTimeCodeString[0]) {
         snprintf(reply->startTimecode, sizeof reply->startTimecode, "%s", instance->startTimeCodeString);
       }

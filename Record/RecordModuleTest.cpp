@@ -2,21 +2,30 @@
 // memory functions and suites, the real recording server and the simulated card.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Capture/Previewer.h"
 #include "Core/SharedMemory.h"
 #include "Host/PluginHost.h"
 #include "IPC/QTRecordClient.h"
+#include "Movie/MovieLock.h"
+#include "Movie/MovieSummary.h"
 #include "Record/CapPriv.h"
 #include "Record/FakeDeviceFrames.h"
 #include "Record/RecordHandlers.h"
@@ -53,6 +62,44 @@ int32_t RecordStatus(int64_t, const char* text, int64_t count) {
 }
 
 int32_t NoPreroll(int64_t) { return 0; }
+
+// The host program's timecode callback: without a deck it has no timecode and answers frame 0.
+int32_t HostWithoutDeck(int64_t, int32_t* frameNumber, int32_t*, int32_t*) {
+  *frameNumber = 0;
+  return 0;
+}
+
+// A host whose deck stands at 01:00:00:00 (at 25 frames a second).
+int32_t HostAtOneHour(int64_t, int32_t* frameNumber, int32_t*, int32_t*) {
+  *frameNumber = 3600 * 25;
+  return 0;
+}
+
+// How often needle occurs in text.
+size_t Occurrences(const std::string& text, const std::string& needle) {
+  size_t count = 0;
+  for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++count;
+  return count;
+}
+
+std::string FileText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// Waits until done() holds, for at most 30 seconds (a bound far beyond what it takes even
+// under a sanitizer); whether it came.
+template <typename Condition>
+bool WaitFor(Condition done) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
 
 struct FormatReport {
   int calls = 0;
@@ -376,6 +423,101 @@ TEST_F(RecordModuleTest, PrepareRefusesAnInstanceWithoutServerAndAPathItCannotCr
   Close(instance);
 }
 
+// Selector 5 with nothing prepared has no in-point to count the deck's timecode at: it is
+// refused, and nothing starts.
+TEST_F(RecordModuleTest, AStartWithoutAPreparedRecordingIsRefused) {
+  UseCard({{"VELDRAN_SIM_DECK", "1"}});  // a deck ready: the start asks the host's timecode
+  CapPriv* instance = Open(nullptr);
+  ASSERT_NE(nullptr, instance);
+  CapturedStderr captured;
+  EXPECT_EQ(rmBadParameter, Start(instance));
+  EXPECT_NE(std::string::npos, captured.Text().find("*** recStartRecord[#]: Invalid capPtr 0x")) << "said";
+  EXPECT_FALSE(instance->recording);
+  // Nor after a preparation that failed.
+  recCapParmsRec8 parms = Parms(mFolder + "/no such folder/x.mov");
+  CapturedStderr again;
+  EXPECT_EQ(rmBadParameter, Prep(instance, parms));
+  EXPECT_EQ(rmBadParameter, Start(instance));
+  EXPECT_NE(std::string::npos, again.Text().find("or no prepared recording"));
+  EXPECT_FALSE(instance->recording);
+  Close(instance);
+}
+
+// The movie is made without waiting for anything, and only as a regular file: a FIFO (with
+// a reader or without) and a device are refused and left as they are.
+TEST_F(RecordModuleTest, PrepareRefusesWhatIsNotARegularFileWithoutWaiting) {
+  UseCard();
+  CapPriv* instance = Open(nullptr);
+  ASSERT_NE(nullptr, instance);
+  const std::string fifo = mFolder + "/pipe.mov";
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_LE(0, reader);
+  recCapParmsRec8 parms = Parms(fifo);
+  CapturedStderr captured;
+  EXPECT_EQ(rmBadParameter, Prep(instance, parms)) << "a FIFO somebody reads";
+  EXPECT_NE(std::string::npos, captured.Text().find(fifo + " is not a regular file"));
+  close(reader);
+  CapturedStderr unread;
+  EXPECT_EQ(rmBadParameter, Prep(instance, parms)) << "a FIFO nobody reads, at once";
+  unread.Text();
+  parms = Parms("/dev/null");
+  CapturedStderr device;
+  EXPECT_EQ(rmBadParameter, Prep(instance, parms));
+  EXPECT_NE(std::string::npos, device.Text().find("/dev/null is not a regular file"));
+  struct stat info;
+  ASSERT_EQ(0, stat("/dev/null", &info));
+  EXPECT_TRUE(S_ISCHR(info.st_mode));
+  ASSERT_EQ(0, stat(fifo.c_str(), &info));
+  EXPECT_TRUE(S_ISFIFO(info.st_mode));
+  Close(instance);
+}
+
+// A movie that another process is writing (it holds the movie's lock) is neither emptied nor
+// taken: the preparation answers 16 and says who writes it. Once let go, it is made anew.
+TEST_F(RecordModuleTest, PrepareLeavesAMovieAnotherWriterHoldsAsItIs) {
+  UseCard();
+  CapPriv* instance = Open(nullptr);
+  ASSERT_NE(nullptr, instance);
+  const std::string movie = mFolder + "/taken.mov";
+  { std::ofstream(movie) << "somebody's take"; }
+  int writer = open(movie.c_str(), O_RDWR | O_CLOEXEC);  // another open of the file: another writer
+  ASSERT_LE(0, writer);
+  ASSERT_EQ(0, MovieLock::TryLock(writer));
+  recCapParmsRec8 parms = Parms(movie);
+  CapturedStderr captured;
+  EXPECT_EQ(16, Prep(instance, parms));
+  EXPECT_NE(std::string::npos,
+            captured.Text().find(movie + " is being written by process " + std::to_string(getpid()) + " (RecordTest)"));
+  EXPECT_EQ("somebody's take", FileText(movie));
+  EXPECT_EQ(rmBadParameter, Start(instance)) << "nothing was prepared";
+  close(writer);
+  ASSERT_EQ(rmNoErr, Prep(instance, parms));
+  EXPECT_EQ(std::string::npos, FileText(movie).find("somebody's take"));
+  Close(instance);
+}
+
+// A preparation the server refuses leaves no file behind: neither the one it made nor the
+// one it emptied.
+TEST_F(RecordModuleTest, APreparationTheServerRefusesLeavesNoMovieBehind) {
+  UseCard();
+  CapPriv* instance = Open(nullptr);
+  ASSERT_NE(nullptr, instance);
+  instance->settings.codecType = FourCC("zzzz");  // not a codec the server writes: Prepare refuses
+  const std::string made = mFolder + "/made.mov";
+  recCapParmsRec8 parms = Parms(made);
+  CapturedStderr captured;
+  EXPECT_EQ(22, Prep(instance, parms));
+  const std::string emptied = mFolder + "/emptied.mov";
+  { std::ofstream(emptied) << "an older take"; }
+  parms = Parms(emptied);
+  EXPECT_EQ(22, Prep(instance, parms));
+  EXPECT_NE(std::string::npos, captured.Text().find("Prepare returned 22"));
+  EXPECT_FALSE(fs::exists(made));
+  EXPECT_FALSE(fs::exists(emptied));
+  Close(instance);
+}
+
 // ---- The device thread's callback, driven directly ----
 
 class CallbackTest : public RecordModuleTest {
@@ -422,8 +564,8 @@ TEST_F(CallbackTest, VideoOnlyAndAudioOnlyCallbacksEachCountOne) {
   FrameArrivedCallback(mInstance, frame, nullptr);
   FrameArrivedCallback(mInstance, nullptr, packet);
   EXPECT_EQ(2, mInstance->frameCount);
-  EXPECT_EQ(2u, Queued(true)) << "two frame slots";
-  EXPECT_EQ(1u, QueuedPictures()) << "one of them without its picture (the card dropped it)";
+  EXPECT_EQ(1u, Queued(true)) << "one frame slot: the sound alone drops no picture";
+  EXPECT_EQ(1u, QueuedPictures());
   EXPECT_EQ(1u, Queued(false));
   EXPECT_EQ(2, frame->References()) << "the queue holds a reference";
   flush(mInstance);
@@ -661,8 +803,9 @@ TEST_F(CallbackTest, PicturesBeyondTwoAndAHalfSecondsAreGivenUpAndTheirSlotsKept
 }
 
 // A round hands over the sound of every slot it takes: a run of slots without pictures
-// (audio-only callbacks) goes over with all its sound in one round, so the sound queue
-// never outgrows the video queue however few rounds the host's calls make time for.
+// (the card dropped them: their callbacks bring sound alone) goes over with all its sound in
+// one round, so the sound queue never outgrows the video queue however few rounds the
+// host's calls make time for.
 TEST_F(CallbackTest, ARoundTakesTheSoundOfEverySlotItHandsOver) {
   ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 1));  // the card's sound layout
   ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 0));
@@ -672,12 +815,18 @@ TEST_F(CallbackTest, ARoundTakesTheSoundOfEverySlotItHandsOver) {
   mInstance->serviceWorkMillis = 0;  // one round a call
   FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
   FakeAudioPacket* packet = new FakeAudioPacket(1920, 2, 2);
-  FrameArrivedCallback(mInstance, frame, packet);  // the start: sound before it is not recorded
+  // Slot n on the card's clock (PAL's timescale is 25: a frame lasts 1).
+  auto slot = [&](int n, bool picture) {
+    frame->SetStreamTime(n, 1);
+    packet->SetPacketTime(n, 25);
+    FrameArrivedCallback(mInstance, picture ? frame : nullptr, packet);
+  };
+  slot(0, true);  // the start: sound before it is not recorded
   ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
   int slots = 1;
   for (int run = 0; run < 3; ++run) {
-    for (int i = 0; i < 20; ++i, ++slots) FrameArrivedCallback(mInstance, nullptr, packet);
-    FrameArrivedCallback(mInstance, frame, packet);
+    for (int i = 0; i < 20; ++i, ++slots) slot(slots, false);
+    slot(slots, true);
     ++slots;
     EXPECT_EQ(21u, Queued(false));
     ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
@@ -847,6 +996,232 @@ TEST_F(CallbackTest, FrameLimitReachedAnswers9) {
   EXPECT_EQ(rmFrameLimitReached, recServiceRecord(mInstance));
   recStopRecord(mInstance);
   frame->Release();
+}
+
+// After a preparation that failed, only a movie file that holds nothing is removed: an empty
+// one, or a movie's header without a sample; not a take with a picture, not a file of other
+// contents, not one whose lock somebody holds.
+TEST_F(CallbackTest, OnlyAMovieWithoutASampleIsRemovedAfterAFailedPreparation) {
+  const std::string header = mFolder + "/header only.mov";
+  recCapParmsRec8 parms = Parms(header);
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, recCloseRecord(mInstance));  // finished without a sample
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(header));
+  ASSERT_NE(MovieSummary::Layout::kNotAMovie, summary.layout);
+  ASSERT_EQ(0u, summary.pictures + summary.soundFrames);
+  const std::string take = mFolder + "/take.mov";
+  parms = Parms(take);
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+  ASSERT_EQ(rmNoErr, recStopRecord(mInstance));
+  ASSERT_EQ(rmNoErr, recCloseRecord(mInstance));
+  frame->Release();
+  const std::string notes = mFolder + "/notes.mov";
+  { std::ofstream(notes) << "not a movie"; }
+  const std::string held = mFolder + "/held.mov";
+  { std::ofstream created(held); }
+  int writer = open(held.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_LE(0, writer);
+  ASSERT_EQ(0, MovieLock::TryLock(writer));
+  for (const std::string& path : {header, take, notes, held}) RemoveUnrecordedMovie(path.c_str());
+  EXPECT_FALSE(fs::exists(header));
+  EXPECT_TRUE(fs::exists(take));
+  EXPECT_TRUE(fs::exists(notes));
+  EXPECT_TRUE(fs::exists(held)) << "its lock is held";
+  close(writer);
+  RemoveUnrecordedMovie(held.c_str());
+  EXPECT_FALSE(fs::exists(held)) << "empty, and let go";
+}
+
+// Sound that a card delivers in callbacks of its own, between its pictures, is not a dropped
+// picture: no empty slot, no warning, no abort; each callback still counts one.
+TEST_F(CallbackTest, SoundInCallbacksOfItsOwnDropsNoPicture) {
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 1));  // the card's sound layout
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 0));
+  recCapParmsRec8 parms = Parms(mFolder + "/sound apart.mov");
+  parms.abortOnDroppedFrames = 1;
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FakeAudioPacket* packet = new FakeAudioPacket(1920, 2, 2);
+  for (int n = 0; n < 5; ++n) {  // PAL's timescale is 25: a frame lasts 1
+    frame->SetStreamTime(n, 1);
+    FrameArrivedCallback(mInstance, frame, nullptr);
+    packet->SetPacketTime(n, 25);  // the sound of the picture just delivered
+    FrameArrivedCallback(mInstance, nullptr, packet);
+  }
+  EXPECT_EQ(10, mInstance->frameCount) << "each callback counts one";
+  EXPECT_EQ(5u, Queued(true)) << "a slot for each picture and no more";
+  EXPECT_EQ(5u, QueuedPictures());
+  EXPECT_EQ(5u, Queued(false));
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance)) << "nothing was dropped: no abort";
+  EXPECT_EQ("Recording to disk", sStatus.texts.back());
+  EXPECT_FALSE(mInstance->droppedFrames);
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  frame->Release();
+  packet->Release();
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(mFolder + "/sound apart.mov"));
+  EXPECT_EQ(5u, summary.pictures);
+  EXPECT_EQ(0u, summary.EmptySlots());
+  EXPECT_EQ(5u * 1920, summary.soundFrames);
+}
+
+// A callback whose sound comes where the next picture was due is a slot whose picture the
+// card dropped: it stays an empty slot, the report warns and a take that asked to is aborted.
+TEST_F(CallbackTest, APictureTheCardDroppedLeavesAnEmptySlot) {
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 1));
+  ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 0));
+  recCapParmsRec8 parms = Parms(mFolder + "/dropped.mov");
+  parms.abortOnDroppedFrames = 1;
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80);
+  FakeAudioPacket* packet = new FakeAudioPacket(1920, 2, 2);
+  for (int n = 0; n < 4; ++n) {
+    frame->SetStreamTime(n, 1);
+    packet->SetPacketTime(n, 25);
+    FrameArrivedCallback(mInstance, n == 2 ? nullptr : frame, packet);  // slot 2 without its picture
+  }
+  EXPECT_EQ(4, mInstance->frameCount);
+  EXPECT_EQ(4u, Queued(true));
+  EXPECT_EQ(3u, QueuedPictures());
+  EXPECT_EQ(rmAborted, recServiceRecord(mInstance));
+  EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", sStatus.texts.back());
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  frame->Release();
+  packet->Release();
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(mFolder + "/dropped.mov"));
+  EXPECT_EQ(3u, summary.pictures);
+  EXPECT_EQ(1u, summary.EmptySlots());
+  EXPECT_EQ(4u * 1920, summary.soundFrames);
+}
+
+// A card that cannot read the frames' timecode is said once a recording, with its answer;
+// the take's start then has the host's timecode only when the host has one (the host
+// program, without a deck, answers frame 0), and the movie no made-up timecode track.
+TEST_F(CallbackTest, AnUnreadableTimecodeIsSaidOnceAndNoneIsMadeUp) {
+  const std::string movie = mFolder + "/unreadable.mov";
+  recCapParmsRec8 parms = Parms(movie);
+  parms.timecodeFunc = HostWithoutDeck;
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80, true, 10, 20, 30, 4);
+  frame->SetTimecodeFailure(kVeldranFail);
+  const std::string line = "*** FrameTimecode[#]: GetTimecode('rp18') returned -2147483646 (0xffffffff80000002)";
+  CapturedStderr captured;
+  for (int i = 0; i < 3; ++i) FrameArrivedCallback(mInstance, frame, nullptr);
+  EXPECT_EQ(1u, Occurrences(captured.Text(), line)) << "once a recording";
+  EXPECT_TRUE(mInstance->started);
+  EXPECT_STREQ("", mInstance->startTimeCodeString) << "no 00:00:00:00 from a host without timecode";
+  EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(movie));
+  EXPECT_EQ(3u, summary.pictures);
+  EXPECT_FALSE(summary.hasTimecode) << "no timecode track rather than a wrong one";
+
+  // The next recording says it again; a host that has a timecode gives the start.
+  parms = Parms(mFolder + "/host's.mov");
+  parms.timecodeFunc = HostAtOneHour;
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  CapturedStderr again;
+  FrameArrivedCallback(mInstance, frame, nullptr);
+  EXPECT_EQ(1u, Occurrences(again.Text(), line));
+  EXPECT_STREQ("01:00:00:00", mInstance->startTimeCodeString);
+  flush(mInstance);
+  frame->Release();
+}
+
+// The first frame may come just as selector 5 stops waiting for it: the timecode text goes
+// from the device thread to the host's under the recording's lock, never read while it is
+// written (a ThreadSanitizer build checks this).
+TEST_F(CallbackTest, TheFirstTimecodeMayComeJustAsTheStartStopsWaiting) {
+  recCapParmsRec8 parms = Parms(mFolder + "/late first frame.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80, true, 10, 20, 30, 4);
+  // Relaxed on both sides: the device thread learns that the wait is over without anything
+  // ordering the two threads' memory, as the card's own thread would.
+  std::atomic<bool> waitOver{false};
+  std::thread device([&] {
+    while (!waitOver.load(std::memory_order_relaxed)) std::this_thread::yield();
+    FrameArrivedCallback(mInstance, frame, nullptr);
+  });
+  recStartReply reply = {};
+  int32_t rc = mHost.Call(recmod_StartRecord, mInstance, reinterpret_cast<intptr_t>(&reply));
+  waitOver.store(true, std::memory_order_relaxed);
+  device.join();
+  EXPECT_EQ(rmNoErr, rc);
+  EXPECT_STREQ("", reply.startTimecode) << "the wait ended before the first frame";
+  EXPECT_STREQ("10:20:30:04", mInstance->startTimeCodeString);
+  flush(mInstance);
+  frame->Release();
+}
+
+// A card's capture thread: calls FrameArrivedCallback with its one frame (with a timecode
+// and the next slot's stream time) about every millisecond until it is destroyed.
+class FakeCaptureThread {
+ public:
+  explicit FakeCaptureThread(CapPriv* instance)
+      : mFrame(new FakeVideoInputFrame(720, 576, 0x80, true, 10, 20, 30, 4)),
+        mThread([this, instance] {
+          for (int64_t slot = 0; !mStop; ++slot) {
+            mFrame->SetStreamTime(slot, 1);
+            FrameArrivedCallback(instance, mFrame, nullptr);
+            mCalls.fetch_add(1, std::memory_order_relaxed);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          }
+        }) {}
+  ~FakeCaptureThread() {
+    mStop = true;
+    mThread.join();
+    mFrame->Release();
+  }
+  // Callbacks made so far (read without ordering anything).
+  int64_t Calls() const { return mCalls.load(std::memory_order_relaxed); }
+
+ private:
+  FakeVideoInputFrame* mFrame;
+  std::atomic<bool> mStop{false};
+  std::atomic<int64_t> mCalls{0};
+  std::thread mThread;
+};
+
+// A recording closed without a stop leaves the card's thread calling; the next preparation
+// sets up its recording while frames keep arriving (a ThreadSanitizer build checks that they
+// never meet), and nothing is queued again before the next start.
+TEST_F(CallbackTest, PreparingAfterACloseWhileFramesKeepArriving) {
+  recCapParmsRec8 parms = Parms(mFolder + "/first.mov");
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  {
+    FakeCaptureThread card(mInstance);
+    ASSERT_EQ(rmNoErr, Start(mInstance));
+    ASSERT_TRUE(WaitFor([&] { return mInstance->frameCount >= 3; }));
+    ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+    ASSERT_EQ(rmNoErr, recCloseRecord(mInstance));
+    EXPECT_TRUE(mInstance->recording) << "a close without a stop";
+    parms = Parms(mFolder + "/second.mov");
+    ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+    const int64_t prepared = card.Calls();
+    ASSERT_TRUE(WaitFor([&] { return card.Calls() >= prepared + 5; }));
+    EXPECT_EQ(0, mInstance->frameCount) << "nothing queued before the start";
+    EXPECT_FALSE(mInstance->started);
+    ASSERT_EQ(rmNoErr, Start(mInstance));
+    ASSERT_TRUE(WaitFor([&] { return mInstance->frameCount >= 3; }));
+    ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+    ASSERT_EQ(rmNoErr, recStopRecord(mInstance));  // the card's thread queues nothing more
+  }
+  EXPECT_EQ(rmNoErr, recCloseRecord(mInstance));
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(mFolder + "/second.mov"));
+  EXPECT_GE(summary.pictures, 3u);
+  EXPECT_EQ("10:20:30:04", summary.startTimecode);
 }
 
 }  // namespace

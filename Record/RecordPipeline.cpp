@@ -25,6 +25,7 @@
 #include "Record/RecordHandlers.h"
 #include "Record/RecordPlatform.h"
 #include "Util/Log.h"
+#include "Util/Printer.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
@@ -231,16 +232,20 @@ long HandOver(CapPriv* instance, const char* command, unsigned long long argumen
 
 }  // namespace
 
-namespace {
-
-// The host's timecode of the frame now, for a start whose frame carries none; text holds 12.
-void HostTimecodeNow(CapPriv* instance, char* text) {
+bool HostTimecodeNow(CapPriv* instance, char* text) {
+  text[0] = '\0';
   int32_t frameNumber = 0, unused1 = 0, unused2 = 0;
-  if (instance->timecodeFunc) instance->timecodeFunc(instance->callbackID, &frameNumber, &unused1, &unused2);
+  if (!instance->timecodeFunc || instance->timecodeFunc(instance->callbackID, &frameNumber, &unused1, &unused2) != 0 ||
+      frameNumber <= 0) {
+    return false;
+  }
   Util::TimeCode now = instance->inPoint;
   Util::ConvertFrameCountToTimeCode(static_cast<unsigned>(frameNumber), &now);
   Util::ConvertTimeCodeToString(&now, text);
+  return true;
 }
+
+namespace {
 
 // The movie's field order for the card's mode of the settings; kKeep when the card does not say.
 MovieStamp::Fields FieldOrderOfMode(CapPriv* instance) {
@@ -268,31 +273,86 @@ void StampTake(CapPriv* instance) {
   stamp.fields = instance->takeFields;
   stamp.frameDuration = s.frameDuration;
   stamp.timescale = s.timeScale;
-  bool timedOut = true;
-  // The device thread writes the text before it signals; unsignalled, there is none to read.
-  if (instance->startEvent.TimedWait(0, timedOut) == 0 && !timedOut &&
-      TimecodeTrack::CountableRate(s.frameDuration, s.timeScale)) {
+  if (TimecodeTrack::CountableRate(s.frameDuration, s.timeScale)) {
+    // Empty when the first frame had no timecode and the host none either: no track then.
+    Core::Lock lock(&instance->recordingLock);
     stamp.startTimecode = instance->startTimeCodeString;
   }
   if (stamp.fields == MovieStamp::Fields::kKeep && stamp.startTimecode.empty()) return;
   if (long rc = stamp.Apply(path)) KTN_LOG("Stamping %s returned %ld", path.c_str(), rc);
 }
 
+// The frame's timecode, RP188 first, then VITC; null when the frame carries none. A card that
+// cannot read it (any answer but "not found") is said once a recording, naming the answer:
+// the take then starts without the card's timecode rather than with a made-up one. Device
+// thread, under recordingLock.
+IVeldranTimecode* FrameTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
+  VeldranResult failure = kVeldranOK;
+  uint32_t failedKind = 0;
+  for (uint32_t kind : {static_cast<uint32_t>(ktnTimecodeRP188), static_cast<uint32_t>(ktnTimecodeVITC)}) {
+    IVeldranTimecode* timecode = nullptr;
+    VeldranResult rc = video->GetTimecode(kind, &timecode);
+    if (rc == kVeldranOK && timecode) return timecode;
+    if (rc != kVeldranOK && rc != kVeldranNotFound && !failure) {
+      failure = rc;
+      failedKind = kind;
+    }
+  }
+  if (failure && !instance->timecodeFailureReported) {
+    instance->timecodeFailureReported = true;
+    KTN_LOG("GetTimecode(%s) returned %ld (0x%lx): the frames' timecode cannot be read",
+            Util::Printer::Fcc(static_cast<int>(failedKind)), static_cast<long>(failure), static_cast<long>(failure));
+  }
+  return nullptr;
+}
+
+// Whether a callback with sound and no picture stands for a frame slot whose picture the card
+// dropped: its sound starts where the next picture was due (half a frame early at most) or
+// later. Otherwise it is the sound of a slot whose picture came in a callback of its own (a
+// card may deliver sound apart from its pictures), and no slot is missing. Without the card's
+// clock to tell (no picture time yet, or a packet without a time) nothing counts as dropped.
+// Device thread, under recordingLock.
+bool PictureDroppedAt(CapPriv* instance, IVeldranAudioInputPacket* audio) {
+  const int64_t scale = instance->settings.timeScale;
+  const int64_t duration = instance->settings.frameDuration;
+  int64_t packetTime = 0;
+  if (instance->nextFrameTime < 0 || scale <= 0 || duration <= 0 ||
+      audio->GetPacketTime(&packetTime, scale) != kVeldranOK) {
+    return false;
+  }
+  return packetTime + duration / 2 >= instance->nextFrameTime;
+}
+
 }  // namespace
 
 int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
-  if (!instance || !instance->recordClient || !parms) {
+  if (!instance || !instance->recordClient || !instance->recordingLock.IsInitialised() || !parms) {
     KTN_LOG("Invalid capPtr %p or uninitialised record client", static_cast<void*>(instance));
     return rmBadParameter;
   }
+  instance->recordingPrepared = false;
+  // A recording closed without a stop keeps `recording`: it queues nothing more from here,
+  // and what it queued since its close (a callback under way included) is let go.
+  instance->recording = false;
+  {
+    Core::Lock lock(&instance->recordingLock);
+    flush(instance);
+  }
   FinishHandOvers(instance);  // a recording still open lets its last hand-over finish
+  if (!instance->takePath.empty()) {
+    // A take prepared and never stopped is finished first: the server holds its movie until
+    // then, and the next take may be made in the same file.
+    if (long rc = instance->recordClient->Stop()) KTN_LOG("Stop returned %ld", rc);
+    else StampTake(instance);
+  }
   std::string path;
   if (!Utf16ToUtf8(parms->path, kRecordPathUnits, path)) {
     // The path could not be made into text: no NUL within the host's units, or not UTF-16.
     KTN_LOG("CFStringCreateWithCharacters returned %ld", static_cast<long>(EINVAL));
     return rmBadParameter;
   }
-  if (CreateEmptyFile(path.c_str()) != 0) {  // which reports the system's reason itself
+  if (long rc = CreateEmptyFile(path.c_str())) {  // which reports the reason itself
+    if (rc == EBUSY) return static_cast<int32_t>(rc);  // another process is writing the movie
     KTN_LOG("Failed to create file");
     return rmBadParameter;
   }
@@ -325,12 +385,16 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   for (const Command& command : commands) {
     if (long rc = command.send()) {
       KTN_LOG("%s returned %ld", command.name, rc);
+      RemoveUnrecordedMovie(path.c_str());  // no take: the file made for it goes
       return static_cast<int32_t>(rc);
     }
   }
 
   instance->takePath = path;
   instance->takeFields = FieldOrderOfMode(instance);
+  // The callback may still be running for the recording before: the fields it reads are set
+  // while it cannot be (see recordingLock).
+  Core::Lock recordingLock(&instance->recordingLock);
   instance->statusFunc = parms->statusFunc;
   instance->prerollFunc = parms->prerollFunc;
   instance->timecodeFunc = parms->timecodeFunc;
@@ -369,28 +433,32 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   instance->signalState = kSignalUnseen;
   instance->signalTimecodeBCD = 0;
   instance->startedWithoutTimecode = false;
+  instance->timecodeFailureReported = false;
   instance->started = false;
   instance->deviceControlReady = false;
-  instance->startEvent.mSignalled = false;  // a fresh latch for this recording; nobody waits yet
+  {
+    Core::Lock signalled(&instance->startEvent);
+    instance->startEvent.mSignalled = false;  // a fresh latch for this recording; nobody waits yet
+  }
   instance->startTimeCodeString[0] = '\0';
   instance->frameCount = 0;
+  instance->recordingPrepared = true;
   return rmNoErr;
 }
 
 void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio) {
   CapPriv* instance = static_cast<CapPriv*>(context);
-  if (!instance || !instance->apiCapture || !instance->recordClient || !instance->queueLock) {
+  if (!instance || !instance->apiCapture || !instance->recordClient || !instance->queueLock ||
+      !instance->recordingLock.IsInitialised()) {
     KTN_LOG("Invalid capPtr %p or uninitialised apiCapture or recordClient", context);
     return;
   }
   if (!instance->recording) return;
+  // The recording's fields stay as they are until this call is over.
+  Core::Lock recordingLock(&instance->recordingLock);
   if (!instance->started) {
     if (!video) return;  // sound before the start is not recorded
-    IVeldranTimecode* timecode = nullptr;
-    if (video->GetTimecode(ktnTimecodeRP188, &timecode) != kVeldranOK) {
-      timecode = nullptr;
-      if (video->GetTimecode(ktnTimecodeVITC, &timecode) != kVeldranOK) timecode = nullptr;
-    }
+    IVeldranTimecode* timecode = FrameTimecode(instance, video);
     if (instance->frameLimit == 0) {
       // Recording from now on: remember the first frame's timecode for the host.
       instance->started = true;
@@ -433,8 +501,10 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
   const int64_t limit = instance->frameLimit;
   if (limit > 0 && instance->frameCount >= limit) return;
   // Slots a card skipped without calling at all show as a jump in the frames' stream time;
-  // they are kept as slots without a picture.
+  // they are kept as slots without a picture. A callback without a picture is a slot only
+  // when the card dropped the picture of that slot; otherwise it brings sound alone.
   int64_t skipped = 0;
+  bool slot = true;
   if (video) {
     int64_t frameTime = 0, frameDuration = 0;
     const int64_t scale = instance->settings.timeScale;
@@ -444,8 +514,10 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       }
       instance->nextFrameTime = frameTime + frameDuration;
     }
-  } else if (instance->nextFrameTime >= 0) {
+  } else if (audio && PictureDroppedAt(instance, audio)) {
     instance->nextFrameTime += instance->settings.frameDuration;  // a slot whose picture the card dropped
+  } else {
+    slot = false;
   }
   if (limit > 0 && skipped > limit - instance->frameCount - 1) skipped = limit - instance->frameCount - 1;
   {
@@ -460,7 +532,7 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       video->AddRef();
       instance->videoQueue->push_back(video);
       ++instance->heldPictures;
-    } else {
+    } else if (slot) {
       instance->videoQueue->push_back(nullptr);
     }
     if (audio) {
@@ -472,6 +544,7 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       }
     }
   }
+  // Once per callback, whether it filled a slot or brought sound alone.
   instance->frameCount += 1 + skipped;
 }
 

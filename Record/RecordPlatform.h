@@ -18,9 +18,19 @@ void SetRecordServerPathForTesting(const char* path);
 // there is no NUL within maxUnits or the text is not valid UTF-16.
 bool Utf16ToUtf8(const uint16_t* text, int maxUnits, std::string& utf8);
 
-// Creates the file at path empty, replacing one that exists: 0 or the errno, with one failure
-// line naming the system's reason.
+// Makes the movie file at path for a new take: creates it, or empties the one there. Never
+// blocks, and refuses anything but a regular file (22: a FIFO, a device such as /dev/null).
+// Empties a file only while it holds the movie's one-writer lock (MovieLock): when another
+// process writes the movie, 16 (EBUSY) with a line naming that process, and the file is left
+// as it is. Lets go of the file and its lock before it returns (the recording server takes
+// the lock for the take). 0 or the errno, with one failure line.
 long CreateEmptyFile(const char* path);
+
+// Removes the movie file at path that a take's preparation made and that holds nothing yet:
+// empty, or a movie header without a sample. A file that is no longer a regular file, that
+// somebody holds the lock of, or that holds anything else is left alone. For a preparation
+// that failed after CreateEmptyFile.
+void RemoveUnrecordedMovie(const char* path);
 
 // The scope in which the host's selectors run (an autorelease pool where the platform has
 // them; nothing here).
