@@ -1071,8 +1071,9 @@ TEST_F(CallbackTest, SoundInCallbacksOfItsOwnDropsNoPicture) {
   EXPECT_EQ(5u * 1920, summary.soundFrames);
 }
 
-// A callback whose sound comes where the next picture was due is a slot whose picture the
-// card dropped: it stays an empty slot, the report warns and a take that asked to is aborted.
+// A callback whose sound comes where the next picture was due, or that brings nothing at
+// all, is a slot whose picture the card dropped: it stays an empty slot, the report warns
+// and a take that asked to is aborted.
 TEST_F(CallbackTest, APictureTheCardDroppedLeavesAnEmptySlot) {
   ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 1));
   ASSERT_EQ(rmNoErr, mHost.Call(recmod_SetActive, mInstance, 0));
@@ -1087,9 +1088,13 @@ TEST_F(CallbackTest, APictureTheCardDroppedLeavesAnEmptySlot) {
     packet->SetPacketTime(n, 25);
     FrameArrivedCallback(mInstance, n == 2 ? nullptr : frame, packet);  // slot 2 without its picture
   }
-  EXPECT_EQ(4, mInstance->frameCount);
-  EXPECT_EQ(4u, Queued(true));
-  EXPECT_EQ(3u, QueuedPictures());
+  FrameArrivedCallback(mInstance, nullptr, nullptr);  // slot 4: nothing at all
+  frame->SetStreamTime(5, 1);
+  packet->SetPacketTime(5, 25);
+  FrameArrivedCallback(mInstance, frame, packet);
+  EXPECT_EQ(6, mInstance->frameCount);
+  EXPECT_EQ(6u, Queued(true));
+  EXPECT_EQ(4u, QueuedPictures());
   EXPECT_EQ(rmAborted, recServiceRecord(mInstance));
   EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", sStatus.texts.back());
   EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
@@ -1097,9 +1102,9 @@ TEST_F(CallbackTest, APictureTheCardDroppedLeavesAnEmptySlot) {
   packet->Release();
   MovieSummary summary;
   ASSERT_EQ(0, summary.Read(mFolder + "/dropped.mov"));
-  EXPECT_EQ(3u, summary.pictures);
-  EXPECT_EQ(1u, summary.EmptySlots());
-  EXPECT_EQ(4u * 1920, summary.soundFrames);
+  EXPECT_EQ(4u, summary.pictures);
+  EXPECT_EQ(2u, summary.EmptySlots());
+  EXPECT_EQ(5u * 1920, summary.soundFrames);
 }
 
 // A card that cannot read the frames' timecode is said once a recording, with its answer;

@@ -514,10 +514,12 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       }
       instance->nextFrameTime = frameTime + frameDuration;
     }
-  } else if (audio && PictureDroppedAt(instance, audio)) {
-    instance->nextFrameTime += instance->settings.frameDuration;  // a slot whose picture the card dropped
+  } else if (!audio || PictureDroppedAt(instance, audio)) {
+    // A slot whose picture the card dropped: a callback that brings nothing at all, or the
+    // sound of the slot where the next picture was due.
+    if (instance->nextFrameTime >= 0) instance->nextFrameTime += instance->settings.frameDuration;
   } else {
-    slot = false;
+    slot = false;  // the sound of a slot whose picture came already
   }
   if (limit > 0 && skipped > limit - instance->frameCount - 1) skipped = limit - instance->frameCount - 1;
   {
