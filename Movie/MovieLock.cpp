@@ -3,7 +3,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <pwd.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/file.h>
@@ -12,35 +11,11 @@
 #include <unistd.h>
 
 #include "Util/Log.h"
+#include "Util/ProcessDescription.h"
 
 namespace KTN {
 
 namespace {
-
-// The short name of process pid ("" when it has gone).
-std::string ProcessName(long pid) {
-  char path[64];
-  snprintf(path, sizeof path, "/proc/%ld/comm", pid);
-  FILE* file = fopen(path, "re");
-  if (!file) return std::string();
-  char name[64] = "";
-  if (!fgets(name, sizeof name, file)) name[0] = '\0';
-  fclose(file);
-  name[strcspn(name, "\n")] = '\0';
-  return name;
-}
-
-// The user running process pid: its name, or its number when it has none.
-std::string ProcessUser(long pid) {
-  char path[64];
-  snprintf(path, sizeof path, "/proc/%ld", pid);
-  struct stat info;
-  if (stat(path, &info) != 0) return std::string();
-  struct passwd entry, *found = nullptr;
-  char names[1024];
-  if (getpwuid_r(info.st_uid, &entry, names, sizeof names, &found) == 0 && found) return found->pw_name;
-  return std::to_string(info.st_uid);
-}
 
 // The holder of a flock on the file with this device and inode, from the kernel's table of
 // locks: each line reads "N: FLOCK ADVISORY WRITE PID MAJ:MIN:INODE START END" (a line of a
@@ -60,10 +35,7 @@ std::string HolderOf(dev_t device, ino_t inode) {
       continue;
     }
     if (strcmp(kind, "FLOCK") != 0 || pid <= 0 || number != inode || makedev(major, minor) != device) continue;
-    std::string name = ProcessName(pid);
-    std::string user = ProcessUser(pid);
-    holder = "process " + std::to_string(pid) + (name.empty() ? std::string() : " (" + name + ")") +
-             (user.empty() ? std::string() : " of user " + user);
+    holder = Util::ProcessDescription::Of(pid);
   }
   fclose(locks);
   return holder;
