@@ -48,6 +48,9 @@ constexpr double kSoundQueueSeconds = 15.0;
 // collected by the next call if it has not come by then.
 constexpr int kServiceWorkMillis = 500;
 constexpr int kServiceAnswerMillis = 900;
+// A segment name that another process holds is waited for this long at most in one service
+// call, which then goes on to report; the next call tries again.
+constexpr int kSegmentNameWaitMillis = 20;
 
 // What a recording that waits for its in-point has seen of the signal.
 enum SignalState { kSignalUnseen = 0, kSignalTimecode = 1, kSignalNoTimecode = 2 };
@@ -119,6 +122,9 @@ struct CapPriv {
   bool startedWithoutTimecode = false;
   // Host thread only.
   PendingHandOver pending;
+  // The device thread's frameCount when the last service call looked: a call hands over
+  // about as many slots as the card counted since (see SlotsThisCall).
+  int64_t slotsSeen = 0;
   // Owned, made at the first hand-over: each segment name's lock among the host processes
   // of the machine, held from a segment's creation to its removal.
   Core::SegmentLock* videoSegmentLock = nullptr;

@@ -561,36 +561,44 @@ struct Round {
   std::vector<IVeldranAudioInputPacket*> packets;
   size_t nextPacket = 0;
   bool Empty() const { return !frame && !givenUp && nextPacket == packets.size(); }
+  // The frame slots it still holds.
+  int64_t Slots() const { return static_cast<int64_t>(givenUp) + (frame ? 1 : 0); }
 };
 
-// Takes the next round off the queues; soundGivenUp is set when the device thread gave up
-// sound since the last look. A slot comes with at most one packet, so a round takes one
-// packet for each of its slots, and more while sound is queued ahead of the pictures (after
-// a put-back, or from audio-only callbacks): otherwise a run of slots without pictures would
-// leave their sound behind and the sound queue would only grow.
-Round PopRound(CapPriv* instance, bool& soundGivenUp) {
+// Takes the next round off the queues, of mostSlots frame slots at most, and without its
+// picture unless picturesToo (while another process holds the video segment's name, only
+// slots given up can go: they need no segment). soundGivenUp is set when the device thread
+// gave up sound since the last look. A queued slot without its picture is a dropped frame,
+// reported by the call that first sees it, not only once the server has it. A slot comes
+// with at most one packet, so a round takes one packet for each of its slots, and more while
+// sound is queued ahead of the pictures (after a put-back, or from audio-only callbacks):
+// otherwise a run of slots without pictures would leave their sound behind and the sound
+// queue would only grow. The sound of slots that cannot go yet waits with them.
+Round PopRound(CapPriv* instance, bool& soundGivenUp, int64_t mostSlots, bool picturesToo) {
   Round round;
   long rc = 0;
   Core::Lock lock(instance->queueLock, &rc);
   if (rc) KTN_LOG("Lock returned %ld", rc);
   video_deque_t& pictures = *instance->videoQueue;
   audio_deque_t& sound = *instance->audioQueue;
-  while (!pictures.empty() && !pictures.front()) {
+  if (pictures.size() > instance->heldPictures) instance->droppedFrames = true;
+  soundGivenUp = soundGivenUp || instance->soundGivenUp;
+  instance->soundGivenUp = false;
+  while (!pictures.empty() && !pictures.front() && round.Slots() < mostSlots) {
     pictures.pop_front();
     ++round.givenUp;
   }
-  if (!pictures.empty()) {
+  if (picturesToo && !pictures.empty() && pictures.front() && round.Slots() < mostSlots) {
     round.frame = pictures.front();
     pictures.pop_front();
     --instance->heldPictures;
   }
-  const size_t slots = static_cast<size_t>(round.givenUp) + (round.frame ? 1 : 0);
+  const size_t slots = static_cast<size_t>(round.Slots());
+  if (slots == 0 && !pictures.empty()) return round;
   while (!sound.empty() && (round.packets.size() < std::max<size_t>(slots, 1) || sound.size() > pictures.size())) {
     round.packets.push_back(sound.front());
     sound.pop_front();
   }
-  soundGivenUp = soundGivenUp || instance->soundGivenUp;
-  instance->soundGivenUp = false;
   return round;
 }
 
@@ -602,6 +610,50 @@ int64_t SlotsHandedOver(CapPriv* instance) {
   Core::Lock lock(instance->queueLock, &rc);
   if (rc) KTN_LOG("Lock returned %ld", rc);
   return instance->frameCount - static_cast<int64_t>(instance->videoQueue->size()) - instance->pending.slotCount;
+}
+
+// The most frame slots one service call hands over. A host that counts the slots itself (its
+// frame limit is not the plug-in's) stops at the first report that reaches its count, and
+// every slot handed over by then is in the movie: a report that grew by more than one count
+// could pass it. So a call hands over as many slots as the card counted since the previous
+// call looked, and at least one count (a frame, or a pair where the host counts pairs),
+// ending on a whole count; a backlog (after a wait for a segment name, or for the server)
+// drains by one count a call beyond the card's own pace rather than all at once. With a
+// frame limit of its own the plug-in queues no slot past it, and hands over all it can.
+int64_t SlotsThisCall(CapPriv* instance) {
+  const int64_t counted = instance->frameCount;
+  int64_t seen = instance->slotsSeen;
+  instance->slotsSeen = counted;
+  if (instance->frameLimit > 0) return INT64_MAX;
+  const int64_t count = instance->settings.CountsFramePairs() ? 2 : 1;
+  const int64_t gone = SlotsHandedOver(instance) + instance->pending.slotCount;
+  if (gone == 0) seen = 0;  // nothing of this recording has gone: every slot it counted is new
+  const int64_t end = (gone + std::max(count, counted - seen)) / count * count;
+  return std::max<int64_t>(end - gone, 1);
+}
+
+// While another process holds the video segment's name, the queue keeps its newest pictures:
+// the oldest beyond kVideoQueueSeconds are given up, their slots kept. The device thread then
+// has room for the newest, and the slots given up come first in the queue, where they go to
+// the server at once (they need no segment). Otherwise the pictures queued before the wait
+// would hold back every slot given up behind them until the name is free: the movie, the
+// reports and a host counting slots would see nothing of a long wait until it ended, and
+// then all of it at once. Returns the number of pictures given up.
+size_t GiveUpOldestPictures(CapPriv* instance) {
+  long rc = 0;
+  Core::Lock lock(instance->queueLock, &rc);
+  if (rc) KTN_LOG("Lock returned %ld", rc);
+  const size_t keep = instance->videoQueueLimit > kVideoQueueSpare ? instance->videoQueueLimit - kVideoQueueSpare : 0;
+  size_t givenUp = 0;
+  for (IVeldranVideoInputFrame*& entry : *instance->videoQueue) {
+    if (instance->heldPictures <= keep) break;
+    if (!entry) continue;
+    entry->Release();
+    entry = nullptr;
+    --instance->heldPictures;
+    ++givenUp;
+  }
+  return givenUp;
 }
 
 // Puts back what a round did not start to hand over because an earlier hand-over of it is
@@ -625,9 +677,10 @@ Core::SegmentLock* LockOf(Core::SegmentLock*& lock, const char* key) {
 }
 
 // Hands over one round; 0, 115 when an answer is still to come (the rest of the round is
-// put back), 11 (EAGAIN) when another host process holds a segment name past workUntil
-// (the round is put back untouched), or the failure (the round's items released).
-long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::time_point workUntil,
+// put back), 11 (EAGAIN) when another process holds a segment name past nameBy (the rest of
+// the round is put back; its frame still in it when it was the video segment's name), or
+// the failure (the round's items released).
+long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::time_point nameBy,
                    std::chrono::steady_clock::time_point answerBy) {
   if (round.givenUp) {
     long rc = HandOver(instance, cmdSkipVideo, round.givenUp, nullptr, nullptr, nullptr, nullptr, answerBy);
@@ -636,7 +689,7 @@ long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::t
   }
   if (round.frame) {
     Core::SegmentLock* lock = LockOf(instance->videoSegmentLock, kVideoShmKey);
-    if (long rc = lock->Acquire(workUntil)) return rc;
+    if (long rc = lock->Acquire(nameBy)) return rc;
     IVeldranVideoInputFrame* frame = round.frame;
     round.frame = nullptr;
     unsigned long size = static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
@@ -652,7 +705,7 @@ long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::t
   while (round.nextPacket < round.packets.size()) {
     if (!SoundLayoutUnchanged(instance)) return EINVAL;
     Core::SegmentLock* lock = LockOf(instance->audioSegmentLock, kAudioShmKey);
-    if (long rc = lock->Acquire(workUntil)) return rc;
+    if (long rc = lock->Acquire(nameBy)) return rc;
     IVeldranAudioInputPacket* packet = round.packets[round.nextPacket++];
     const CaptureSettings& settings = instance->settings;
     unsigned long sampleFrames = static_cast<unsigned long>(packet->GetSampleFrameCount());
@@ -694,23 +747,37 @@ int32_t recServiceRecord(CapPriv* instance) {
   const Clock::time_point start = Clock::now();
   const Clock::time_point workUntil = start + std::chrono::milliseconds(instance->serviceWorkMillis);
   const Clock::time_point answerBy = start + std::chrono::milliseconds(kServiceAnswerMillis);
+  // A segment name held by another process is waited for briefly: the calls go on handing
+  // over what needs no segment, and reporting, however long someone else holds the name.
+  const Clock::time_point nameBy = std::min(workUntil, start + std::chrono::milliseconds(kSegmentNameWaitMillis));
   bool soundGivenUp = false;
   long rc = FinishPendingHandOver(instance, answerBy);
   if (rc && rc != EINPROGRESS) return static_cast<int32_t>(rc);
-  // The queues drain until they are empty. Frames arriving faster than they can be handed
-  // over would keep that going for ever: after kServiceWorkMillis the call reports and
-  // returns, the rest waits for the next call, and the queues' bounds give up pictures the
-  // host cannot take (their slots are kept).
+  int64_t slotsLeft = SlotsThisCall(instance);
+  bool nameHeld = false;  // the video segment's name is held elsewhere: only slots given up go
+  // The queues drain, this call's share of slots at a time, until they are empty. Frames
+  // arriving faster than they can be handed over would keep that going for ever: after
+  // kServiceWorkMillis the call reports and returns, the rest waits for the next call, and
+  // the queues' bounds give up pictures the host cannot take (their slots are kept).
   for (int rounds = 0; rc != EINPROGRESS; ++rounds) {
     if (rounds > 0 && Clock::now() >= workUntil) break;
-    Round round = PopRound(instance, soundGivenUp);
+    Round round = PopRound(instance, soundGivenUp, slotsLeft, !nameHeld);
     if (round.Empty()) break;
-    rc = HandOverRound(instance, round, workUntil, answerBy);
+    const int64_t slots = round.Slots();
+    rc = HandOverRound(instance, round, nameBy, answerBy);
+    slotsLeft -= slots - round.Slots();
     if (rc == EINPROGRESS || rc == EAGAIN) {
-      // An answer still to come, or another host process using the segment name: the rest
-      // of the round goes first next time.
+      // An answer still to come, or another process using a segment name: the rest of the
+      // round goes first next time.
+      const bool pictureWaits = rc == EAGAIN && round.frame;
       PutBack(instance, round);
       if (rc == EAGAIN) rc = 0;
+      if (pictureWaits && !nameHeld) {
+        // The video segment's name: the slots given up behind the wait go on without it.
+        nameHeld = true;
+        if (GiveUpOldestPictures(instance) > 0) instance->droppedFrames = true;
+        continue;
+      }
       break;
     } else if (rc) {
       // A failed hand-over ends the loop with its failure, and its round is never handed
