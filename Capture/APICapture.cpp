@@ -5,6 +5,7 @@
 
 #include "Capture/VeldranAPILoader.h"
 #include "DeviceAPI/VeldranObject.h"
+#include "Util/DeviceResult.h"
 #include "Util/Log.h"
 #include "Util/Printer.h"
 
@@ -19,9 +20,9 @@ const unsigned kFormatSet[] = {ktnFormat8BitYUV, ktnFormat10BitYUV, ktnFormat10B
 
 APICapture::~APICapture() {
   if (!mInput) return;
-  if (VeldranResult rc = mInput->StopStreams()) KTN_LOG("StopStreams returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
-  if (long rc = Disable()) KTN_LOG("Disable returned %ld (0x%lx)", rc, rc);
-  if (VeldranResult rc = mInput->SetCallback(nullptr)) KTN_LOG("SetCallback returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+  if (VeldranResult rc = mInput->StopStreams()) KTN_LOG("StopStreams returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
+  if (long rc = Disable()) KTN_LOG("Disable returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
+  if (VeldranResult rc = mInput->SetCallback(nullptr)) KTN_LOG("SetCallback returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
   mInput->Release();
   mInput = nullptr;
 }
@@ -29,7 +30,7 @@ APICapture::~APICapture() {
 void APICapture::Unregister() {
   if (!mInput || !mRegistered) return;
   if (VeldranResult rc = mInput->SetCallback(nullptr)) {
-    KTN_LOG("SetCallback returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("SetCallback returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return;
   }
   mRegistered = false;
@@ -37,11 +38,11 @@ void APICapture::Unregister() {
 
 long APICapture::Init() {
   if (long rc = FindVeldranInput()) {
-    KTN_LOG("GetVeldranInput returned %ld (0x%lx)", rc, rc);
+    KTN_LOG("GetVeldranInput returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
     return rc;
   }
   if (VeldranResult rc = mInput->SetCallback(this)) {
-    KTN_LOG("SetCallback returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("SetCallback returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   mRegistered = true;
@@ -56,7 +57,7 @@ long APICapture::FindVeldranInput() {
   }
   VeldranReleaser<IVeldran> device;
   if (VeldranResult rc = iterator.object->Next(&device.object)) {
-    KTN_LOG("Iterator->Next returned %ld (0x%lx): Veldran hardware not found", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("Iterator->Next returned %ld (0x%lx): Veldran hardware not found", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   void* input = nullptr;
@@ -80,7 +81,7 @@ long APICapture::GetSupportedModes(IVeldranDisplayMode** modes, unsigned* len) {
   }
   VeldranReleaser<IVeldranDisplayModeIterator> iterator;
   if (VeldranResult rc = mInput->GetDisplayModeIterator(&iterator.object)) {
-    KTN_LOG("GetDisplayModeIterator returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("GetDisplayModeIterator returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   unsigned stored = 0;
@@ -127,7 +128,7 @@ long APICapture::GetSupportedFormatsForMode(unsigned mode, unsigned* formats, un
     if (stored >= *len) break;
     uint32_t support = ktnSupportNone;
     if (VeldranResult rc = mInput->DoesSupportVideoMode(mode, format, ktnInputFlagDefault, &support, nullptr)) {
-      KTN_LOG("DoesSupportVideoMode returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+      KTN_LOG("DoesSupportVideoMode returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
       return rc;
     }
     if (support == ktnSupportNative) formats[stored++] = format;
@@ -143,7 +144,7 @@ long APICapture::EnableVideoInMode(unsigned mode, unsigned format) {
   }
   uint32_t support = ktnSupportNone;
   if (VeldranResult rc = mInput->DoesSupportVideoMode(mode, format, ktnInputFlagDefault, &support, nullptr)) {
-    KTN_LOG("DoesSupportVideoMode returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("DoesSupportVideoMode returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   // Conversion on the card is not good enough for recording: only native support counts.
@@ -155,7 +156,7 @@ long APICapture::EnableVideoInMode(unsigned mode, unsigned format) {
   VeldranResult rc = mInput->EnableVideoInput(mode, format, ktnInputFlagEnableFormatDetection);
   if (rc == kVeldranInvalidArg) rc = mInput->EnableVideoInput(mode, format, ktnInputFlagDefault);  // cannot detect
   if (rc) {
-    KTN_LOG("EnableVideoInput returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("EnableVideoInput returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   return 0;
@@ -183,10 +184,10 @@ long APICapture::Disable() {
     return EINVAL;
   }
   if (VeldranResult rc = mInput->DisableVideoInput()) {
-    KTN_LOG("DisableVideoInput returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("DisableVideoInput returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
   }
   VeldranResult rc = mInput->DisableAudioInput();
-  if (rc) KTN_LOG("DisableAudioInput returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+  if (rc) KTN_LOG("DisableAudioInput returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
   return rc;
 }
 
@@ -196,7 +197,7 @@ long APICapture::Start(FrameArrivedFunc callback, void* context) {
     return EINVAL;
   }
   if (VeldranResult rc = mInput->StartStreams()) {
-    KTN_LOG("StartStreams returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("StartStreams returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   // Stored only now: frames that arrive while the streams start are dropped.
@@ -212,7 +213,7 @@ long APICapture::Stop() {
     return EINVAL;
   }
   if (VeldranResult rc = mInput->StopStreams()) {
-    KTN_LOG("StopStreams returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("StopStreams returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   std::lock_guard<std::mutex> guard(mCallbackLock);

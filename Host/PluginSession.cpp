@@ -12,6 +12,7 @@
 #include "Host/RecordingRate.h"
 #include "Movie/MovieLock.h"
 #include "Movie/MovieSummary.h"
+#include "Util/DeviceResult.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -33,18 +34,6 @@ std::string Convert(const char* to, const char* from, const char* bytes, size_t 
   out.resize(out.size() - outLeft);
   return out;
 }
-
-// The card's own results, as its device API names them.
-struct DeviceResult {
-  uint32_t value;
-  const char* name;
-};
-const DeviceResult kDeviceResults[] = {
-    {0x80000001u, "kVeldranNotImplemented"}, {0x80000002u, "kVeldranFail"},
-    {0x80000003u, "kVeldranInvalidArg"},     {0x80000004u, "kVeldranOutOfMemory"},
-    {0x80000005u, "kVeldranNoInterface"},    {0x80000006u, "kVeldranNotFound"},
-    {0x80000007u, "kVeldranBusy"},
-};
 
 recMemoryFuncs* Memory(PluginHost& host) {
   return host.StdParms()->funcs->memoryFuncs;
@@ -71,11 +60,9 @@ std::string PluginSession::Describe(int32_t rc) {
   // The card's failures have the high bit set: in hexadecimal, as its device API writes them.
   if (rc < 0) {
     char hex[16];
-    snprintf(hex, sizeof hex, "0x%08x", static_cast<uint32_t>(rc));
-    for (const DeviceResult& known : kDeviceResults) {
-      if (known.value == static_cast<uint32_t>(rc)) return std::string("the card answered ") + hex + " (" + known.name + ")";
-    }
-    return std::string("the card answered ") + hex;
+    snprintf(hex, sizeof hex, "0x%08lx", Util::DeviceHex(rc));
+    const char* name = Util::DeviceResultName(rc);
+    return std::string("the card answered ") + hex + (name ? std::string(" (") + name + ")" : std::string());
   }
   switch (rc) {
     case EBUSY: return "the movie is being written by another process (16)";

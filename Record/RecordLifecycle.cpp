@@ -16,6 +16,7 @@
 #include "Settings/SettingsDialog.h"
 #include "Util/FourCC.h"
 #include "DeviceAPI/VeldranObject.h"
+#include "Util/DeviceResult.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -73,7 +74,7 @@ int32_t recOpen(rmStdParms* stdParms, CapPriv** out, recOpenParms* parms) {
     // refuse it through their own checks.
     instance->apiCapture = new APICapture;
     if (long rc = instance->apiCapture->Init()) {
-      KTN_LOG("Init() returned %ld (0x%lx)", rc, rc);
+      KTN_LOG("Init() returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
       break;
     }
     instance->previewer = Previewer::Create();
@@ -190,13 +191,13 @@ int32_t recSetActive(CapPriv* instance, long activate) {
     uint32_t pixelFormat = DevicePixelFormat(s);
     if (instance->deviceControl) instance->deviceControl->SetCaptureGeometry(s.width, s.height, s.timeScale, s.frameDuration);
     if (long rc = capture->EnableVideoInMode(s.displayMode, pixelFormat)) {
-      KTN_LOG("EnableVideoInMode() returned %ld (0x%lx)", rc, rc);
+      KTN_LOG("EnableVideoInMode() returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
       return static_cast<int32_t>(rc);
     }
     unsigned bits = s.audioSampleType == 24 ? 32 : s.audioSampleType;  // 24-bit comes as 32 from the card
     if (long rc = capture->EnableAudioInMode(s.audioSampleRate, bits, s.audioChannels)) {
       KTN_LOG("EnableAudioInMode(%d, %d, %d) returned %ld (0x%lx)", static_cast<int>(s.audioSampleRate),
-              static_cast<int>(bits), static_cast<int>(s.audioChannels), rc, rc);
+              static_cast<int>(bits), static_cast<int>(s.audioChannels), rc, Util::DeviceHex(rc));
       return static_cast<int32_t>(rc);
     }
     instance->activeAudioChannels = s.audioChannels;
@@ -214,12 +215,12 @@ int32_t recSetActive(CapPriv* instance, long activate) {
     }
     if (capture->mInput) {
       if (long rc = instance->previewer->Enable(capture->mInput)) {
-        KTN_LOG("Enable returned %ld (0x%lx)", rc, rc);
+        KTN_LOG("Enable returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
         return static_cast<int32_t>(rc);
       }
     }
     if (long rc = capture->Start(FrameArrivedCallback, instance)) {
-      KTN_LOG("Start() returned %ld (0x%lx)", rc, rc);
+      KTN_LOG("Start() returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
       return static_cast<int32_t>(rc);
     }
     instance->active = true;
@@ -227,19 +228,19 @@ int32_t recSetActive(CapPriv* instance, long activate) {
   }
   if (!activate && instance->active) {
     if (long rc = capture->Stop()) {
-      KTN_LOG("Stop() returned %ld (0x%lx)", rc, rc);
+      KTN_LOG("Stop() returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
       return static_cast<int32_t>(rc);
     }
     if (instance->previewer && capture->mInput) {
       if (long rc = instance->previewer->Disable(capture->mInput)) {
-        KTN_LOG("Disable returned %ld (0x%lx)", rc, rc);
+        KTN_LOG("Disable returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
         return static_cast<int32_t>(rc);
       }
       instance->previewer->Release();  // made anew at the next activation
       instance->previewer = nullptr;
     }
     if (long rc = capture->Disable()) {
-      KTN_LOG("Disable() returned %ld (0x%lx)", rc, rc);
+      KTN_LOG("Disable() returned %ld (0x%lx)", rc, Util::DeviceHex(rc));
       return static_cast<int32_t>(rc);
     }
     instance->active = false;

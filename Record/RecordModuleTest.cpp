@@ -1118,7 +1118,7 @@ TEST_F(CallbackTest, AnUnreadableTimecodeIsSaidOnceAndNoneIsMadeUp) {
   ASSERT_EQ(rmNoErr, Start(mInstance));
   FakeVideoInputFrame* frame = new FakeVideoInputFrame(720, 576, 0x80, true, 10, 20, 30, 4);
   frame->SetTimecodeFailure(kVeldranFail);
-  const std::string line = "*** FrameTimecode[#]: GetTimecode('rp18') returned -2147483646 (0xffffffff80000002)";
+  const std::string line = "*** FrameTimecode[#]: GetTimecode('rp18') returned -2147483646 (0x80000002)";
   CapturedStderr captured;
   for (int i = 0; i < 3; ++i) FrameArrivedCallback(mInstance, frame, nullptr);
   EXPECT_EQ(1u, Occurrences(captured.Text(), line)) << "once a recording";

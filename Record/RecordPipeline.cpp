@@ -24,6 +24,7 @@
 #include "Movie/TimecodeTrack.h"
 #include "Record/RecordHandlers.h"
 #include "Record/RecordPlatform.h"
+#include "Util/DeviceResult.h"
 #include "Util/Log.h"
 #include "Util/Printer.h"
 #include "Util/TimeCode.h"
@@ -110,7 +111,7 @@ long FillSegment(CapPriv* instance, Core::SharedMemory& segment, unsigned long s
   if (long rc = CreateSegment(segment, size)) return rc;
   void* bytes = nullptr;
   if (VeldranResult rc = item->GetBytes(&bytes)) {
-    KTN_LOG("GetBytes returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("GetBytes returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   struct iovec part = {bytes, size};
@@ -301,7 +302,7 @@ IVeldranTimecode* FrameTimecode(CapPriv* instance, IVeldranVideoInputFrame* vide
   if (failure && !instance->timecodeFailureReported) {
     instance->timecodeFailureReported = true;
     KTN_LOG("GetTimecode(%s) returned %ld (0x%lx): the frames' timecode cannot be read",
-            Util::Printer::Fcc(static_cast<int>(failedKind)), static_cast<long>(failure), static_cast<long>(failure));
+            Util::Printer::Fcc(static_cast<int>(failedKind)), static_cast<long>(failure), Util::DeviceHex(failure));
   }
   return nullptr;
 }

@@ -12,6 +12,7 @@
 #include "Record/CapPriv.h"
 #include "Settings/CaptureSettingsWindowController.h"
 #include "Settings/CaptureTables.h"
+#include "Util/DeviceResult.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -60,13 +61,13 @@ long LinuxSettingsDialog::Run(CapPriv* instance) {
   IVeldranDeviceControl* device = instance ? instance->deviceControl : nullptr;
   if (!device) {
     KTN_LOG("GetSupportedInputDisplayModes returned %ld (0x%lx)", static_cast<long>(kVeldranFail),
-            static_cast<long>(kVeldranFail));
+            Util::DeviceHex(kVeldranFail));
     return kVeldranFail;
   }
   VeldranDeviceModeRecord modes[kModeRecords];
   uint32_t count = 0;
   if (VeldranResult rc = device->GetSupportedInputDisplayModes(modes, sizeof modes, &count)) {
-    KTN_LOG("GetSupportedInputDisplayModes returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("GetSupportedInputDisplayModes returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   // A standard is receivable when a device mode has its size and its rate within 15/65536
@@ -86,7 +87,7 @@ long LinuxSettingsDialog::Run(CapPriv* instance) {
   VeldranHardwareDescription description = {};
   description.size = sizeof description;
   if (VeldranResult rc = device->GetHardwareDescription(&description)) {
-    KTN_LOG("GetHardwareDescription returned %ld (0x%lx)", static_cast<long>(rc), static_cast<long>(rc));
+    KTN_LOG("GetHardwareDescription returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
   }
   controller.setSettings(mSettings);

@@ -519,8 +519,8 @@ TEST(SimulatedCardTest, FailureInjectionReachesTheCaptureInput) {
   Util::CapturedStderr captured;
   EXPECT_EQ(kVeldranInvalidArg, capture->EnableVideoInMode(ktnModeHD1080p25, ktnFormat8BitYUV));
   EXPECT_EQ(kVeldranFail, capture->Start(nullptr, nullptr));
-  EXPECT_EQ("*** EnableVideoInMode[#]: EnableVideoInput returned -2147483645 (0xffffffff80000003)\n"
-            "*** Start[#]: StartStreams returned -2147483646 (0xffffffff80000002)\n",
+  EXPECT_EQ("*** EnableVideoInMode[#]: EnableVideoInput returned -2147483645 (0x80000003)\n"
+            "*** Start[#]: StartStreams returned -2147483646 (0x80000002)\n",
             captured.Text());
   capture->Unregister();  // the card holds it as its callback until then
   capture->Release();
