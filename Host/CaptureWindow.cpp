@@ -214,7 +214,7 @@ void CaptureWindow::Stop() {
   // timecode come after the last frame, where a removed folder or a full disk can stop them).
   if (failure.empty() && !mSession->MovieRemoved()) {
     const bool timed = TimecodeTrack::CountableRate(mSession->Settings().frameDuration, mSession->Settings().timeScale);
-    failure = KeptMovie(mTakePath, timed ? mSession->StartTimecode() : std::string()).Incomplete();
+    failure = KeptMovie(mTakePath, timed ? mSession->CardStartTimecode() : std::string()).Incomplete();
     if (!failure.empty()) failure[0] = static_cast<char>(toupper(static_cast<unsigned char>(failure[0])));
   }
   if (!failure.empty()) {

@@ -107,6 +107,13 @@ int32_t PluginSession::Timecode(int64_t, int32_t* frameNumber, int32_t*, int32_t
   return 0;
 }
 
+std::string PluginSession::CardStartTimecode() const {
+  // Frame 0 at any rate, drop frame or not.
+  const bool hostsOwn = mStartTimecode.size() == 11 && mStartTimecode.compare(0, 8, "00:00:00") == 0 &&
+                        mStartTimecode.compare(9, 2, "00") == 0;
+  return hostsOwn ? std::string() : mStartTimecode;
+}
+
 int32_t PluginSession::FormatReport(int64_t, int32_t, int32_t, int32_t, int32_t, int32_t, TimeRecord) {
   return 0;
 }

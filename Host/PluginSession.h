@@ -65,6 +65,10 @@ class PluginSession {
   int64_t FramesRecorded() const;
   bool DroppedFrames() const { return mStatusText.find("Dropped frames") != std::string::npos; }
   const std::string& StartTimecode() const { return mStartTimecode; }
+  // The start timecode when it is the card's: empty when the plug-in reported the host's own
+  // answer instead. This host has no timecode of its own (its callback answers frame 0), so a
+  // start at zero is its answer, which no movie need carry.
+  std::string CardStartTimecode() const;
   const CaptureSettings& Settings() const;
   bool Recording() const { return mRecording; }
   // The last take's movie was empty and has been removed.

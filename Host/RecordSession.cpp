@@ -28,7 +28,7 @@ namespace {
 // The timecode of a take's first frame as the host knows it: the in-point it started on, or
 // the start the plug-in reported; empty when neither is known.
 std::string StartOf(const RecordRequest& request, const PluginSession& session) {
-  if (!request.hasInPoint) return session.StartTimecode();
+  if (!request.hasInPoint) return session.CardStartTimecode();
   if (request.timecodeRate == 0) return std::string();
   Util::TimeCode in = {};
   in.framesPerSecond = request.timecodeRate == 23 ? 24 : request.timecodeRate;  // 23.976 counts 24 a second

@@ -144,7 +144,7 @@ struct CapPriv {
   // it sets up the fields of a recording that the callback uses (recPrepRecord8) and while
   // it reads startTimeCodeString (selector 5, the stamp). It protects those fields: the
   // host's callback functions, the in-point, frameLimit, nextFrameTime, startedWithoutTimecode,
-  // timecodeFailureReported, startTimeCodeString and the resetting of startEvent. The host's
+  // timecodeFailureReported, startTimecodeUnread, startTimeCodeString and the resetting of startEvent. The host's
   // thread never waits for anything while it holds it. Initialised by recOpen.
   Core::Lockable recordingLock;
   // recPrepRecord8 configured the server for a recording (false until then, and after one
@@ -153,6 +153,10 @@ struct CapPriv {
   // The log has said that the card could not read a frame's timecode during this recording.
   // Device thread, under recordingLock.
   bool timecodeFailureReported = false;
+  // The take started at the host's timecode because the card could not read the first
+  // frame's: startTimeCodeString is the host's guess, and the movie is not stamped with it.
+  // Device thread and the stamp, under recordingLock.
+  bool startTimecodeUnread = false;
 };
 
 }  // namespace KTN

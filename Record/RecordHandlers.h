@@ -36,9 +36,8 @@ void FinishHandOvers(CapPriv* instance);
 // once the recording's start condition is met.
 void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio);
 // The host's timecode of the frame now, as text into 12 bytes ("HH:MM:SS:FF"), for a start
-// whose frame carries none; true when the host gave one. A host without timecode of its own
-// (no callback, a refused call, or frame 0, which is what a host without a deck answers)
-// leaves the text empty: no timecode is better than a made-up one. Either thread.
+// whose frame carries none: the frame number the host's timecode callback answers, at the
+// in-point's rate. Empty, and false, when the host gave no callback. Either thread.
 bool HostTimecodeNow(CapPriv* instance, char* text);
 
 // The host's memory functions, through the function record (open, close, audio format) or

@@ -297,7 +297,7 @@ int32_t recStartRecord(CapPriv* instance, recStartReply* reply) {
   if (instance->frameLimit == 0) {
     instance->deviceControlReady = instance->deviceControl && instance->deviceControl->GetReadiness() == kVeldranOK;
     if (instance->deviceControlReady) {
-      HostTimecodeNow(instance, reply->startTimecode);  // none when the host has no timecode
+      HostTimecodeNow(instance, reply->startTimecode);
     } else {
       bool timedOut = false;
       instance->startEvent.TimedWait(1000000, timedOut);  // a time-out is not an error

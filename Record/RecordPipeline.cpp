@@ -236,10 +236,8 @@ long HandOver(CapPriv* instance, const char* command, unsigned long long argumen
 bool HostTimecodeNow(CapPriv* instance, char* text) {
   text[0] = '\0';
   int32_t frameNumber = 0, unused1 = 0, unused2 = 0;
-  if (!instance->timecodeFunc || instance->timecodeFunc(instance->callbackID, &frameNumber, &unused1, &unused2) != 0 ||
-      frameNumber <= 0) {
-    return false;
-  }
+  if (!instance->timecodeFunc) return false;
+  instance->timecodeFunc(instance->callbackID, &frameNumber, &unused1, &unused2);
   Util::TimeCode now = instance->inPoint;
   Util::ConvertFrameCountToTimeCode(static_cast<unsigned>(frameNumber), &now);
   Util::ConvertTimeCodeToString(&now, text);
@@ -275,9 +273,10 @@ void StampTake(CapPriv* instance) {
   stamp.frameDuration = s.frameDuration;
   stamp.timescale = s.timeScale;
   if (TimecodeTrack::CountableRate(s.frameDuration, s.timeScale)) {
-    // Empty when the first frame had no timecode and the host none either: no track then.
+    // None when the card could not read the first frame's timecode: a track from the host's
+    // guess would put a wrong timecode on every frame.
     Core::Lock lock(&instance->recordingLock);
-    stamp.startTimecode = instance->startTimeCodeString;
+    if (!instance->startTimecodeUnread) stamp.startTimecode = instance->startTimeCodeString;
   }
   if (stamp.fields == MovieStamp::Fields::kKeep && stamp.startTimecode.empty()) return;
   if (long rc = stamp.Apply(path)) KTN_LOG("Stamping %s returned %ld", path.c_str(), rc);
@@ -435,6 +434,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   instance->signalTimecodeBCD = 0;
   instance->startedWithoutTimecode = false;
   instance->timecodeFailureReported = false;
+  instance->startTimecodeUnread = false;
   instance->started = false;
   instance->deviceControlReady = false;
   {
@@ -465,6 +465,9 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       instance->started = true;
       if (!timecode) {
         HostTimecodeNow(instance, instance->startTimeCodeString);
+        // A card that could not read the frame's timecode leaves the host's guess in the
+        // reply only: the movie is not stamped with it.
+        instance->startTimecodeUnread = instance->timecodeFailureReported;
       } else {
         char* text = nullptr;
         if (timecode->GetString(&text) == kVeldranOK && text) {
@@ -494,6 +497,7 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
       instance->startedWithoutTimecode = true;  // said in the reports: not from the in-point
       instance->started = true;  // no timecode and no deck: start at once
       HostTimecodeNow(instance, instance->startTimeCodeString);
+      instance->startTimecodeUnread = instance->timecodeFailureReported;
     }
     instance->startEvent.Signal(nullptr);
   }

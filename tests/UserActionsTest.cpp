@@ -312,5 +312,23 @@ TEST_F(UserActionsTest, TheCardsFailuresAreSaidInHexadecimalByName) {
   EXPECT_FALSE(fs::exists(mFolder + "/t.mov")) << "a card that failed at the start leaves no movie";
 }
 
+// A card that cannot read its timecode is said once, and the movie carries no timecode track
+// rather than one made up from a host that has none.
+TEST_F(UserActionsTest, ATimecodeTheCardCannotReadIsSaidAndNotMadeUp) {
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_FAIL", "GetTimecode"}});
+  const std::string movie = mFolder + "/unreadable.mov";
+  std::string error;
+  int status = RunHostProgram(Record(movie, {"--frames", "10"}), mFolder, 60, error);
+  ASSERT_TRUE(WIFEXITED(status)) << error;
+  EXPECT_EQ(0, WEXITSTATUS(status)) << error;
+  const std::string line = "GetTimecode('rp18') returned -2147483646 (0x80000002)";
+  EXPECT_NE(std::string::npos, error.find(line)) << error;
+  EXPECT_EQ(error.find(line), error.rfind(line)) << "once a take: " << error;
+  MovieSummary summary = Summary(movie);
+  EXPECT_EQ(MovieSummary::Layout::kFinished, summary.layout);
+  EXPECT_GE(summary.pictures, 10u);
+  EXPECT_FALSE(summary.hasTimecode);
+}
+
 }  // namespace
 }  // namespace KTN
