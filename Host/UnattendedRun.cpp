@@ -6,6 +6,7 @@
 #include <utility>
 
 #include <QApplication>
+#include <QAbstractButton>
 #include <QImage>
 #include <QMessageBox>
 #include <QPushButton>
@@ -26,19 +27,29 @@ UnattendedRun::UnattendedRun(CaptureWindow& window, int64_t frames, std::string 
   poll->setInterval(100);
   connect(poll, &QTimer::timeout, this, [this] { Poll(); });
   poll->start();
+  // A question asks while a click of Poll's waits for its answer, and a timer is not run
+  // again before its last run has returned: questions have a timer of their own.
+  QTimer* questions = new QTimer(this);
+  questions->setInterval(100);
+  connect(questions, &QTimer::timeout, this, [this] { AnswerQuestions(); });
+  questions->start();
   connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { Finish(); });
 }
 
-void UnattendedRun::Poll() {
-  // A question the window asks (whether to replace an existing movie) is answered with its
-  // safe default, and written down with the labels.
+void UnattendedRun::AnswerQuestions() {
   for (QWidget* widget : QApplication::topLevelWidgets()) {
     QMessageBox* question = qobject_cast<QMessageBox*>(widget);
     if (!question || !question->isVisible()) continue;
     AppendLabels("question: " + question->text().replace('\n', ' ').toStdString() + "\n");
-    question->button(QMessageBox::No) ? question->button(QMessageBox::No)->click() : question->reject();
-    return;
+    if (QAbstractButton* keep = question->button(QMessageBox::No)) {
+      keep->click();
+    } else {
+      question->reject();
+    }
   }
+}
+
+void UnattendedRun::Poll() {
   WriteLabels();
   if (mFrames <= 0) return;
   if (mState == State::kIdle && mClock.elapsed() >= 1000) {

@@ -30,6 +30,9 @@ class UnattendedRun : public QObject {
   enum class State { kIdle, kRecording, kDone };
 
   void Poll();
+  // Answers a question the window asks (whether to replace an existing movie) with its safe
+  // default, and writes it down with the labels.
+  void AnswerQuestions();
   void Click(const char* name);
   void WriteLabels();
   // Appends text to the labels file (if one is kept).
