@@ -125,12 +125,16 @@ bool ReadTracks(const std::vector<uint8_t>& moov, std::vector<TrackFacts>& track
   return true;
 }
 
-// Adds what one complete fragment holds to the tracks.
-void ReadFragment(const std::vector<uint8_t>& moof, std::vector<TrackFacts>& tracks) {
+// Adds what one complete fragment holds to the tracks. Returns the index of the one track
+// it added to, whose facts before are copied to *before, or -1 when it added to none or
+// to several.
+int ReadFragment(const std::vector<uint8_t>& moof, std::vector<TrackFacts>& tracks, TrackFacts* before) {
+  int added = -1;
+  bool several = false;
   std::vector<Box> top, parts;
-  if (!BoxReader::ChildBoxes(moof.data(), 0, moof.size(), top) || top.size() != 1) return;
+  if (!BoxReader::ChildBoxes(moof.data(), 0, moof.size(), top) || top.size() != 1) return -1;
   std::vector<Box> trafs;
-  if (!BoxReader::Children(moof, top[0], trafs)) return;
+  if (!BoxReader::Children(moof, top[0], trafs)) return -1;
   for (const Box& traf : trafs) {
     if (traf.type != BoxType("traf") || !BoxReader::Children(moof, traf, parts)) continue;
     const Box* tfhd = BoxReader::Find(parts, BoxType("tfhd"));
@@ -143,6 +147,13 @@ void ReadFragment(const std::vector<uint8_t>& moof, std::vector<TrackFacts>& tra
       if (candidate.id == id) track = &candidate;
     }
     if (!track) continue;
+    const int index = static_cast<int>(track - tracks.data());
+    if (added < 0 && !several) {
+      added = index;
+      if (before) *before = *track;
+    } else if (added != index) {
+      several = true;
+    }
     if (flags & 0x1) header.U64();
     if (flags & 0x2) header.U32();
     uint32_t defaultDuration = flags & 0x8 ? header.U32() : track->defaultDuration;
@@ -172,12 +183,21 @@ void ReadFragment(const std::vector<uint8_t>& moof, std::vector<TrackFacts>& tra
     }
     track->duration = std::max(track->duration, time);
   }
+  return several ? -1 : added;
 }
 
 }  // namespace
 
 struct MovieFollower::Tracks {
   std::vector<TrackFacts> facts;
+  // The last fragment read that added to a picture track: the writer lengthens that
+  // picture in place while the slots after it have none, so its moof is read again.
+  struct LastPicture {
+    uint64_t offset = 0;
+    uint64_t size = 0;    // 0: none
+    size_t track = 0;     // in facts
+    TrackFacts before;    // the track's facts before the fragment was added
+  } lastPicture;
 };
 
 MovieFollower::MovieFollower(const std::string& path) : mPath(path), mTracks(new Tracks) {}
@@ -194,10 +214,14 @@ long MovieFollower::Update() {
     if (long rc = file.TopLevelBoxes(top, nullptr, mNext)) return rc;
     bool onlyFragments = true;
     for (const Box& box : top) onlyFragments = onlyFragments && (box.type == BoxType("moof") || box.type == BoxType("mdat"));
-    if (onlyFragments) return ReadFragments(file, top);
+    if (onlyFragments) {
+      if (long rc = ReadLastPictureAgain(file)) return rc;
+      return ReadFragments(file, top);
+    }
     mNext = 0;
   }
   mTracks->facts.clear();
+  mTracks->lastPicture = Tracks::LastPicture();
   mSummary = MovieSummary();
   if (long rc = file.TopLevelBoxes(top)) return rc;
   std::vector<const Box*> movieHeaders;
@@ -238,11 +262,41 @@ long MovieFollower::ReadFragments(MovieFile& file, const std::vector<Box>& boxes
   for (size_t i = 0; i + 1 < boxes.size(); ++i) {
     if (boxes[i].type != BoxType("moof") || boxes[i + 1].type != BoxType("mdat")) continue;
     if (long rc = file.Read(boxes[i].offset, boxes[i].size, moof)) return rc;
-    ReadFragment(moof, mTracks->facts);
+    TrackFacts before;
+    const int added = ReadFragment(moof, mTracks->facts, &before);
+    if (added < 0 || mTracks->facts[static_cast<size_t>(added)].handler == BoxType("vide")) {
+      // Unless it is known to hold no picture, this fragment ends the last picture's run.
+      mTracks->lastPicture = Tracks::LastPicture();
+      if (added >= 0) mTracks->lastPicture = {boxes[i].offset, boxes[i].size, static_cast<size_t>(added), before};
+    }
     mNext = boxes[i + 1].offset + boxes[i + 1].size;
     ++i;
   }
   return Summarise(file);
+}
+
+long MovieFollower::ReadLastPictureAgain(MovieFile& file) {
+  Tracks::LastPicture& last = mTracks->lastPicture;
+  if (!last.size) return 0;
+  std::vector<uint8_t> moof;
+  if (last.offset + last.size <= file.Size()) {
+    if (long rc = file.Read(last.offset, last.size, moof)) return rc;
+  }
+  BoxReader box(moof.data(), moof.size());
+  if (box.U32() != last.size || box.U32() != BoxType("moof")) {
+    last = Tracks::LastPicture();  // hidden by a finish (or cut off), which an update reads whole
+    return 0;
+  }
+  // The fragment is added again to the track as it was before it, so the picture counts
+  // once and its end is the one written now (a read that met the rewrite halfway is set
+  // right by the next). Its first duration stays the track's frame measure: a lengthened
+  // one is not a frame's.
+  TrackFacts& track = mTracks->facts[last.track];
+  const uint32_t shortest = track.shortest;
+  track = last.before;
+  ReadFragment(moof, mTracks->facts, nullptr);
+  track.shortest = shortest;
+  return 0;
 }
 
 long MovieFollower::Summarise(MovieFile& file) {

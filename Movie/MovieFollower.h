@@ -16,8 +16,11 @@ class MovieFile;
 
 // A take being recorded grows by whole fragments: each Update reads the fragments
 // completed since the last, so a window or a status line can count pictures and slots every
-// second of a long take at the cost of the new fragments only. A movie that was finished
-// (or is not a take) is read whole. Used by one thread at a time.
+// second of a long take at the cost of the new fragments only. The last picture's fragment
+// header (a few hundred bytes) is read again each time as well: the writer lengthens that
+// picture in place over the slots given up or dropped after it, which thus count as empty
+// before the next picture comes. A movie that was finished (or is not a take) is read
+// whole. Used by one thread at a time.
 class MovieFollower {
  public:
   explicit MovieFollower(const std::string& path);
@@ -33,6 +36,8 @@ class MovieFollower {
  private:
   struct Tracks;
   long ReadFragments(MovieFile& file, const std::vector<Box>& boxes);
+  // Reads the last picture's fragment header again, for a duration lengthened since.
+  long ReadLastPictureAgain(MovieFile& file);
   long Summarise(MovieFile& file);
 
   std::string mPath;
