@@ -156,8 +156,10 @@ long MovieRecordServer::MapVideo(unsigned long long size) {
   item.segment = std::move(segment);
   item.position = mNextFrame++;
   if (!mQueue->PushVideo(std::move(item))) {
-    // The frame's slot in time stays empty, so later frames and the sound keep their times.
+    // The frame's slot in time stays empty, so later frames and the sound keep their times;
+    // the movie shows it empty as soon as the frames queued before it are written.
     ++mDroppedFrames;
+    mQueue->PushEmptySlots(mNextFrame);
     return kDroppedFramesStatus;
   }
   return 0;
@@ -192,11 +194,16 @@ long MovieRecordServer::SkipVideo(unsigned long long frames) {
     KTN_LOG("%llu skipped frames is more than a recording holds", frames);
     return EINVAL;
   }
+  if (frames == 0) return 0;
   mNextFrame += static_cast<int64_t>(frames);
+  // Shown in the movie once the frames queued before are written, not only when the next
+  // picture comes: a reader of the growing take counts the slots given up as they happen.
+  mQueue->PushEmptySlots(mNextFrame);
   return 0;
 }
 
 long MovieRecordServer::WriteItem(MediaItem& item) {
+  if (item.video && !item.segment) return mWriter.MarkSlotsEmptyBefore(item.position);
   if (item.video) return mWriter.WriteVideo(*item.segment, item.position);
   return mWriter.WriteAudio(*item.segment, item.position);
 }

@@ -41,16 +41,18 @@ class MovieRecordServer : public QTRecordServerIPC {
   long Prepare() override;
   // Open the named segment read-only, check it against the configuration the movie was
   // opened with, queue it and answer at once: 0, 7 for a frame dropped because the
-  // backlog is full (its time slot is kept), 22 for a segment that breaks the
-  // configuration (nothing is written), or the recording's first write error (28 once the
-  // disk is full).
+  // backlog is full (its time slot is kept, and shows empty as SkipVideo's do), 22 for a
+  // segment that breaks the configuration (nothing is written), or the recording's first
+  // write error (28 once the disk is full).
   long MapVideo(unsigned long long size) override;
   long MapAudio(unsigned long long size) override;
   // Writes everything queued, the index and closes the movie: 0 or the recording's first
   // write error. 0 when no recording is open.
   long Stop() override;
   // The plug-in gave up the pictures of the next `frames` frame slots: they stay empty, as
-  // the slots of frames dropped here do. 22 without a video recording open.
+  // the slots of frames dropped here do, and the last picture written before them holds the
+  // screen through them in the growing movie as soon as the writer has caught up. 22
+  // without a video recording open.
   long SkipVideo(unsigned long long frames) override;
   // The plug-in's end of the pipe has gone: finish any open movie.
   long InputEnded() override;

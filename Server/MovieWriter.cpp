@@ -184,6 +184,9 @@ long MovieWriter::Open(const MovieSettings& settings) {
   mSettings = settings;
   mFirstError = 0;
   mLastPicture = -1;
+  mLastSubmitted = -1;
+  mEmptyBefore = 0;
+  mMarkedSinceSubmitted = false;
   // The movie is written to a descriptor of this server's own, never to a path FFmpeg
   // interprets: "pipe:1" or "file:/x" are the names of files like any other.
   int rc = avformat_alloc_output_context2(&mFormat, nullptr, "mov", nullptr);
@@ -281,36 +284,8 @@ long MovieWriter::AddVideoStream() {
     return 0;
   }
 
-  const AVCodec* encoder = avcodec_find_encoder_by_name(codec.encoderName);
-  if (!encoder) {
-    KTN_LOG("FFmpeg has no %s encoder for %s", codec.encoderName, Util::Printer::Fcc(static_cast<int>(codec.codecType)));
-    return EINVAL;
-  }
-  mEncoder = avcodec_alloc_context3(encoder);
-  if (!mEncoder) return REPORT_AV("avcodec_alloc_context3", AVERROR(ENOMEM));
-  mEncoder->width = storedWidth;
-  mEncoder->height = storedHeight;
-  mEncoder->pix_fmt = codec.encoderFormat;
-  mEncoder->time_base = timeBase;
-  mEncoder->framerate = av_inv_q(timeBase);
-  mEncoder->sample_aspect_ratio = aspect;
-  mEncoder->field_order = mPictures.fieldOrder;
-  mEncoder->color_primaries = mPictures.primaries;
-  mEncoder->color_trc = mPictures.transfer;
-  mEncoder->colorspace = mPictures.matrix;
-  mEncoder->thread_count = 0;  // as many as the encoder can use
-  if (codec.profile != FF_PROFILE_UNKNOWN) mEncoder->profile = codec.profile;
-  if (codec.codecId == AV_CODEC_ID_MJPEG) {
-    int quantiser = JpegQuantiser(mSettings.quality);
-    mEncoder->flags |= AV_CODEC_FLAG_QSCALE;
-    mEncoder->global_quality = FF_QP2LAMBDA * quantiser;
-    mEncoder->qmin = 1;
-    mEncoder->qmax = quantiser > 1 ? quantiser : 1;
-  }
-  if (mFormat->oformat->flags & AVFMT_GLOBALHEADER) mEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-  int rc = avcodec_open2(mEncoder, encoder, nullptr);
-  if (rc < 0) return REPORT_AV("avcodec_open2", rc);
-  rc = avcodec_parameters_from_context(mVideoStream->codecpar, mEncoder);
+  if (long rc = OpenEncoder()) return rc;
+  int rc = avcodec_parameters_from_context(mVideoStream->codecpar, mEncoder);
   if (rc < 0) return REPORT_AV("avcodec_parameters_from_context", rc);
   if (codec.codecId != AV_CODEC_ID_DVVIDEO) mVideoStream->codecpar->codec_tag = FfmpegTag(codec.codecType);
 
@@ -335,6 +310,40 @@ long MovieWriter::AddVideoStream() {
   if (rc < 0) return REPORT_AV("av_frame_get_buffer", rc);
   mPacket = av_packet_alloc();
   if (!mPacket) return REPORT_AV("av_packet_alloc", AVERROR(ENOMEM));
+  return 0;
+}
+
+long MovieWriter::OpenEncoder() {
+  const ServerCodec& codec = *mSettings.codec;
+  const AVCodec* encoder = avcodec_find_encoder_by_name(codec.encoderName);
+  if (!encoder) {
+    KTN_LOG("FFmpeg has no %s encoder for %s", codec.encoderName, Util::Printer::Fcc(static_cast<int>(codec.codecType)));
+    return EINVAL;
+  }
+  mEncoder = avcodec_alloc_context3(encoder);
+  if (!mEncoder) return REPORT_AV("avcodec_alloc_context3", AVERROR(ENOMEM));
+  mEncoder->width = codec.storedWidth ? static_cast<int>(codec.storedWidth) : mSettings.width;
+  mEncoder->height = codec.storedHeight ? static_cast<int>(codec.storedHeight) : mSettings.height;
+  mEncoder->pix_fmt = codec.encoderFormat;
+  mEncoder->time_base = mFrameTime;
+  mEncoder->framerate = av_inv_q(mFrameTime);
+  mEncoder->sample_aspect_ratio = mVideoStream->sample_aspect_ratio;
+  mEncoder->field_order = mPictures.fieldOrder;
+  mEncoder->color_primaries = mPictures.primaries;
+  mEncoder->color_trc = mPictures.transfer;
+  mEncoder->colorspace = mPictures.matrix;
+  mEncoder->thread_count = 0;  // as many as the encoder can use
+  if (codec.profile != FF_PROFILE_UNKNOWN) mEncoder->profile = codec.profile;
+  if (codec.codecId == AV_CODEC_ID_MJPEG) {
+    int quantiser = JpegQuantiser(mSettings.quality);
+    mEncoder->flags |= AV_CODEC_FLAG_QSCALE;
+    mEncoder->global_quality = FF_QP2LAMBDA * quantiser;
+    mEncoder->qmin = 1;
+    mEncoder->qmax = quantiser > 1 ? quantiser : 1;
+  }
+  if (mFormat->oformat->flags & AVFMT_GLOBALHEADER) mEncoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  int rc = avcodec_open2(mEncoder, encoder, nullptr);
+  if (rc < 0) return REPORT_AV("avcodec_open2", rc);
   return 0;
 }
 
@@ -377,9 +386,44 @@ FragmentWriter::Sample MovieWriter::PictureSample(int64_t frameIndex, uint32_t s
 long MovieWriter::WritePacket(AVPacket* packet) {
   const int64_t frameIndex = av_rescale_q(packet->pts, mEncoder->time_base, mFrameTime);
   long rc = mFragments.Write(PictureSample(frameIndex, static_cast<uint32_t>(packet->size)), packet->data);
-  if (!rc) mLastPicture = frameIndex;
   av_packet_unref(packet);
-  return Record(rc);
+  if (rc) return Record(rc);
+  mLastPicture = frameIndex;
+  // Slots found empty while the encoder held this picture follow it, unless a later
+  // picture is still in the encoder.
+  return frameIndex == mLastSubmitted ? HoldLastPicture(mEmptyBefore) : 0;
+}
+
+long MovieWriter::HoldLastPicture(int64_t nextFrame) {
+  if (mLastPicture < 0 || nextFrame <= mLastPicture + 1) return 0;
+  const int64_t slotUnits = av_rescale_q(1, mFrameTime, mVideoStream->time_base);
+  int64_t slots = nextFrame - mLastPicture;
+  if (slotUnits > 0 && slots > static_cast<int64_t>(UINT32_MAX) / slotUnits) slots = UINT32_MAX / slotUnits;
+  return Record(mFragments.ExtendLastPicture(
+      static_cast<uint32_t>(av_rescale_q(slots, mFrameTime, mVideoStream->time_base))));
+}
+
+long MovieWriter::MarkSlotsEmptyBefore(int64_t nextFrame) {
+  if (!mVideoStream) return EINVAL;
+  if (mFirstError) return mFirstError;
+  if (nextFrame > mEmptyBefore) mEmptyBefore = nextFrame;
+  const bool again = mMarkedSinceSubmitted;
+  mMarkedSinceSubmitted = true;
+  if (mLastSubmitted > mLastPicture) {
+    // The encoder holds pictures from before these slots; the last of them takes the slots
+    // when it comes out (WritePacket), which the next pictures bring about. Marked again
+    // with no picture between, the pictures have stopped coming: the encoder gives out
+    // what it holds now, so the slots show while none comes.
+    return again ? RestartEncoder() : 0;
+  }
+  return HoldLastPicture(mEmptyBefore);
+}
+
+long MovieWriter::RestartEncoder() {
+  if (long rc = Encode(nullptr)) return rc;
+  // A drained encoder takes no more pictures: a fresh one, as the first was made.
+  avcodec_free_context(&mEncoder);
+  return Record(OpenEncoder());
 }
 
 long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
@@ -389,8 +433,10 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
     long rc = mFragments.WriteFrom(PictureSample(frameIndex, static_cast<uint32_t>(segment.OpenedSize())),
                                    segment.Descriptor());
     if (rc == ENODATA) return 0;  // its maker shrank the segment: the slot stays empty
-    if (!rc) mLastPicture = frameIndex;
-    return Record(rc);
+    if (rc) return Record(rc);
+    mLastPicture = mLastSubmitted = frameIndex;
+    mMarkedSinceSubmitted = false;
+    return 0;
   }
   // The encoders read a copy of the server's own, never the segment's pages: its maker can
   // shrink it at any time, and a mapping would then fault.
@@ -426,6 +472,8 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   mFrame->interlaced_frame = mPictures.fieldOrder == AV_FIELD_TT || mPictures.fieldOrder == AV_FIELD_BB;
   mFrame->top_field_first = mPictures.fieldOrder == AV_FIELD_TT;
   if (mEncoder->codec_id == AV_CODEC_ID_MJPEG) mFrame->quality = mEncoder->global_quality;
+  mLastSubmitted = frameIndex;
+  mMarkedSinceSubmitted = false;
   return Encode(mFrame);
 }
 
@@ -457,10 +505,7 @@ long MovieWriter::WriteAudio(Core::SharedMemory& segment, int64_t firstSample) {
 long MovieWriter::Finish(int64_t videoSlots) {
   if (!IsOpen()) return 0;
   if (mEncoder && !mFirstError) Encode(nullptr);
-  if (!mFirstError && mVideoStream && mLastPicture >= 0 && videoSlots > mLastPicture + 1) {
-    Record(mFragments.ExtendLastPicture(
-        static_cast<uint32_t>(av_rescale_q(videoSlots - mLastPicture, mFrameTime, mVideoStream->time_base))));
-  }
+  if (!mFirstError && mVideoStream) HoldLastPicture(videoSlots);
   // A failed write left a torn fragment, which Close cuts off: the complete fragments
   // before it are the take.
   Record(mFragments.Close());

@@ -75,6 +75,15 @@ class MovieWriter {
   // firstSample; a shrunk segment is left out as in WriteVideo.
   long WriteAudio(Core::SharedMemory& segment, int64_t firstSample);
 
+  // The frame slots before frame number nextFrame that follow the last picture have no
+  // picture (given up or dropped): that picture holds the screen through them, in the
+  // growing movie already (four bytes of its fragment rewritten in place), so that a reader
+  // of the take counts them now rather than when the next picture comes. Pictures an
+  // encoder still holds come out with the next pictures, the last of them taking the slots;
+  // slots marked again before any picture comes have the encoder give them out at once
+  // (and start afresh). Nothing before the first picture.
+  long MarkSlotsEmptyBefore(int64_t nextFrame);
+
   // Flushes the encoder, writes the index, closes the file and lets go of its lock.
   // videoSlots, when known, is
   // the number of frame slots the take has: slots after the last picture (given up or
@@ -97,12 +106,19 @@ class MovieWriter {
   // Frees FFmpeg's output context on mFd (the descriptor stays open).
   void FreeIo();
   long AddVideoStream();
+  // Makes and opens mEncoder for the configured codec, as the video stream describes it.
+  long OpenEncoder();
+  // Writes every picture the encoder holds, then opens a fresh encoder in its place.
+  long RestartEncoder();
   long AddAudioStream();
   // Sends a frame (null: flush) to the encoder and writes what comes out.
   long Encode(AVFrame* frame);
   // Writes an encoded packet (pts and duration in the encoder's time base) as one
   // fragment and lets go of it; records and returns errors.
   long WritePacket(AVPacket* packet);
+  // Makes the last picture written last until frame slot nextFrame, when it ends before
+  // (as many slots as its duration field holds at most); records and returns errors.
+  long HoldLastPicture(int64_t nextFrame);
   // The picture of frame slot frameIndex, one slot long, of size bytes.
   FragmentWriter::Sample PictureSample(int64_t frameIndex, uint32_t size) const;
   // Records a failure as the recording's first error (if it is) and returns it.
@@ -126,6 +142,9 @@ class MovieWriter {
   AVRational mFrameTime = {0, 1};      // one frame, in seconds
   PictureDescription mPictures = {};   // colours and field order, as far as known here
   int64_t mLastPicture = -1;           // frame number of the last picture written
+  int64_t mLastSubmitted = -1;         // of the last picture written or given to the encoder
+  int64_t mEmptyBefore = 0;            // the slots after the last picture and before this are empty
+  bool mMarkedSinceSubmitted = false;  // slots were marked empty since the last picture came
   long mFirstError = 0;
 };
 

@@ -17,15 +17,19 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Core/SegmentLock.h"
 #include "Core/SharedMemory.h"
 #include "IPC/Pipe.h"
 #include "IPC/QTRecordClient.h"
+#include "IPC/RecorderCommands.h"
 #include "IPC/ServerProcess.h"
 #include "Server/CodecTable.h"
+#include "Movie/BoxReader.h"
 #include "Movie/InPlaceIndex.h"
 #include "Movie/MovieFollower.h"
 #include "Movie/MovieStamp.h"
@@ -626,6 +630,140 @@ TEST(QTRecordServerTest, SkippedSlotsStayEmptyAndTheSoundGoesOn) {
   EXPECT_LT(std::fabs(videoSeconds - audioSeconds), static_cast<double>(take.duration) / take.timescale);
 }
 
+// Updates the follower until its summary satisfies done, however long a loaded machine's
+// writer takes: true then, false after a minute (a writer that never gets there).
+template <typename Done>
+bool FollowUntil(MovieFollower& follower, Done done) {
+  for (int i = 0; i < 3000; ++i) {
+    if (follower.Update() == 0 && done(follower.Summary())) return true;
+    usleep(20 * 1000);
+  }
+  return false;
+}
+
+// The pictures of a movie as ffprobe reads them: each one's slot and how many slots it
+// lasts (-1 where it reads no duration, as for fragments).
+std::vector<std::pair<long, long>> PictureSlots(const std::string& path, const Take& take) {
+  std::istringstream lines(CommandOutput("ffprobe -v error -select_streams v:0 -show_entries "
+                                         "packet=pts_time,duration_time -of csv=p=0 '" + path + "'"));
+  const double frame = static_cast<double>(take.duration) / take.timescale;
+  std::vector<std::pair<long, long>> pictures;
+  for (std::string line; std::getline(lines, line);) {
+    double at = 0, lasts = 0;
+    const int read = sscanf(line.c_str(), "%lf,%lf", &at, &lasts);
+    if (read >= 1) pictures.emplace_back(std::lround(at / frame), read == 2 ? std::lround(lasts / frame) : -1);
+  }
+  return pictures;
+}
+
+// Slots the plug-in gives up show in the growing take as soon as the writer has written
+// the pictures queued before them, not only when the next picture comes: the last picture
+// holds the screen through them, and a reader of the take counts them empty at once. The
+// next picture keeps its own time, and the finished movie has the same slots.
+TEST(QTRecordServerTest, GivenUpSlotsShowInTheGrowingTakeBeforeTheNextPicture) {
+  ScratchFolder folder;
+  std::string path = folder.File("given up.mov");
+  std::string fragments = folder.File("fragments.mov");
+  const Take& take = kTakes[0];  // 2vuy NTSC at 29.97
+  {
+    ServerSession session;
+    ASSERT_EQ(0, session.Status());
+    QTRecordClient& client = session.Client();
+    ASSERT_EQ(0, Configure(client, take, path, true, false));
+    for (int frame = 0; frame < 5; ++frame) {
+      ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, frame), true)) << frame;
+    }
+    MovieFollower follower(path);
+    ASSERT_TRUE(FollowUntil(follower, [](const MovieSummary& s) { return s.pictures == 5; }));
+    EXPECT_EQ(5u, follower.Summary().pictureSlots);
+
+    ASSERT_EQ(0, client.SkipVideo(25));
+    EXPECT_TRUE(FollowUntil(follower, [](const MovieSummary& s) { return s.EmptySlots() == 25; }))
+        << "no picture follows, and still the slots given up show: " << follower.Summary().pictureSlots << " slots";
+    EXPECT_EQ(5u, follower.Summary().pictures);
+    EXPECT_EQ(30u, follower.Summary().pictureSlots) << "grown by the 25 slots given up";
+    MovieSummary fresh;
+    ASSERT_EQ(0, fresh.Read(path));
+    EXPECT_EQ(MovieSummary::Layout::kFragments, fresh.layout);
+    EXPECT_EQ(25u, fresh.EmptySlots()) << "a reader that comes now counts them too";
+
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, 30), true));
+    EXPECT_TRUE(FollowUntil(follower, [](const MovieSummary& s) { return s.pictures == 6; }));
+    EXPECT_EQ(31u, follower.Summary().pictureSlots);
+    EXPECT_EQ(25u, follower.Summary().EmptySlots());
+    fs::copy_file(path, fragments);  // the take as fragments, before its finish
+    EXPECT_EQ(0, client.Stop());
+  }
+  // The lengthened picture ends where the next one starts, in the fragments (as FFmpeg
+  // places their pictures, and no later than the next picture's end) and in the finished
+  // movie.
+  std::vector<std::pair<long, long>> placed = PictureSlots(fragments, take);
+  ASSERT_EQ(6u, placed.size());
+  EXPECT_EQ(30, placed[5].first);
+  MovieSummary cut;
+  ASSERT_EQ(0, cut.Read(fragments));
+  EXPECT_EQ(MovieSummary::Layout::kFragments, cut.layout);
+  EXPECT_EQ(6u, cut.pictures);
+  EXPECT_EQ(31u, cut.pictureSlots);
+  const std::vector<std::pair<long, long>> expected = {{0, 1}, {1, 1}, {2, 1}, {3, 1}, {4, 26}, {30, 1}};
+  EXPECT_EQ(expected, PictureSlots(path, take));
+  EXPECT_EQ("6", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=nb_frames -of csv=p=0 '" +
+                               path + "'"));
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_TRUE(movie.decodedEveryVideoFrame);
+  EXPECT_EQ(31 * take.duration * movie.video.timeBaseDen,
+            movie.video.totalDuration * static_cast<int64_t>(take.timescale) * movie.video.timeBaseNum);
+  MovieSummary finished;
+  ASSERT_EQ(0, finished.Read(path));
+  EXPECT_EQ(MovieSummary::Layout::kFinished, finished.layout);
+  EXPECT_EQ(6u, finished.pictures);
+  EXPECT_EQ(31u, finished.pictureSlots);
+}
+
+// While no picture comes (another process holds the segment's name) the plug-in gives up
+// the slots at every service call: with an encoder that holds the last pictures, the
+// slots show too, from the second call on, and the encoder takes pictures again after.
+TEST(QTRecordServerTest, GivenUpSlotsShowWhileAnEncoderHeldTheLastPictures) {
+  ScratchFolder folder;
+  std::string path = folder.File("given up.mov");
+  const Take& take = kTakes[3];  // JPEG 1080 at 25
+  uint64_t skipped = 0;
+  {
+    ServerSession session;
+    ASSERT_EQ(0, session.Status());
+    QTRecordClient& client = session.Client();
+    ASSERT_EQ(0, Configure(client, take, path, true, false));
+    for (int frame = 0; frame < 5; ++frame) {
+      ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, frame), true)) << frame;
+    }
+    MovieFollower follower(path);
+    // One slot given up a call, 20 ms apart, until the take shows every one (a minute at
+    // most, for a writer that never shows them).
+    bool shown = false;
+    while (!shown && skipped < 3000) {
+      ASSERT_EQ(0, client.SkipVideo(1));
+      ++skipped;
+      usleep(20 * 1000);
+      ASSERT_EQ(0, follower.Update());
+      shown = follower.Summary().pictures == 5 && follower.Summary().EmptySlots() == skipped;
+    }
+    EXPECT_TRUE(shown) << follower.Summary().pictures << " pictures, " << follower.Summary().EmptySlots()
+                       << " of " << skipped << " slots given up shown";
+    const int next = 5 + static_cast<int>(skipped);
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, next), true));
+    ASSERT_EQ(0, HandOver(client, kVideoShmKey, FramePayload(take, next + 1), true));
+    EXPECT_EQ(0, client.Stop());
+  }
+  const long next = 5 + static_cast<long>(skipped);
+  const std::vector<std::pair<long, long>> expected = {{0, 1},    {1, 1}, {2, 1}, {3, 1}, {4, next - 4},
+                                                       {next, 1}, {next + 1, 1}};
+  EXPECT_EQ(expected, PictureSlots(path, take));
+  ProbedMovie movie = ProbeMovie(path, true);
+  ASSERT_TRUE(movie.opened);
+  EXPECT_TRUE(movie.decodedEveryVideoFrame) << "the pictures after the encoder was restarted decode";
+}
+
 // The writer's settings for a take, as Prepare makes them from the recorder's setters.
 MovieSettings WriterSettings(const Take& take, const std::string& path, bool audio) {
   MovieSettings settings;
@@ -787,6 +925,95 @@ std::vector<std::pair<size_t, std::string>> TopLevelBoxes(const std::string& byt
 std::string FileBytes(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+// The pictures of a take's fragments as they were written: each one's slot and how many
+// slots its fragment says it lasts, counted in the first picture's duration (one slot).
+std::vector<std::pair<long, long>> FragmentPictureSlots(const std::string& path) {
+  const std::string file = FileBytes(path);
+  const std::vector<uint8_t> bytes(file.begin(), file.end());
+  std::vector<std::pair<long, long>> pictures;
+  uint64_t slot = 0;
+  for (const auto& [offset, type] : TopLevelBoxes(file)) {
+    if (type != "moof") continue;
+    std::vector<Box> top, children, parts;
+    const Box* traf = nullptr;
+    if (!BoxReader::ChildBoxes(bytes.data(), offset, bytes.size(), top) || top.empty() ||
+        !BoxReader::Children(bytes, top[0], children) || !(traf = BoxReader::Find(children, BoxType("traf"))) ||
+        !BoxReader::Children(bytes, *traf, parts)) {
+      ADD_FAILURE() << "a fragment at " << offset << " that cannot be read";
+      break;
+    }
+    const Box* tfhd = BoxReader::Find(parts, BoxType("tfhd"));
+    const Box* tfdt = BoxReader::Find(parts, BoxType("tfdt"));
+    if (!tfhd || !tfdt) continue;
+    BoxReader header(bytes, *tfhd), decode(bytes, *tfdt);
+    header.Seek(8);  // flags and track
+    const uint64_t duration = header.U32();
+    decode.Seek(4);  // version 1 and flags
+    const uint64_t time = decode.U64();
+    if (!slot) slot = duration;
+    if (slot) pictures.emplace_back(static_cast<long>(time / slot), static_cast<long>(duration / slot));
+  }
+  return pictures;
+}
+
+// Slots marked empty after the last picture are held by it in the growing take (its
+// fragment says so at once), however often they are marked, never before the first
+// picture. A picture an encoder still holds takes them once the encoder gives it out, and
+// none before it does: with the next pictures, or at once when the slots are marked again
+// before any picture comes. The finished movie keeps them.
+TEST(QTRecordServerTest, TheLastPictureHoldsTheSlotsMarkedEmptyAfterIt) {
+  for (int row : {0, 3}) {  // 2vuy, written as it comes; JPEG, through an encoder that holds pictures
+    const Take& take = kTakes[row];
+    SCOPED_TRACE(Spelled(take.codecType));
+    ScratchFolder folder;
+    std::string path = folder.File("marked.mov");
+    std::string fragments = folder.File("fragments.mov");
+    MovieWriter writer;
+    ASSERT_EQ(0, writer.Open(WriterSettings(take, path, false)));
+    MovieFollower follower(path);
+    EXPECT_EQ(0, writer.MarkSlotsEmptyBefore(3)) << "no picture to hold them yet";
+    ASSERT_EQ(0, follower.Update());
+    EXPECT_EQ(0u, follower.Summary().pictureSlots);
+    for (int frame = 0; frame < 5; ++frame) {
+      ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+    }
+    ASSERT_EQ(0, writer.MarkSlotsEmptyBefore(30));
+    if (row == 0) {
+      ASSERT_EQ(0, follower.Update());
+      EXPECT_EQ(5u, follower.Summary().pictures);
+      EXPECT_EQ(30u, follower.Summary().pictureSlots) << "shown at once";
+    }
+    ASSERT_EQ(0, writer.MarkSlotsEmptyBefore(20)) << "marked again, and for slots marked before";
+    ASSERT_EQ(0, follower.Update());
+    EXPECT_EQ(5u, follower.Summary().pictures);
+    EXPECT_EQ(30u, follower.Summary().pictureSlots);
+    EXPECT_EQ(25u, follower.Summary().EmptySlots());
+    for (int frame = 30; frame < 50; ++frame) {
+      ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+    }
+    ASSERT_EQ(0, writer.MarkSlotsEmptyBefore(60));
+    fs::copy_file(path, fragments);  // the fragments written so far: the encoder may hold the last pictures
+    ASSERT_EQ(0, writer.Finish());
+
+    std::vector<std::pair<long, long>> expected = {{0, 1}, {1, 1}, {2, 1}, {3, 1}, {4, 26}};
+    for (long frame = 30; frame < 50; ++frame) expected.emplace_back(frame, frame == 49 ? 11 : 1);
+    std::vector<std::pair<long, long>> written = FragmentPictureSlots(fragments);
+    ASSERT_GE(written.size(), 6u) << "the encoder gave out the pictures before the slots marked empty";
+    ASSERT_LE(written.size(), expected.size());
+    for (size_t i = 0; i < written.size(); ++i) {
+      EXPECT_EQ(expected[i], written[i]) << "no picture lasts into the next one's slot";
+    }
+    if (row == 0) {
+      EXPECT_EQ(expected, written) << "nothing waits in an encoder";
+    }
+    EXPECT_EQ(expected, PictureSlots(path, take));
+    ASSERT_EQ(0, follower.Update());
+    EXPECT_EQ(MovieSummary::Layout::kFinished, follower.Summary().layout);
+    EXPECT_EQ(25u, follower.Summary().pictures);
+    EXPECT_EQ(60u, follower.Summary().pictureSlots);
+  }
 }
 
 // What the host side knows, stamped into a finished take in place: the field order the
@@ -1320,12 +1547,14 @@ TEST(QTRecordServerTest, AFifoInTheSegmentsPlaceIsRefusedAtOnce) {
 }
 
 // A script in folder that starts the real server with every write held back by
-// delayMillis, as a slow disk would.
-std::string SlowServer(const ScratchFolder& folder, unsigned delayMillis) {
+// delayMillis, as a slow disk would, and a backlog of backlogBytes when not 0.
+std::string SlowServer(const ScratchFolder& folder, unsigned delayMillis, uint64_t backlogBytes = 0) {
   std::string wrapper = folder.File("slow-server");
   {
     std::ofstream script(wrapper);
-    script << "#!/bin/sh\nexec '" << QT_RECORD_SERVER << "' --write-delay-ms " << delayMillis << "\n";
+    script << "#!/bin/sh\nexec '" << QT_RECORD_SERVER << "' --write-delay-ms " << delayMillis;
+    if (backlogBytes) script << " --backlog-bytes " << backlogBytes;
+    script << "\n";
   }
   fs::permissions(wrapper, fs::perms::owner_all);
   return wrapper;
@@ -1400,6 +1629,42 @@ TEST(QTRecordServerTest, ASegmentShrunkAfterTheAnswerIsLeftOutAndTheTakeGoesOn) 
       EXPECT_NE(std::string::npos, text.find("shrank to 0 of the 4147200 bytes it was opened with")) << text;
     }
   }
+}
+
+// A frame the server drops (its backlog full) shows as an empty slot in the growing take
+// once the writer has written the frames queued before it, though no picture follows.
+TEST(QTRecordServerTest, DroppedSlotsShowInTheGrowingTakeBeforeTheNextPicture) {
+  ScratchFolder folder;
+  std::string path = folder.File("dropped.mov");
+  const Take& take = kTakes[0];  // 2vuy NTSC, 699840-byte frames
+  uint64_t slots = 0, dropped = 0;
+  {
+    // Each write held back 150 ms, room for two frames: frames handed over at once are
+    // dropped from the third on at the latest.
+    ServerSession session(SlowServer(folder, 150, 2 * 699840));
+    ASSERT_EQ(0, session.Status());
+    QTRecordClient& client = session.Client();
+    ASSERT_EQ(0, Configure(client, take, path, true, false));
+    long answer = 0;
+    while (answer != kDroppedFramesStatus && slots < 60) {
+      answer = HandOver(client, kVideoShmKey, FramePayload(take, static_cast<int>(slots)), true);
+      ASSERT_TRUE(answer == 0 || answer == kDroppedFramesStatus) << answer;
+      ++slots;
+      dropped += answer == kDroppedFramesStatus;
+    }
+    ASSERT_EQ(kDroppedFramesStatus, answer) << "the backlog filled";
+    MovieFollower follower(path);
+    EXPECT_TRUE(FollowUntil(follower, [&](const MovieSummary& s) { return s.pictureSlots == slots; }))
+        << "the last slot, dropped, shows: " << follower.Summary().pictureSlots << " of " << slots;
+    EXPECT_EQ(slots - dropped, follower.Summary().pictures);
+    EXPECT_EQ(dropped, follower.Summary().EmptySlots());
+    EXPECT_EQ(0, client.Stop());
+  }
+  MovieSummary finished;
+  ASSERT_EQ(0, finished.Read(path));
+  EXPECT_EQ(MovieSummary::Layout::kFinished, finished.layout);
+  EXPECT_EQ(slots - dropped, finished.pictures);
+  EXPECT_EQ(slots, finished.pictureSlots);
 }
 
 // The terminal's Ctrl-C, Ctrl-\ and hang-up reach every process of the host's group: the

@@ -29,6 +29,22 @@ void WriteQueue::PushAudio(MediaItem item) {
   Push(std::move(item));
 }
 
+void WriteQueue::PushEmptySlots(int64_t nextFrame) {
+  {
+    std::lock_guard<std::mutex> guard(mLock);
+    // The item at the back is not being written yet (the writer takes items off the front).
+    if (!mItems.empty() && mItems.back().video && !mItems.back().segment) {
+      if (nextFrame > mItems.back().position) mItems.back().position = nextFrame;
+      return;
+    }
+    MediaItem item;
+    item.video = true;
+    item.position = nextFrame;
+    mItems.push_back(std::move(item));
+  }
+  mItemsChanged.notify_one();
+}
+
 void WriteQueue::Push(MediaItem item) {
   {
     std::lock_guard<std::mutex> guard(mLock);
@@ -62,7 +78,7 @@ void WriteQueue::WriterLoop() {
       mItems.pop_front();
     }
     if (mWriteDelayMillis) std::this_thread::sleep_for(std::chrono::milliseconds(mWriteDelayMillis));
-    uint64_t videoBytes = item.video ? item.segment->OpenedSize() : 0;
+    uint64_t videoBytes = item.video && item.segment ? item.segment->OpenedSize() : 0;
     long rc = mWriter(item);
     std::lock_guard<std::mutex> guard(mLock);
     mQueuedVideoBytes -= videoBytes;

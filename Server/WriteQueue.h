@@ -14,16 +14,19 @@
 
 namespace KTN {
 
-// One video frame or audio packet, still in the segment the plug-in filled.
+// One video frame or audio packet, still in the segment the plug-in filled; or, as a video
+// item without a segment, word that the frame slots before position have no picture (they
+// were given up or dropped).
 struct MediaItem {
   bool video = false;
-  std::unique_ptr<Core::SharedMemory> segment;  // opened read-only (OpenTrusted)
-  int64_t position = 0;  // frame number (video) or first sample number (audio)
+  std::unique_ptr<Core::SharedMemory> segment;  // opened read-only (OpenTrusted); null: empty slots
+  int64_t position = 0;  // frame number (video) or first sample number (audio); empty slots: the next frame number
 };
 
 // Items are written in arrival order on one writer thread, so the command loop can answer
-// as soon as a segment is mapped. Video is bounded by a byte budget; audio is never dropped
-// (it is small, and a gap in sound would break sync).
+// as soon as a segment is mapped. Video is bounded by a byte budget; audio and empty slots
+// are never dropped (they are small, and a gap in sound would break sync; empty slots tell
+// the movie's readers at once of the pictures that will not come).
 class WriteQueue {
  public:
   // Writes one item on the writer thread; 0 or an errno value.
@@ -42,6 +45,10 @@ class WriteQueue {
   // is refused (false) and the caller drops it.
   bool PushVideo(MediaItem item);
   void PushAudio(MediaItem item);
+  // Queues word that the video's slots before frame number nextFrame have no picture,
+  // after the frames queued so far. Such word still waiting at the back of the queue is
+  // moved on to nextFrame rather than repeated: a run of empty slots costs one item.
+  void PushEmptySlots(int64_t nextFrame);
 
   // Blocks until every queued item has been written, then stops the writer thread.
   void Drain();
