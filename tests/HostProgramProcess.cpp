@@ -47,6 +47,20 @@ Child StartHostProgram(const std::vector<std::string>& arguments, const std::str
   return child;
 }
 
+StoppedAtEnd::~StoppedAtEnd() {
+  if (child.pid <= 0 || waitpid(child.pid, nullptr, WNOHANG) != 0) return;  // reaped, or ended now
+  StopWith(child.pid, SIGTERM, 30);
+}
+
+bool WaitForBytes(const std::string& path, uintmax_t bytes) {
+  std::error_code ignored;
+  for (auto until = std::chrono::steady_clock::now() + std::chrono::minutes(1); std::chrono::steady_clock::now() < until;) {
+    if (fs::exists(path, ignored) && fs::file_size(path, ignored) >= bytes) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return false;
+}
+
 int StopWith(pid_t pid, int signal, double seconds) {
   kill(pid, signal);
   int status = WaitFor(pid, seconds);
@@ -192,17 +206,23 @@ int RunHostProgram(const std::vector<std::string>& arguments, const std::string&
   return status;
 }
 
-
-// The lines the host program wrote for its user (the diagnostics start with "***").
-std::vector<std::string> UserLines(const std::string& text) {
+std::vector<std::string> LinesWith(const std::string& text, const std::string& part) {
   std::vector<std::string> lines;
   size_t start = 0;
   while (start < text.size()) {
     size_t end = text.find('\n', start);
     if (end == std::string::npos) end = text.size();
     std::string line = text.substr(start, end - start);
-    if (line.rfind("kestrin-capture:", 0) == 0) lines.push_back(line);
+    if (line.find(part) != std::string::npos) lines.push_back(line);
     start = end + 1;
+  }
+  return lines;
+}
+
+std::vector<std::string> UserLines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (const std::string& line : LinesWith(text, "kestrin-capture:")) {
+    if (line.rfind("kestrin-capture:", 0) == 0) lines.push_back(line);
   }
   return lines;
 }

@@ -1,6 +1,7 @@
 // The host program as the user runs it: a child process, on a file or on a terminal of its own.
 #pragma once
 
+#include <stdint.h>
 #include <sys/types.h>
 
 #include <string>
@@ -20,6 +21,18 @@ struct Child {
 // run as user (with the same number as its group) when one is given, which needs root.
 Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder,
                        uid_t user = static_cast<uid_t>(-1));
+
+// A host program started in the background, stopped (SIGTERM, then SIGKILL if need be) when
+// this ends unless it has ended already, so that a test that fails leaves no recording
+// running behind it.
+struct StoppedAtEnd {
+  Child child;
+  ~StoppedAtEnd();
+};
+
+// Waits until the file at path holds at least bytes (a take under way has frames written),
+// for a minute at most, however loaded the machine; false if it never did.
+bool WaitForBytes(const std::string& path, uintmax_t bytes);
 
 // Sends the child signal and waits for its end: its exit status, or -1 when it has not ended
 // within seconds (it is then killed).
@@ -47,6 +60,8 @@ int RunHostProgram(const std::vector<std::string>& arguments, const std::string&
 // wrote there, and its exit status (-1 if it has not ended within seconds).
 std::string RunOnATerminal(const std::vector<std::string>& arguments, double seconds, int& status);
 
+// The lines of text that hold part.
+std::vector<std::string> LinesWith(const std::string& text, const std::string& part);
 // The lines the host program wrote for its user (the diagnostics start with "***").
 std::vector<std::string> UserLines(const std::string& text);
 

@@ -57,30 +57,9 @@ std::vector<std::string> FixedNameEntries() {
   return found;
 }
 
-// The host program recording, stopped (then killed if need be) when this ends, so that a
-// failed test leaves no recording behind.
-struct HostProgramRun {
-  Child child;
-  ~HostProgramRun() {
-    if (child.pid <= 0 || waitpid(child.pid, nullptr, WNOHANG) != 0) return;
-    kill(child.pid, SIGTERM);
-    if (WaitFor(child.pid, 30) == -1) {
-      kill(child.pid, SIGKILL);
-      waitpid(child.pid, nullptr, 0);
-    }
-  }
-};
-
 // Waits until the movie at path holds frames' bytes (the take has begun), for a minute at most.
 bool WaitForFrames(const std::string& path, int frames) {
-  std::error_code ignored;
-  for (auto until = Clock::now() + std::chrono::minutes(1); Clock::now() < until;) {
-    if (fs::exists(path, ignored) && fs::file_size(path, ignored) >= kPalFrameBytes * static_cast<uintmax_t>(frames)) {
-      return true;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return false;
+  return WaitForBytes(path, kPalFrameBytes * static_cast<uintmax_t>(frames));
 }
 
 // The largest count of dropped frames the status lines of text showed.
@@ -91,20 +70,6 @@ long MostDroppedShown(const std::string& text) {
     most = std::max(most, std::stol((*it)[1].str()));
   }
   return most;
-}
-
-// The lines of text that hold part.
-std::vector<std::string> LinesWith(const std::string& text, const std::string& part) {
-  std::vector<std::string> lines;
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(start, end - start);
-    if (line.find(part) != std::string::npos) lines.push_back(line);
-    start = end + 1;
-  }
-  return lines;
 }
 
 class SharedSegmentNameTest : public testing::Test {
@@ -127,7 +92,7 @@ class SharedSegmentNameTest : public testing::Test {
 // one line names the holder. Its death frees the name; nothing is left beside the segments.
 TEST_F(SharedSegmentNameTest, AHostProgramKeepsItsFrameLimitAndReportsItsDropsWhileAnotherUserHoldsTheName) {
   const std::string movie = mFolder + "/held.mov";
-  HostProgramRun host;
+  StoppedAtEnd host;
   host.child = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--frames", "200"},
                                 mFolder);
   ASSERT_TRUE(WaitForFrames(movie, 10)) << ReadText(host.child.errorFile);
@@ -171,7 +136,7 @@ TEST_F(SharedSegmentNameTest, AHostProgramKeepsItsFrameLimitAndReportsItsDropsWh
 // still held, rather than waiting for it and then taking every slot of the wait at once.
 TEST_F(SharedSegmentNameTest, AHostProgramEndsAtItsCountWhileTheNameIsStillHeld) {
   const std::string movie = mFolder + "/ended.mov";
-  HostProgramRun host;
+  StoppedAtEnd host;
   host.child = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--frames", "100"},
                                 mFolder);
   ASSERT_TRUE(WaitForFrames(movie, 10)) << ReadText(host.child.errorFile);
@@ -247,7 +212,7 @@ TEST_F(SharedSegmentNameTest, SlotsGivenUpWhileTheNameIsHeldAreReportedAsTheyHap
 // over (which the next recording removes).
 TEST_F(SharedSegmentNameTest, AHostProgramKilledOutrightLeavesNoLockBehind) {
   const std::string movie = mFolder + "/killed.mov";
-  HostProgramRun host;
+  StoppedAtEnd host;
   host.child = StartHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--frames", "500"},
                                 mFolder);
   ASSERT_TRUE(WaitForFrames(movie, 10)) << ReadText(host.child.errorFile);

@@ -50,14 +50,7 @@ MovieSummary Summary(const std::string& movie) {
 // Waits (a minute at most, however loaded the machine) until the movie holds `frames` frames'
 // bytes: the take is under way, with frames handed over.
 bool Written(const std::string& movie, int frames) {
-  std::error_code ignored;
-  for (int i = 0; i < 3000; ++i) {
-    if (fs::exists(movie, ignored) && fs::file_size(movie, ignored) >= kPalFrameBytes * static_cast<uintmax_t>(frames)) {
-      return true;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return false;
+  return WaitForBytes(movie, kPalFrameBytes * static_cast<uintmax_t>(frames));
 }
 
 // A finished take: its ordinary index, pictures, and the timecode of its first frame.
@@ -141,9 +134,9 @@ TEST_F(UserActionsTest, AClosedTerminalStopsTheTakeAndKeepsIt) {
 // A kill (as a job queue or a shutdown sends it) stops the take as Stop does.
 TEST_F(UserActionsTest, AKillStopsTheTakeAndKeepsIt) {
   const std::string movie = mFolder + "/terminated.mov";
-  Child host = StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder);
+  StoppedAtEnd host{StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder)};
   ASSERT_TRUE(Written(movie, 10));
-  ExpectStoppedAndRecorded(StopWith(host.pid, SIGTERM, 60), ReadText(host.errorFile), false);
+  ExpectStoppedAndRecorded(StopWith(host.child.pid, SIGTERM, 60), ReadText(host.child.errorFile), false);
   ExpectFinished(movie);
 }
 
@@ -151,7 +144,8 @@ TEST_F(UserActionsTest, AKillStopsTheTakeAndKeepsIt) {
 // and the take goes on to be finished whole.
 TEST_F(UserActionsTest, ATakeBeingRecordedIsRefusedToRepairAndToASecondRecording) {
   const std::string movie = mFolder + "/busy.mov";
-  Child first = StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder);
+  StoppedAtEnd running{StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder)};
+  const Child& first = running.child;
   ASSERT_TRUE(Written(movie, 10));
   pid_t server = ServerOf(first.pid);
   ASSERT_GT(server, 0);
@@ -222,12 +216,12 @@ TEST_F(UserActionsTest, AFolderRemovedMidTakeIsAFailureOfItsOwn) {
   const std::string folder = mFolder + "/day 1";
   fs::create_directories(folder);
   const std::string movie = folder + "/take.mov";
-  Child host = StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder);
+  StoppedAtEnd host{StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder)};
   ASSERT_TRUE(Written(movie, 10));
   fs::remove_all(folder);
-  int status = StopWith(host.pid, SIGTERM, 60);
+  int status = StopWith(host.child.pid, SIGTERM, 60);
   ASSERT_TRUE(WIFEXITED(status));
-  const std::string error = ReadText(host.errorFile);
+  const std::string error = ReadText(host.child.errorFile);
   EXPECT_EQ(12, WEXITSTATUS(status)) << error;
   EXPECT_EQ(std::vector<std::string>{"kestrin-capture: the take is lost: its folder " + folder +
                                      " was removed while it was recorded"},
@@ -243,12 +237,12 @@ TEST_F(UserActionsTest, AMovieMadeReadOnlyMidTakeIsNotCalledComplete) {
   const uid_t nobody = 65534;
   ASSERT_EQ(0, chown(mFolder.c_str(), nobody, nobody));
   const std::string movie = mFolder + "/read-only.mov";
-  Child host = StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder, nobody);
-  ASSERT_TRUE(Written(movie, 10)) << ReadText(host.errorFile);
+  StoppedAtEnd host{StartHostProgram(Record(movie, {"--seconds", "30"}), mFolder, nobody)};
+  ASSERT_TRUE(Written(movie, 10)) << ReadText(host.child.errorFile);
   ASSERT_EQ(0, chmod(movie.c_str(), 0444));
-  int status = StopWith(host.pid, SIGTERM, 60);
+  int status = StopWith(host.child.pid, SIGTERM, 60);
   ASSERT_TRUE(WIFEXITED(status));
-  const std::string error = ReadText(host.errorFile);
+  const std::string error = ReadText(host.child.errorFile);
   EXPECT_EQ(12, WEXITSTATUS(status)) << error;
   std::vector<std::string> lines = UserLines(error);
   ASSERT_EQ(1u, lines.size()) << error;
