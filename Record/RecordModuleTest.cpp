@@ -1108,8 +1108,8 @@ TEST_F(CallbackTest, APictureTheCardDroppedLeavesAnEmptySlot) {
 }
 
 // A card that cannot read the frames' timecode is said once a recording, with its answer;
-// the take's start then has the host's timecode only when the host has one (the host
-// program, without a deck, answers frame 0), and the movie no made-up timecode track.
+// the take's start is then the host's answer, as for a frame without timecode, but the
+// movie carries no timecode track made from it.
 TEST_F(CallbackTest, AnUnreadableTimecodeIsSaidOnceAndNoneIsMadeUp) {
   const std::string movie = mFolder + "/unreadable.mov";
   recCapParmsRec8 parms = Parms(movie);
