@@ -351,8 +351,9 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
     KTN_LOG("CFStringCreateWithCharacters returned %ld", static_cast<long>(EINVAL));
     return rmBadParameter;
   }
-  if (long rc = CreateEmptyFile(path.c_str())) {  // which reports the reason itself
-    if (rc == EBUSY) return static_cast<int32_t>(rc);  // another process is writing the movie
+  // A file that cannot be made for the take (another process is writing the movie, or the
+  // path names no regular file) fails as any other: the reason is told first.
+  if (CreateEmptyFile(path.c_str()) != 0) {
     KTN_LOG("Failed to create file");
     return rmBadParameter;
   }
