@@ -77,7 +77,8 @@ void WriteQueue::WriterLoop() {
       item = std::move(mItems.front());
       mItems.pop_front();
     }
-    if (mWriteDelayMillis) std::this_thread::sleep_for(std::chrono::milliseconds(mWriteDelayMillis));
+    // The slow disk stands for media written; word of empty slots rewrites four bytes.
+    if (mWriteDelayMillis && item.segment) std::this_thread::sleep_for(std::chrono::milliseconds(mWriteDelayMillis));
     uint64_t videoBytes = item.video && item.segment ? item.segment->OpenedSize() : 0;
     long rc = mWriter(item);
     std::lock_guard<std::mutex> guard(mLock);

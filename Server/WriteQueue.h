@@ -32,7 +32,7 @@ class WriteQueue {
   // Writes one item on the writer thread; 0 or an errno value.
   using Writer = std::function<long(MediaItem& item)>;
 
-  // Starts the writer thread. writeDelayMillis holds back every write (a test knob that
+  // Starts the writer thread. writeDelayMillis holds back every write of media (a test knob that
   // stands for a slow disk).
   WriteQueue(uint64_t videoBudgetBytes, Writer writer, unsigned writeDelayMillis);
   // Drains and stops the writer thread.
