@@ -15,6 +15,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <regex>
@@ -97,7 +98,8 @@ class CaptureWindowTest : public testing::Test {
   // Runs the capture window with options (and these variables for the simulated card); its
   // exit status, or -1 when it did not end within the bound.
   int RunWindow(const std::vector<std::string>& options,
-                const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+                const std::vector<std::pair<std::string, std::string>>& environment = {},
+                const std::function<void(pid_t)>& whileItRuns = nullptr) {
     pid_t child = fork();
     if (child == 0) {
       for (const auto& variable : environment) setenv(variable.first.c_str(), variable.second.c_str(), 1);
@@ -112,6 +114,7 @@ class CaptureWindowTest : public testing::Test {
       execv(KESTRIN_CAPTURE, argv.data());
       _exit(127);
     }
+    if (whileItRuns) whileItRuns(child);
     int status = 0;
     // Generous: an unattended take ends by itself once its frames are in, within seconds.
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
@@ -253,6 +256,28 @@ TEST_F(CaptureWindowTest, IdleItShowsTheSettingsAndTheDisksRecordingTime) {
     EXPECT_EQ(shortDisk, Red(idle.Label("disk colour"))) << idle.Label("disk colour");
   }
   EXPECT_FALSE(QImage(QString::fromStdString(shot)).isNull()) << shot;
+}
+
+// Ctrl-C in the terminal the window was started from stops the take as Stop does, and
+// closes the window: the movie is finished, with its index and timecode.
+TEST_F(CaptureWindowTest, CtrlCStopsTheTakeAndKeepsIt) {
+  StoreSettings(4, 0, 2, 16);  // PAL 4x3, 2vuy: 829440 bytes a frame
+  const std::string movie = mFolder + "/interrupted.mov";
+  // A thousand frames would take forty seconds: the signal comes once ten are in.
+  const int status = RunWindow({"-o", movie, "--record-frames", "1000"}, {}, [&movie](pid_t window) {
+    std::error_code ignored;
+    for (int i = 0; i < 3000 && !(fs::exists(movie, ignored) && fs::file_size(movie, ignored) >= 10 * 829440ull); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    kill(window, SIGINT);
+  });
+  EXPECT_EQ(0, status);
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(movie));
+  EXPECT_EQ(MovieSummary::Layout::kFinished, summary.layout);
+  EXPECT_GE(summary.pictures, 10u);
+  EXPECT_LT(summary.pictures, 1000u);
+  EXPECT_TRUE(summary.hasTimecode);
 }
 
 // Record on an existing movie asks first; its default, Keep it, records nothing and leaves the
