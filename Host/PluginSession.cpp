@@ -239,19 +239,7 @@ std::string PluginSession::StopRecording() {
   // which no reader would call a take.
   // Under the movie's lock, so that a take another process has begun on the path since is
   // never taken for this one's empty movie.
-  int fd = open(mMoviePath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return failure;
-  struct stat info;
-  MovieSummary summary;
-  if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && MovieLock::TryLock(fd) == 0 && summary.Read(mMoviePath) == 0 &&
-      summary.layout != MovieSummary::Layout::kNotAMovie && summary.pictures == 0 && summary.soundFrames == 0) {
-    if (unlink(mMoviePath.c_str()) == 0) {
-      mMovieRemoved = true;
-    } else {
-      KTN_LOG("unlink(%s) of the empty movie failed: %s", mMoviePath.c_str(), strerror(errno));
-    }
-  }
-  close(fd);
+  mMovieRemoved = MovieLock::RemoveIfUnrecorded(mMoviePath);
   return failure;
 }
 

@@ -286,17 +286,17 @@ int Repair(int argc, char** argv) {
   // Only a regular file that nobody is writing: a take still being recorded is finished by
   // its own recording, and repairing it meanwhile would hide its index from it. The lock is
   // held until the repair is done, so that no recording starts on the movie meanwhile.
-  int movieFd = open(movie.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  long openError = 0;
+  int movieFd = MovieLock::OpenRegular(movie, O_RDWR, openError, false);
   if (movieFd < 0) {
-    fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(), strerror(errno));
+    struct stat info = {};
+    fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(),
+            openError == EINVAL && stat(movie.c_str(), &info) == 0
+                ? ("it is " + std::string(Util::FileKind(info.st_mode)) + ", not a regular file").c_str()
+                : strerror(static_cast<int>(openError)));
     return 1;
   }
   std::unique_ptr<int, void (*)(int*)> movieLock(&movieFd, [](int* fd) { close(*fd); });
-  struct stat info = {};
-  if (fstat(movieFd, &info) != 0 || !S_ISREG(info.st_mode)) {
-    fprintf(stderr, "kestrin-capture: cannot repair %s: it is %s, not a regular file\n", movie.c_str(), Util::FileKind(info.st_mode));
-    return 1;
-  }
   if (long rc = MovieLock::TryLock(movieFd)) {
     std::string writer = MovieLock::Holder(movieFd);
     fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(),

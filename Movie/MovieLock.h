@@ -23,6 +23,22 @@ class MovieLock {
   // (QTRecordServer) of user ana". Empty when nobody does, or when it cannot be told.
   static std::string Holder(int fd);
   static std::string Holder(const std::string& path);
+
+  // Opens the movie at path with flags (O_CREAT creates it, 0644) without ever waiting, and
+  // only when it is a regular file: a FIFO, a device or a folder there is not opened at all
+  // (opening some devices acts on them), nor kept should one appear meanwhile. The
+  // descriptor (O_NONBLOCK, close-on-exec), or -1 with error set: open's errno, or 22 for
+  // anything but a regular file; one failure line each when report is set.
+  static int OpenRegular(const std::string& path, int flags, long& error, bool report = true);
+  // The movie at path made ready for a new take: created, or emptied once its lock is held.
+  // The descriptor, open for writing and holding the lock (closing it lets go), or -1 with
+  // error set: as OpenRegular, or 16 (EBUSY) when another process writes the movie, which is
+  // then left untouched; one failure line each, naming the writer.
+  static int CreateEmptied(const std::string& path, long& error);
+  // Removes the movie at path when it holds no sample (empty, or headers alone) and nobody
+  // writes it: what a take that never began leaves. Anything else there is left alone. True
+  // when it was removed.
+  static bool RemoveIfUnrecorded(const std::string& path);
 };
 
 }  // namespace KTN

@@ -456,7 +456,7 @@ TEST_F(RecordModuleTest, PrepareRefusesWhatIsNotARegularFileWithoutWaiting) {
   recCapParmsRec8 parms = Parms(fifo);
   CapturedStderr captured;
   EXPECT_EQ(rmBadParameter, Prep(instance, parms)) << "a FIFO somebody reads";
-  EXPECT_NE(std::string::npos, captured.Text().find(fifo + " is not a regular file"));
+  EXPECT_NE(std::string::npos, captured.Text().find("The movie " + fifo + " is a FIFO, not a regular file: refused"));
   close(reader);
   CapturedStderr unread;
   EXPECT_EQ(rmBadParameter, Prep(instance, parms)) << "a FIFO nobody reads, at once";
@@ -464,7 +464,7 @@ TEST_F(RecordModuleTest, PrepareRefusesWhatIsNotARegularFileWithoutWaiting) {
   parms = Parms("/dev/null");
   CapturedStderr device;
   EXPECT_EQ(rmBadParameter, Prep(instance, parms));
-  EXPECT_NE(std::string::npos, device.Text().find("/dev/null is not a regular file"));
+  EXPECT_NE(std::string::npos, device.Text().find("The movie /dev/null is a character device, not a regular file: refused"));
   struct stat info;
   ASSERT_EQ(0, stat("/dev/null", &info));
   EXPECT_TRUE(S_ISCHR(info.st_mode));
@@ -1030,13 +1030,13 @@ TEST_F(CallbackTest, OnlyAMovieWithoutASampleIsRemovedAfterAFailedPreparation) {
   int writer = open(held.c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_LE(0, writer);
   ASSERT_EQ(0, MovieLock::TryLock(writer));
-  for (const std::string& path : {header, take, notes, held}) RemoveUnrecordedMovie(path.c_str());
+  for (const std::string& path : {header, take, notes, held}) MovieLock::RemoveIfUnrecorded(path);
   EXPECT_FALSE(fs::exists(header));
   EXPECT_TRUE(fs::exists(take));
   EXPECT_TRUE(fs::exists(notes));
   EXPECT_TRUE(fs::exists(held)) << "its lock is held";
   close(writer);
-  RemoveUnrecordedMovie(held.c_str());
+  MovieLock::RemoveIfUnrecorded(held);
   EXPECT_FALSE(fs::exists(held)) << "empty, and let go";
 }
 

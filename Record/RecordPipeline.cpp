@@ -21,6 +21,7 @@
 #include "Core/SharedMemory.h"
 #include "IPC/QTRecordClient.h"
 #include "IPC/RecorderCommands.h"
+#include "Movie/MovieLock.h"
 #include "Movie/TimecodeTrack.h"
 #include "Record/RecordHandlers.h"
 #include "Record/RecordPlatform.h"
@@ -386,7 +387,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   for (const Command& command : commands) {
     if (long rc = command.send()) {
       KTN_LOG("%s returned %ld", command.name, rc);
-      RemoveUnrecordedMovie(path.c_str());  // no take: the file made for it goes
+      MovieLock::RemoveIfUnrecorded(path);  // no take: the file made for it goes
       return static_cast<int32_t>(rc);
     }
   }

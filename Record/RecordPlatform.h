@@ -26,12 +26,6 @@ bool Utf16ToUtf8(const uint16_t* text, int maxUnits, std::string& utf8);
 // the lock for the take). 0 or the errno, with one failure line.
 long CreateEmptyFile(const char* path);
 
-// Removes the movie file at path that a take's preparation made and that holds nothing yet:
-// empty, or a movie header without a sample. A file that is no longer a regular file, that
-// somebody holds the lock of, or that holds anything else is left alone. For a preparation
-// that failed after CreateEmptyFile.
-void RemoveUnrecordedMovie(const char* path);
-
 // The scope in which the host's selectors run (an autorelease pool where the platform has
 // them; nothing here).
 class AutoreleaseScope {

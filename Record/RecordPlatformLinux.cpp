@@ -11,7 +11,6 @@
 
 #include "HostAPI/HostInterface.h"
 #include "Movie/MovieLock.h"
-#include "Movie/MovieSummary.h"
 #include "Record/RecordPlatform.h"
 #include "Util/Log.h"
 
@@ -74,78 +73,12 @@ bool Utf16ToUtf8(const uint16_t* text, int maxUnits, std::string& utf8) {
   return true;
 }
 
-namespace {
-
-// Opens path for writing (with O_CREAT in flags: creating it) without waiting for anything:
-// a FIFO without a reader fails at once rather than block. The descriptor of a regular file,
-// or -1 with error set: the errno, or 22 when path names no regular file; one failure line
-// when report is set.
-int OpenRegularFile(const char* path, int flags, bool report, long& error) {
-  int fd = open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC | flags, 0644);
-  if (fd < 0) {
-    error = errno;
-    if (report) KTN_LOG("open(%s) failed with errno %ld (%s)", path, error, strerror(static_cast<int>(error)));
-    return -1;
-  }
-  struct stat info;
-  if (fstat(fd, &info) != 0) {
-    error = errno;
-    if (report) KTN_LOG("fstat(%s) failed with errno %ld (%s)", path, error, strerror(static_cast<int>(error)));
-    close(fd);
-    return -1;
-  }
-  if (!S_ISREG(info.st_mode)) {
-    if (report) KTN_LOG("%s is not a regular file: no movie is written there", path);
-    close(fd);
-    error = EINVAL;
-    return -1;
-  }
-  return fd;
-}
-
-}  // namespace
-
 long CreateEmptyFile(const char* path) {
   long error = 0;
-  int fd = OpenRegularFile(path, O_CREAT, true, error);
+  int fd = MovieLock::CreateEmptied(path, error);
   if (fd < 0) return error;
-  // A take another process is writing is not emptied under its feet.
-  if (long rc = MovieLock::TryLock(fd)) {
-    if (rc == EBUSY) {
-      std::string holder = MovieLock::Holder(fd);
-      KTN_LOG("%s is being written by %s", path, holder.empty() ? "another process" : holder.c_str());
-    }
-    close(fd);
-    return rc;
-  }
-  if (ftruncate(fd, 0) != 0) {
-    error = errno;
-    KTN_LOG("ftruncate(%s) failed with errno %ld (%s)", path, error, strerror(static_cast<int>(error)));
-    close(fd);
-    return error;
-  }
-  close(fd);  // and with it the lock
+  close(fd);  // and with it the lock: the recording server takes it for the take
   return 0;
-}
-
-void RemoveUnrecordedMovie(const char* path) {
-  long error = 0;
-  int fd = OpenRegularFile(path, 0, false, error);
-  if (fd < 0) return;  // gone, or no longer a file of ours to remove
-  struct stat opened, named;
-  // Under the lock nobody writes it: what it holds now is what would be removed.
-  bool unrecorded = MovieLock::TryLock(fd) == 0 && fstat(fd, &opened) == 0;
-  if (unrecorded && opened.st_size > 0) {
-    MovieSummary summary;
-    unrecorded = summary.Read(path) == 0 && summary.layout != MovieSummary::Layout::kNotAMovie &&
-                 summary.pictures == 0 && summary.soundFrames == 0;
-  }
-  // The name must still be the file that was looked at.
-  if (unrecorded && stat(path, &named) == 0 && named.st_dev == opened.st_dev && named.st_ino == opened.st_ino &&
-      unlink(path) != 0) {
-    KTN_LOG("unlink(%s) failed with errno %ld (%s)", path, static_cast<long>(errno), strerror(errno));
-  }
-  close(fd);
 }
 
 }  // namespace KTN

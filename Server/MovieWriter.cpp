@@ -105,42 +105,17 @@ long MovieWriter::CheckSettings(const MovieSettings& s) const {
 }
 
 long MovieWriter::OpenMovieFile() {
-  const char* path = mSettings.path.c_str();
-  // What is at the path already must be a plain file: a FIFO, a device or a folder is not
-  // opened at all (opening some devices acts on them).
-  struct stat info;
-  if (stat(path, &info) == 0 && !S_ISREG(info.st_mode)) {
-    KTN_LOG("The movie %s is %s, not a regular file: refused", path, Util::FileKind(info.st_mode));
-    return EINVAL;
-  }
-  // Not truncated yet: a movie another process is writing must be left as it is. Never
-  // waits (O_NONBLOCK), should a FIFO appear at the path after all.
-  int fd = open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0644);
-  if (fd < 0) {
-    long error = errno;
-    KTN_LOG("Cannot create the movie %s: open failed with errno %ld (%s)", path, error, strerror(errno));
-    return error;
-  }
-  long result = 0;
-  if (fstat(fd, &info) != 0) {
-    result = errno;
-    KTN_LOG("fstat(%s) failed with errno %ld (%s)", path, result, strerror(errno));
-  } else if (!S_ISREG(info.st_mode)) {
-    result = EINVAL;
-    KTN_LOG("The movie %s is %s, not a regular file: refused", path, Util::FileKind(info.st_mode));
-  } else if ((result = MovieLock::TryLock(fd)) == EBUSY) {
-    std::string holder = MovieLock::Holder(fd);
-    KTN_LOG("The movie %s is being written by %s: refused", path, holder.empty() ? "another process" : holder.c_str());
-  } else if (!result && ftruncate(fd, 0) != 0) {
-    result = errno;
-    KTN_LOG("ftruncate(%s, 0) failed with errno %ld (%s)", path, result, strerror(errno));
-  } else if (!result && fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
-    result = errno;
-    KTN_LOG("fcntl(%s) failed with errno %ld (%s)", path, result, strerror(errno));
-  }
-  if (result) {
+  // A plain file only, never waited for, and emptied only under its one-writer lock, which
+  // the descriptor holds until the movie is finished.
+  long error = 0;
+  int fd = MovieLock::CreateEmptied(mSettings.path, error);
+  if (fd < 0) return error;
+  // The writes that follow may wait for the disk as any file's do.
+  if (fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
+    error = errno;
+    KTN_LOG("fcntl(%s) failed with errno %ld (%s)", mSettings.path.c_str(), error, strerror(errno));
     close(fd);
-    return result;
+    return error;
   }
   mFd = fd;
   return 0;
