@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Util/FileIo.h"
 #include "Util/FileKind.h"
 #include "Util/Log.h"
 
@@ -203,22 +204,16 @@ long SharedMemory::ReadOpened(std::vector<uint8_t>& bytes) {
     return EINVAL;
   }
   bytes.resize(mOpenedSize);
-  unsigned long long done = 0;
-  while (done < mOpenedSize) {
-    ssize_t got = pread(mDescriptor, bytes.data() + done, mOpenedSize - done, static_cast<off_t>(done));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) {
-      long error = errno;
-      KTN_LOG("pread(%s, %llu) failed with errno %ld (%s)", mKey, done, error, strerror(errno));
-      return error;
-    }
-    if (got == 0) {
-      KTN_LOG("Segment %s shrank to %llu of the %llu bytes it was opened with", mKey, done, mOpenedSize);
-      return ENODATA;
-    }
-    done += static_cast<unsigned long long>(got);
+  size_t done = 0;
+  long rc = Util::FileIo::ReadAll(mDescriptor, bytes.data(), mOpenedSize, 0, &done);
+  if (rc == ENODATA) {
+    KTN_LOG("Segment %s shrank to %llu of the %llu bytes it was opened with", mKey, static_cast<unsigned long long>(done),
+            mOpenedSize);
+  } else if (rc) {
+    KTN_LOG("pread(%s, %llu) failed with errno %ld (%s)", mKey, static_cast<unsigned long long>(done), rc,
+            strerror(static_cast<int>(rc)));
   }
-  return 0;
+  return rc;
 }
 
 void SharedMemory::CloseDescriptor() {

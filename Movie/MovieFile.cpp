@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Util/FileIo.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -17,49 +18,37 @@ MovieFile::~MovieFile() {
 
 long MovieFile::Open(bool writable) {
   mFd = open(mPath.c_str(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC);
-  if (mFd < 0) return Failed("open");
+  if (mFd < 0) return Failed("open", errno);
   struct stat info;
-  if (fstat(mFd, &info) != 0) return Failed("fstat");
+  if (fstat(mFd, &info) != 0) return Failed("fstat", errno);
   mSize = static_cast<uint64_t>(info.st_size);
   return 0;
 }
 
 long MovieFile::Read(uint64_t offset, uint64_t size, std::vector<uint8_t>& bytes) {
   bytes.resize(size);
-  uint64_t done = 0;
-  while (done < size) {
-    ssize_t got = pread(mFd, bytes.data() + done, size - done, static_cast<off_t>(offset + done));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return Failed("pread");
-    if (got == 0) {
-      KTN_LOG("The movie %s ends inside a box at %llu", mPath.c_str(), static_cast<unsigned long long>(offset));
-      return EIO;
-    }
-    done += static_cast<uint64_t>(got);
+  long rc = Util::FileIo::ReadAll(mFd, bytes.data(), size, static_cast<int64_t>(offset));
+  if (rc == ENODATA) {
+    KTN_LOG("The movie %s ends inside a box at %llu", mPath.c_str(), static_cast<unsigned long long>(offset));
+    return EIO;
   }
-  return 0;
+  return rc ? Failed("pread", rc) : 0;
 }
 
 long MovieFile::Write(uint64_t offset, const uint8_t* bytes, uint64_t size) {
-  uint64_t done = 0;
-  while (done < size) {
-    ssize_t put = pwrite(mFd, bytes + done, size - done, static_cast<off_t>(offset + done));
-    if (put < 0 && errno == EINTR) continue;
-    if (put < 0) return Failed("pwrite");
-    done += static_cast<uint64_t>(put);
-  }
+  if (long rc = Util::FileIo::WriteAll(mFd, bytes, size, static_cast<int64_t>(offset))) return Failed("pwrite", rc);
   if (offset + size > mSize) mSize = offset + size;
   return 0;
 }
 
 long MovieFile::Truncate(uint64_t size) {
-  if (ftruncate(mFd, static_cast<off_t>(size)) != 0) return Failed("ftruncate");
+  if (ftruncate(mFd, static_cast<off_t>(size)) != 0) return Failed("ftruncate", errno);
   mSize = size;
   return 0;
 }
 
 long MovieFile::Sync() {
-  return fsync(mFd) == 0 ? 0 : Failed("fsync");
+  return fsync(mFd) == 0 ? 0 : Failed("fsync", errno);
 }
 
 long MovieFile::Hide(uint64_t offset) {
@@ -94,9 +83,8 @@ long MovieFile::TopLevelBoxes(std::vector<Box>& boxes, bool* cut, uint64_t from)
   return 0;
 }
 
-long MovieFile::Failed(const char* call) {
-  long error = errno;
-  KTN_LOG("%s(%s) failed with errno %ld (%s)", call, mPath.c_str(), error, strerror(errno));
+long MovieFile::Failed(const char* call, long error) {
+  KTN_LOG("%s(%s) failed with errno %ld (%s)", call, mPath.c_str(), error, strerror(static_cast<int>(error)));
   return error;
 }
 

@@ -36,7 +36,7 @@ class MovieFile {
   long TopLevelBoxes(std::vector<Box>& boxes, bool* cut = nullptr, uint64_t from = 0);
 
  private:
-  long Failed(const char* call);
+  long Failed(const char* call, long error);
 
   std::string mPath;
   int mFd = -1;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "Movie/BoxReader.h"
+#include "Util/FileIo.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -156,12 +157,11 @@ long FragmentWriter::CopyFrom(int descriptor, size_t size) {
   size_t done = 0;
   while (done < size) {
     size_t want = size - done < kChunk ? size - done : kChunk;
-    ssize_t got = pread(descriptor, mCopyBuffer.data(), want, static_cast<off_t>(done));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return Failed("pread", errno);
-    if (got == 0) return ENODATA;
-    if (long rc = WriteAll(mCopyBuffer.data(), static_cast<size_t>(got))) return rc;
-    done += static_cast<size_t>(got);
+    long rc = Util::FileIo::ReadAll(descriptor, mCopyBuffer.data(), want, static_cast<int64_t>(done));
+    if (rc == ENODATA) return rc;
+    if (rc) return Failed("pread", rc);
+    if ((rc = WriteAll(mCopyBuffer.data(), want))) return rc;
+    done += want;
   }
   return 0;
 }
@@ -183,23 +183,12 @@ long FragmentWriter::ExtendLastPicture(uint32_t duration) {
   if (mFirstError) return mFirstError;
   uint8_t field[4] = {static_cast<uint8_t>(duration >> 24), static_cast<uint8_t>(duration >> 16),
                       static_cast<uint8_t>(duration >> 8), static_cast<uint8_t>(duration)};
-  for (;;) {
-    ssize_t put = pwrite(mFd, field, sizeof field, static_cast<off_t>(mLastPictureDuration));
-    if (put < 0 && errno == EINTR) continue;
-    if (put != static_cast<ssize_t>(sizeof field)) return Failed("pwrite", put < 0 ? errno : EIO);
-    return 0;
-  }
+  if (long rc = Util::FileIo::WriteAll(mFd, field, sizeof field, mLastPictureDuration)) return Failed("pwrite", rc);
+  return 0;
 }
 
 long FragmentWriter::WriteAll(const void* data, size_t size) {
-  const uint8_t* bytes = static_cast<const uint8_t*>(data);
-  while (size > 0) {
-    ssize_t put = write(mFd, bytes, size);
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return Failed("write", put < 0 ? errno : EIO);
-    bytes += put;
-    size -= static_cast<size_t>(put);
-  }
+  if (long rc = Util::FileIo::WriteAll(mFd, data, size)) return Failed("write", rc);
   return 0;
 }
 

@@ -18,7 +18,7 @@ extern "C" {
 #include "Movie/MovieLock.h"
 #include "Server/AvFailure.h"
 #include "Server/MovieFinisher.h"
-#include "Util/FileKind.h"
+#include "Util/FileIo.h"
 #include "Util/FourCC.h"
 #include "Util/Printer.h"
 #include "Util/RowBytes.h"
@@ -128,16 +128,8 @@ void MovieWriter::CloseMovieFile() {
 }
 
 int MovieWriter::WriteToMovie(void* opaque, uint8_t* bytes, int size) {
-  const int fd = static_cast<MovieWriter*>(opaque)->mFd;
-  int done = 0;
-  while (done < size) {
-    ssize_t put = write(fd, bytes + done, static_cast<size_t>(size - done));
-    if (put < 0 && errno == EINTR) continue;
-    if (put < 0) return AVERROR(errno);
-    if (put == 0) return AVERROR(EIO);
-    done += static_cast<int>(put);
-  }
-  return size;
+  long rc = Util::FileIo::WriteAll(static_cast<MovieWriter*>(opaque)->mFd, bytes, static_cast<size_t>(size));
+  return rc ? AVERROR(rc) : size;
 }
 
 int64_t MovieWriter::SeekInMovie(void* opaque, int64_t offset, int whence) {
