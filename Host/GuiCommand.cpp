@@ -1,13 +1,10 @@
 // kestrin-capture gui: the capture window, with options for unattended screenshots.
 #include "Host/GuiCommand.h"
 
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
-
-#include <atomic>
 
 #include <QApplication>
 #include <QDialog>
@@ -18,6 +15,7 @@
 #include "Host/CaptureWindow.h"
 #include "Host/HostSettingsFile.h"
 #include "Host/MoviePath.h"
+#include "Host/StopSignals.h"
 #include "Host/UnattendedRun.h"
 #include "Host/WholeNumber.h"
 
@@ -36,24 +34,14 @@ int GuiUsage(const std::string& problem) {
   return 2;
 }
 
-std::atomic<bool> sQuit{false};
-
-void QuitOnSignal(int) {
-  sQuit = true;
-}
-
 // Ctrl-C in the terminal the window was started from, its hang-up or a kill end a take as
 // the Stop button does, then close the window: the movie is finished, not cut off.
 void CloseOnSignals(CaptureWindow& window) {
-  struct sigaction action = {};
-  action.sa_handler = QuitOnSignal;
-  sigemptyset(&action.sa_mask);
-  for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaction(signal, &action, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  StopSignals::Install();
   QTimer* watch = new QTimer(&window);
   watch->setInterval(100);
   QObject::connect(watch, &QTimer::timeout, &window, [&window] {
-    if (!sQuit) return;
+    if (!StopSignals::Received()) return;
     window.close();  // stops a take first
     QApplication::quit();
   });

@@ -1,7 +1,6 @@
 // kestrin-capture: drives the Kestrin Capture plug-in the way the video editor does.
 #include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -9,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <memory>
 #include <algorithm>
 #include <cmath>
@@ -23,6 +21,7 @@
 #include "Host/PluginHost.h"
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
+#include "Host/StopSignals.h"
 #include "Host/TimecodeText.h"
 #include "Host/WholeNumber.h"
 #include "Movie/MovieLock.h"
@@ -37,24 +36,6 @@
 namespace {
 
 using namespace KTN;
-
-std::atomic<bool> sStop{false};
-
-void StopOnSignal(int) {
-  sStop = true;
-}
-
-// Ctrl-C and Ctrl-\ of the terminal, its hang-up and an ordinary kill end the take as the
-// Stop button does: the movie is finished with its index and timecode.
-void StopTakeOnSignals() {
-  struct sigaction action = {};
-  action.sa_handler = StopOnSignal;
-  sigemptyset(&action.sa_mask);
-  for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaction(signal, &action, nullptr);
-  // A reader of standard error that is gone (a pipe to tee, ended by the same Ctrl-C) makes
-  // a failed write, not the end of the take.
-  signal(SIGPIPE, SIG_IGN);
-}
 
 const char kUsage[] =
     "usage: kestrin-capture record -o MOVIE [--standard NAME|ROW] [--format NAME|ROW] [--channels 2|8|16]\n"
@@ -242,8 +223,8 @@ int Record(int argc, char** argv) {
     fprintf(stderr, "kestrin-capture: %s\n", loaded.c_str());
     return 3;
   }
-  StopTakeOnSignals();
-  RecordSession session(host, settings, sStop, true);
+  StopSignals::Install();
+  RecordSession session(host, settings, StopSignals::Received(), true);
   RecordOutcome outcome = session.Run(request);
   if (outcome.droppedFrames) fprintf(stderr, "kestrin-capture: WARNING: frames were dropped; their places in the movie are kept empty\n");
   if (outcome.exitCode) {
