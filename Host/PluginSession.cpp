@@ -2,11 +2,9 @@
 #include "Host/PluginSession.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <iconv.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Host/RecordingRate.h"
@@ -66,7 +64,6 @@ std::string PluginSession::Describe(int32_t rc) {
   }
   switch (rc) {
     case EBUSY: return "the movie is being written by another process (16)";
-    case EEXIST: return "the movie exists already (17)";
     default: return "error " + std::to_string(rc) + " (" + strerror(rc) + ")";
   }
 }

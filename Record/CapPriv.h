@@ -143,9 +143,10 @@ struct CapPriv {
   // Held by FrameArrivedCallback for the whole of each call, and by the host's thread while
   // it sets up the fields of a recording that the callback uses (recPrepRecord8) and while
   // it reads startTimeCodeString (selector 5, the stamp). It protects those fields: the
-  // host's callback functions, the in-point, frameLimit, nextFrameTime, startedWithoutTimecode,
-  // timecodeFailureReported, startTimecodeUnread, startTimeCodeString and the resetting of startEvent. The host's
-  // thread never waits for anything while it holds it. Initialised by recOpen.
+  // host's callback functions, the in-point, frameLimit, nextFrameTime,
+  // startedWithoutTimecode, timecodeFailureReported, startTimecodeUnread,
+  // startTimeCodeString and the resetting of startEvent. The host's thread never waits for
+  // anything while it holds it. Initialised by recOpen.
   Core::Lockable recordingLock;
   // recPrepRecord8 configured the server for a recording (false until then, and after one
   // that failed): selector 5 starts nothing else. Host thread only.

@@ -1,12 +1,10 @@
-// The record module's platform services on Linux: dladdr, iconv, open(2) and the movie's lock.
+// The record module's platform services on Linux: dladdr, iconv and the movie file made under its lock.
 #include <dlfcn.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <iconv.h>
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "HostAPI/HostInterface.h"

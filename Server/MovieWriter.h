@@ -85,9 +85,9 @@ class MovieWriter {
   long MarkSlotsEmptyBefore(int64_t nextFrame);
 
   // Flushes the encoder, writes the index, closes the file and lets go of its lock.
-  // videoSlots, when known, is
-  // the number of frame slots the take has: slots after the last picture (given up or
-  // dropped) are held by that picture, so that the pictures last as long as the sound.
+  // videoSlots, when known, is the number of frame slots the take has: slots after the last
+  // picture (given up or dropped) are held by that picture, so that the pictures last as
+  // long as the sound.
   // Returns the first error of the recording or of finishing it.
   long Finish(int64_t videoSlots = -1);
 

@@ -3,6 +3,8 @@
 
 #include <stdint.h>
 
+#include "DeviceAPI/VeldranAPI.h"
+
 namespace KTN {
 namespace Util {
 
@@ -19,11 +21,15 @@ inline const char* DeviceResultName(long result) {
     const char* name;
   };
   static const Named kNames[] = {
-      {0x00000000u, "kVeldranOK"},          {0x00000001u, "kVeldranFalse"},
-      {0x80000001u, "kVeldranNotImplemented"}, {0x80000002u, "kVeldranFail"},
-      {0x80000003u, "kVeldranInvalidArg"},  {0x80000004u, "kVeldranOutOfMemory"},
-      {0x80000005u, "kVeldranNoInterface"}, {0x80000006u, "kVeldranNotFound"},
-      {0x80000007u, "kVeldranBusy"},
+      {kVeldranOK, "kVeldranOK"},
+      {kVeldranFalse, "kVeldranFalse"},
+      {static_cast<uint32_t>(kVeldranNotImplemented), "kVeldranNotImplemented"},
+      {static_cast<uint32_t>(kVeldranFail), "kVeldranFail"},
+      {static_cast<uint32_t>(kVeldranInvalidArg), "kVeldranInvalidArg"},
+      {static_cast<uint32_t>(kVeldranOutOfMemory), "kVeldranOutOfMemory"},
+      {static_cast<uint32_t>(kVeldranNoInterface), "kVeldranNoInterface"},
+      {static_cast<uint32_t>(kVeldranNotFound), "kVeldranNotFound"},
+      {static_cast<uint32_t>(kVeldranBusy), "kVeldranBusy"},
   };
   for (const Named& named : kNames) {
     if (named.value == static_cast<uint32_t>(result)) return named.name;
