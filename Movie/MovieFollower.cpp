@@ -171,6 +171,17 @@ int ReadFragment(const std::vector<uint8_t>& moof, std::vector<TrackFacts>& trac
       uint32_t count = run.U32();
       if (runFlags & 0x1) run.U32();
       if (runFlags & 0x4) run.U32();
+      if (!(runFlags & 0xF00)) {
+        // Every sample of the run takes the defaults: counted at once, for a count read from
+        // a file (up to four thousand million) is no bound on a loop.
+        track->samples += count;
+        time += static_cast<uint64_t>(count) * defaultDuration;
+        if (count && defaultDuration && (!track->shortest || defaultDuration < track->shortest)) {
+          track->shortest = defaultDuration;
+        }
+        continue;
+      }
+      // Each sample reads its own fields: the run's bytes bound the loop.
       for (uint32_t i = 0; i < count && run.ok; ++i) {
         uint32_t duration = runFlags & 0x100 ? run.U32() : defaultDuration;
         if (runFlags & 0x200) run.U32();
