@@ -63,6 +63,139 @@ bool PictureDroppedAt(CapPriv* instance, IVeldranAudioInputPacket* audio) {
   return packetTime + duration / 2 >= instance->nextFrameTime;
 }
 
+// Recording from now on (no frame limit): starts with this frame, and keeps its timecode
+// (timecode, or null when it has none) as the take's start for the host.
+void StartFromNow(CapPriv* instance, IVeldranTimecode* timecode) {
+  instance->started = true;
+  if (!timecode) {
+    HostTimecodeNow(instance, instance->startTimeCodeString);
+    // A card that could not read the frame's timecode leaves the host's guess in the
+    // reply only: the movie is not stamped with it.
+    instance->startTimecodeUnread = instance->timecodeFailureReported;
+    return;
+  }
+  char* text = nullptr;
+  if (timecode->GetString(&text) == kVeldranOK && text) {
+    // A buffer of 31 bytes, as the host's text conversion is given: at most 30 characters
+    // and their terminator.
+    snprintf(instance->startTimeCodeString, 31, "%s", text);
+    free(text);
+  }
+}
+
+// Waiting for the in-point on a signal with timecode: starts when the frame's timecode is the
+// in-point. The host's reports say where the signal is meanwhile. Whether it started.
+bool StartAtInPoint(CapPriv* instance, IVeldranTimecode* timecode) {
+  const uint32_t bcd = timecode->GetBCD();
+  instance->signalTimecodeBCD = bcd;
+  instance->signalState = kSignalTimecode;
+  if (bcd != instance->inPointBCD) return false;
+  instance->started = true;
+  Util::ConvertTimeCodeToString(&instance->inPoint, instance->startTimeCodeString);
+  return true;
+}
+
+// Waiting for the in-point on a signal without timecode: a deck that is ready decides with
+// its start check; without one the take starts at once, from the signal's first frame, and
+// the host is told so. Whether it started.
+bool StartWithoutTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
+  instance->signalState = kSignalNoTimecode;
+  if (instance->deviceControlReady) {
+    if (!instance->deviceControl || instance->deviceControl->CheckStart(video) != kVeldranOK) return false;
+    instance->started = true;
+    Util::ConvertTimeCodeToString(&instance->inPoint, instance->startTimeCodeString);  // the deck's start
+    return true;
+  }
+  instance->startedWithoutTimecode = true;  // said in the reports: not from the in-point
+  instance->started = true;                 // no timecode and no deck: start at once
+  HostTimecodeNow(instance, instance->startTimeCodeString);
+  instance->startTimecodeUnread = instance->timecodeFailureReported;
+  return true;
+}
+
+// Whether the recording has started: while it waits for its start condition, this callback's
+// picture may meet it (sound alone never does: sound before the start is not recorded). The
+// first accepted frame is signalled to selector 5's wait.
+bool ReachStart(CapPriv* instance, IVeldranVideoInputFrame* video) {
+  if (instance->started) return true;
+  if (!video) return false;
+  IVeldranTimecode* timecode = FrameTimecode(instance, video);
+  bool started = true;
+  if (instance->frameLimit == 0) {
+    StartFromNow(instance, timecode);
+  } else if (timecode) {
+    started = StartAtInPoint(instance, timecode);
+  } else {
+    started = StartWithoutTimecode(instance, video);
+  }
+  if (timecode) timecode->Release();
+  if (started) instance->startEvent.Signal(nullptr);
+  return started;
+}
+
+// A recording with a frame limit takes that many slots and not one more, however many
+// frames arrive before the host has seen the limit reached.
+bool LimitReached(const CapPriv* instance) {
+  return instance->frameLimit > 0 && instance->frameCount >= instance->frameLimit;
+}
+
+// The frame slots one callback brings: its own (unless it brings sound alone) and those the
+// card skipped before it.
+struct CallbackSlots {
+  int64_t skipped = 0;  // slots the card skipped without calling at all, before this one
+  bool own = true;      // false: sound alone, of a slot whose picture came already
+};
+
+// Slots a card skipped without calling at all show as a jump in the frames' stream time;
+// they are kept as slots without a picture. A callback without a picture is a slot only when
+// the card dropped the picture of that slot; otherwise it brings sound alone. The skipped
+// slots stay within the frame limit.
+CallbackSlots CountSlots(CapPriv* instance, IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio) {
+  CallbackSlots slots;
+  if (video) {
+    int64_t frameTime = 0, frameDuration = 0;
+    const int64_t scale = instance->settings.timeScale;
+    if (scale > 0 && video->GetStreamTime(&frameTime, &frameDuration, scale) == kVeldranOK && frameDuration > 0) {
+      if (instance->nextFrameTime >= 0 && frameTime > instance->nextFrameTime) {
+        slots.skipped = (frameTime - instance->nextFrameTime + frameDuration / 2) / frameDuration;
+      }
+      instance->nextFrameTime = frameTime + frameDuration;
+    }
+  } else if (!audio || PictureDroppedAt(instance, audio)) {
+    // A slot whose picture the card dropped: a callback that brings nothing at all, or the
+    // sound of the slot where the next picture was due.
+    if (instance->nextFrameTime >= 0) instance->nextFrameTime += instance->settings.frameDuration;
+  } else {
+    slots.own = false;
+  }
+  const int64_t limit = instance->frameLimit;
+  if (limit > 0 && slots.skipped > limit - instance->frameCount - 1) slots.skipped = limit - instance->frameCount - 1;
+  return slots;
+}
+
+// Queues the callback's slots and sound; the caller holds queueLock. Every slot is one entry
+// of the video queue: the picture, or null where the card dropped it or the queue already
+// holds as many pictures as it may (the host is not keeping up). A null entry holds nothing;
+// its slot stays empty in the movie. Sound beyond its queue's bound is given up.
+void QueueLocked(CapPriv* instance, IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio,
+                 const CallbackSlots& slots) {
+  for (int64_t i = 0; i < slots.skipped; ++i) instance->videoQueue->push_back(nullptr);
+  if (video && instance->heldPictures < instance->videoQueueLimit) {
+    video->AddRef();
+    instance->videoQueue->push_back(video);
+    ++instance->heldPictures;
+  } else if (slots.own) {
+    instance->videoQueue->push_back(nullptr);
+  }
+  if (!audio) return;
+  if (instance->audioQueue->size() < instance->soundQueueLimit) {
+    audio->AddRef();
+    instance->audioQueue->push_back(audio);
+  } else {
+    instance->soundGivenUp = true;
+  }
+}
+
 }  // namespace
 
 void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio) {
@@ -75,102 +208,17 @@ void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldra
   if (!instance->recording) return;
   // The recording's fields stay as they are until this call is over.
   Core::Lock recordingLock(&instance->recordingLock);
-  if (!instance->started) {
-    if (!video) return;  // sound before the start is not recorded
-    IVeldranTimecode* timecode = FrameTimecode(instance, video);
-    if (instance->frameLimit == 0) {
-      // Recording from now on: remember the first frame's timecode for the host.
-      instance->started = true;
-      if (!timecode) {
-        HostTimecodeNow(instance, instance->startTimeCodeString);
-        // A card that could not read the frame's timecode leaves the host's guess in the
-        // reply only: the movie is not stamped with it.
-        instance->startTimecodeUnread = instance->timecodeFailureReported;
-      } else {
-        char* text = nullptr;
-        if (timecode->GetString(&text) == kVeldranOK && text) {
-          // A buffer of 31 bytes, as the host's text conversion is given: at most 30
-          // characters and their terminator.
-          snprintf(instance->startTimeCodeString, 31, "%s", text);
-          free(text);
-        }
-        timecode->Release();
-      }
-    } else if (timecode) {
-      // Waiting for the in-point; the host's reports say where the signal is meanwhile.
-      const uint32_t bcd = timecode->GetBCD();
-      instance->signalTimecodeBCD = bcd;
-      instance->signalState = kSignalTimecode;
-      if (bcd == instance->inPointBCD) instance->started = true;
-      timecode->Release();
-      if (!instance->started) return;
-      Util::ConvertTimeCodeToString(&instance->inPoint, instance->startTimeCodeString);
-    } else if (instance->deviceControlReady) {
-      instance->signalState = kSignalNoTimecode;
-      if (!instance->deviceControl || instance->deviceControl->CheckStart(video) != kVeldranOK) return;
-      instance->started = true;
-      Util::ConvertTimeCodeToString(&instance->inPoint, instance->startTimeCodeString);  // the deck's start
-    } else {
-      instance->signalState = kSignalNoTimecode;
-      instance->startedWithoutTimecode = true;  // said in the reports: not from the in-point
-      instance->started = true;  // no timecode and no deck: start at once
-      HostTimecodeNow(instance, instance->startTimeCodeString);
-      instance->startTimecodeUnread = instance->timecodeFailureReported;
-    }
-    instance->startEvent.Signal(nullptr);
-  }
-  // A recording with a frame limit takes that many slots and not one more, however many
-  // frames arrive before the host has seen the limit reached.
-  const int64_t limit = instance->frameLimit;
-  if (limit > 0 && instance->frameCount >= limit) return;
-  // Slots a card skipped without calling at all show as a jump in the frames' stream time;
-  // they are kept as slots without a picture. A callback without a picture is a slot only
-  // when the card dropped the picture of that slot; otherwise it brings sound alone.
-  int64_t skipped = 0;
-  bool slot = true;
-  if (video) {
-    int64_t frameTime = 0, frameDuration = 0;
-    const int64_t scale = instance->settings.timeScale;
-    if (scale > 0 && video->GetStreamTime(&frameTime, &frameDuration, scale) == kVeldranOK && frameDuration > 0) {
-      if (instance->nextFrameTime >= 0 && frameTime > instance->nextFrameTime) {
-        skipped = (frameTime - instance->nextFrameTime + frameDuration / 2) / frameDuration;
-      }
-      instance->nextFrameTime = frameTime + frameDuration;
-    }
-  } else if (!audio || PictureDroppedAt(instance, audio)) {
-    // A slot whose picture the card dropped: a callback that brings nothing at all, or the
-    // sound of the slot where the next picture was due.
-    if (instance->nextFrameTime >= 0) instance->nextFrameTime += instance->settings.frameDuration;
-  } else {
-    slot = false;  // the sound of a slot whose picture came already
-  }
-  if (limit > 0 && skipped > limit - instance->frameCount - 1) skipped = limit - instance->frameCount - 1;
+  if (!ReachStart(instance, video)) return;
+  if (LimitReached(instance)) return;
+  const CallbackSlots slots = CountSlots(instance, video, audio);
   {
     long rc = 0;
     Core::Lock lock(instance->queueLock, &rc);
     if (rc) KTN_LOG("Lock returned %ld", rc);  // queueing goes on regardless
-    // Every slot is one entry of the video queue: the picture, or null where the card
-    // dropped it or the queue already holds as many pictures as it may (the host is not
-    // keeping up). A null entry holds nothing; its slot stays empty in the movie.
-    for (int64_t i = 0; i < skipped; ++i) instance->videoQueue->push_back(nullptr);
-    if (video && instance->heldPictures < instance->videoQueueLimit) {
-      video->AddRef();
-      instance->videoQueue->push_back(video);
-      ++instance->heldPictures;
-    } else if (slot) {
-      instance->videoQueue->push_back(nullptr);
-    }
-    if (audio) {
-      if (instance->audioQueue->size() < instance->soundQueueLimit) {
-        audio->AddRef();
-        instance->audioQueue->push_back(audio);
-      } else {
-        instance->soundGivenUp = true;
-      }
-    }
+    QueueLocked(instance, video, audio, slots);
   }
   // Once per callback, whether it filled a slot or brought sound alone.
-  instance->frameCount += 1 + skipped;
+  instance->frameCount += 1 + slots.skipped;
 }
 
 namespace {
