@@ -5,9 +5,7 @@
 
 #include <errno.h>
 #include <limits.h>
-#include <pwd.h>
 #include <sys/uio.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <vector>
@@ -24,36 +22,11 @@ namespace KTN {
 
 namespace {
 
-// Creates segment with size bytes, removing a segment of the same name left behind by an
-// earlier run once. The failure lines name the caller's medium.
-long CreateSegment(Core::SharedMemory& segment, unsigned long size) {
-  long rc = segment.Create(size);
-  uid_t owner = 0;
-  if (rc == EEXIST && Core::SegmentLock::Owner(segment.Key(), owner) == 0 && owner != geteuid()) {
-    // Left by another user's recording (an active one would hold the lock): not ours to remove.
-    struct passwd entry, *found = nullptr;
-    char names[1024];
-    getpwuid_r(owner, &entry, names, sizeof names, &found);
-    KTN_LOG("Segment %s was left behind by user %s (%u) and only that user can remove it", segment.Key(),
-            found ? found->pw_name : "unknown", static_cast<unsigned>(owner));
-    return EACCES;
-  }
-  if (rc == EEXIST) {
-    if (long unlinked = segment.Unlink()) KTN_LOG("Unlink returned %ld", unlinked);
-    rc = segment.Create(size);
-  }
-  if (rc) KTN_LOG("Create(%lu) returned %ld", size, rc);
-  return rc;
-}
-
-// A fresh segment of size bytes for one frame or packet, holding the item's bytes, or
-// the packed form that pack makes of them (into the instance's buffer); 0 or the failure,
-// reported. The segment is filled through its descriptor, not through a new mapping,
-// whose pages would each fault on the first write.
+// Fills segment with the item's size bytes, or with the packed form that pack makes of them
+// (into the instance's buffer); 0 or the failure, reported.
 template <typename Item>
-long FillSegment(CapPriv* instance, Core::SharedMemory& segment, unsigned long size, Item* item,
+long FillSegment(CapPriv* instance, HandOverSegment& segment, unsigned long size, Item* item,
                  void (*pack)(const uint8_t* in, uint8_t* out, unsigned long samples) = nullptr) {
-  if (long rc = CreateSegment(segment, size)) return rc;
   void* bytes = nullptr;
   if (VeldranResult rc = item->GetBytes(&bytes)) {
     KTN_LOG("GetBytes returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
@@ -66,11 +39,7 @@ long FillSegment(CapPriv* instance, Core::SharedMemory& segment, unsigned long s
     pack(static_cast<const uint8_t*>(bytes), packed.data(), size / 3);
     part.iov_base = packed.data();
   }
-  if (long rc = segment.Fill(&part, 1)) {
-    KTN_LOG("Fill returned %ld", rc);
-    return rc;
-  }
-  return 0;
+  return segment.Fill(&part, 1);
 }
 
 // 24-bit sound arrives as 32-bit samples and keeps their three high-order bytes.
@@ -108,14 +77,9 @@ long AwaitHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answ
       static_cast<int>(std::min<decltype(left)>(std::max<decltype(left)>(left, 1), INT_MAX)), status);
 }
 
-// Ends the pending hand-over: releases its items and removes its segment.
+// Ends the pending hand-over: releases its item and removes its segment.
 void ReleaseHandOver(CapPriv* instance) {
-  PendingHandOver& pending = instance->pending;
-  if (pending.frame) pending.frame->Release();
-  if (pending.packet) pending.packet->Release();
-  delete pending.segment;  // unmaps nothing (it was never mapped) and removes the name
-  if (pending.lock) pending.lock->Release();  // then another process may make the name again
-  pending = PendingHandOver();
+  instance->pending = PendingHandOver();
 }
 
 // What the answer to the pending hand-over means; the hand-over is over either way. 0, or
@@ -138,21 +102,18 @@ long SettleHandOver(CapPriv* instance, long status) {
   return 0;
 }
 
-// Starts one hand-over: the command with its argument, for the segment and items (taking
-// them over) that go with it; then waits for the answer until answerBy. 0 when answered
-// and settled, 115 when still pending, or the failure (the items released: a failed
-// hand-over ends the loop and its items are never handed over, so keeping them would only
+// Starts one hand-over: the command with its argument, for the segment and the item that
+// go with it and the frame slots it completes; then waits for the answer until answerBy.
+// 0 when answered and settled, 115 when still pending, or the failure (the item released: a
+// failed hand-over ends the loop and its item is never handed over, so keeping it would only
 // hold the card's memory).
-long HandOver(CapPriv* instance, const char* command, unsigned long long argument, Core::SharedMemory* segment,
-              Core::SegmentLock* lock, IVeldranVideoInputFrame* frame, IVeldranAudioInputPacket* packet,
-              std::chrono::steady_clock::time_point answerBy) {
+long HandOver(CapPriv* instance, const char* command, unsigned long long argument, HandOverSegment segment,
+              VeldranRef<IVeldranUnknown> item, int64_t slots, std::chrono::steady_clock::time_point answerBy) {
   PendingHandOver& pending = instance->pending;
   pending.command = command;
-  pending.lock = lock;
-  pending.slotCount = command == cmdSkipVideo ? static_cast<int64_t>(argument) : frame ? 1 : 0;
-  pending.segment = segment;
-  pending.frame = frame;
-  pending.packet = packet;
+  pending.segment = std::move(segment);
+  pending.item = std::move(item);
+  pending.slotCount = slots;
   if (long rc = instance->recordClient->SendCommand(command, argument)) {
     KTN_LOG("%s returned %ld", command, rc);
     ReleaseHandOver(instance);
@@ -162,9 +123,9 @@ long HandOver(CapPriv* instance, const char* command, unsigned long long argumen
 }
 
 // The lock of a segment name, made at its first use.
-Core::SegmentLock* LockOf(Core::SegmentLock*& lock, const char* key) {
-  if (!lock) lock = new Core::SegmentLock(key);
-  return lock;
+Core::SegmentLock& LockOf(std::unique_ptr<Core::SegmentLock>& lock, const char* key) {
+  if (!lock) lock.reset(new Core::SegmentLock(key));
+  return *lock;
 }
 
 }  // namespace
@@ -185,41 +146,33 @@ long FinishPendingHandOver(CapPriv* instance, std::chrono::steady_clock::time_po
 long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::time_point nameBy,
                    std::chrono::steady_clock::time_point answerBy) {
   if (round.givenUp) {
-    long rc = HandOver(instance, cmdSkipVideo, round.givenUp, nullptr, nullptr, nullptr, nullptr, answerBy);
+    const unsigned long long givenUp = round.givenUp;
     round.givenUp = 0;
+    long rc = HandOver(instance, cmdSkipVideo, givenUp, HandOverSegment(), VeldranRef<IVeldranUnknown>(),
+                       static_cast<int64_t>(givenUp), answerBy);
     if (rc) return rc;
   }
   if (round.frame) {
-    Core::SegmentLock* lock = LockOf(instance->videoSegmentLock, kVideoShmKey);
-    if (long rc = lock->Acquire(nameBy)) return rc;
-    IVeldranVideoInputFrame* frame = round.frame;
-    round.frame = nullptr;
+    HandOverSegment segment;
+    if (long rc = segment.TakeName(LockOf(instance->videoSegmentLock, kVideoShmKey), nameBy)) return rc;
+    VeldranRef<IVeldranVideoInputFrame> frame = std::move(round.frame);
     unsigned long size = static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
-    Core::SharedMemory* segment = new Core::SharedMemory(kVideoShmKey);
-    if (long rc = FillSegment(instance, *segment, size, frame)) {
-      delete segment;
-      lock->Release();
-      frame->Release();
-      return rc;
-    }
-    if (long rc = HandOver(instance, cmdMapVideo, size, segment, lock, frame, nullptr, answerBy)) return rc;
+    if (long rc = segment.Create(kVideoShmKey, size)) return rc;
+    if (long rc = FillSegment(instance, segment, size, frame.Get())) return rc;
+    if (long rc = HandOver(instance, cmdMapVideo, size, std::move(segment), std::move(frame), 1, answerBy)) return rc;
   }
-  while (round.nextPacket < round.packets.size()) {
+  while (!round.packets.empty()) {
     if (!SoundLayoutUnchanged(instance)) return EINVAL;
-    Core::SegmentLock* lock = LockOf(instance->audioSegmentLock, kAudioShmKey);
-    if (long rc = lock->Acquire(nameBy)) return rc;
-    IVeldranAudioInputPacket* packet = round.packets[round.nextPacket++];
+    HandOverSegment segment;
+    if (long rc = segment.TakeName(LockOf(instance->audioSegmentLock, kAudioShmKey), nameBy)) return rc;
+    VeldranRef<IVeldranAudioInputPacket> packet = std::move(round.packets.front());
+    round.packets.pop_front();
     const CaptureSettings& settings = instance->settings;
     unsigned long sampleFrames = static_cast<unsigned long>(packet->GetSampleFrameCount());
     unsigned long size = sampleFrames * settings.audioChannels * (settings.audioSampleType / 8);
-    Core::SharedMemory* segment = new Core::SharedMemory(kAudioShmKey);
-    if (long rc = FillSegment(instance, *segment, size, packet, settings.audioSampleType == 24 ? PackTo24Bits : nullptr)) {
-      delete segment;
-      lock->Release();
-      packet->Release();
-      return rc;
-    }
-    if (long rc = HandOver(instance, cmdMapAudio, size, segment, lock, nullptr, packet, answerBy)) return rc;
+    if (long rc = segment.Create(kAudioShmKey, size)) return rc;
+    if (long rc = FillSegment(instance, segment, size, packet.Get(), settings.audioSampleType == 24 ? PackTo24Bits : nullptr)) return rc;
+    if (long rc = HandOver(instance, cmdMapAudio, size, std::move(segment), std::move(packet), 0, answerBy)) return rc;
   }
   return 0;
 }

@@ -5,22 +5,23 @@
 #include <stdint.h>
 
 #include <chrono>
-#include <vector>
+#include <deque>
 
 #include "DeviceAPI/VeldranAPI.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "Record/CapPriv.h"
 
 namespace KTN {
 
 // One round of the service loop: the front video entry (with the null entries behind it,
-// whose slots go over together) and the sound that came with those slots.
+// whose slots go over together) and the sound that came with those slots. It holds the
+// queues' references to what it took off them until each item is handed over; what it still
+// holds when it goes is released.
 struct Round {
-  IVeldranVideoInputFrame* frame = nullptr;
+  VeldranRef<IVeldranVideoInputFrame> frame;
   unsigned long long givenUp = 0;  // slots without a picture before frame
-  // The packets in arrival order; those before nextPacket have been handed over.
-  std::vector<IVeldranAudioInputPacket*> packets;
-  size_t nextPacket = 0;
-  bool Empty() const { return !frame && !givenUp && nextPacket == packets.size(); }
+  std::deque<VeldranRef<IVeldranAudioInputPacket>> packets;  // not handed over yet, in arrival order
+  bool Empty() const { return !frame && !givenUp && packets.empty(); }
   // The frame slots it still holds.
   int64_t Slots() const { return static_cast<int64_t>(givenUp) + (frame ? 1 : 0); }
 };

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 
 #include "Capture/APICapture.h"
 #include "Core/Lock.h"
@@ -22,17 +23,26 @@ namespace KTN {
 
 namespace {
 
+// Takes a queue entry's reference into a holder, leaving the entry null: the queues hold raw
+// references, and whatever leaves them leaves in a holder.
+template <typename T>
+VeldranRef<T> TakeEntry(T*& entry) {
+  VeldranRef<T> held(entry);
+  entry = nullptr;
+  return held;
+}
+
 // The frame's timecode, RP188 first, then VITC; null when the frame carries none. A card that
 // cannot read it (any answer but "not found") is said once a recording, naming the answer:
 // the take then starts without the card's timecode rather than with a made-up one. Device
 // thread, under recordingLock.
-IVeldranTimecode* FrameTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
+VeldranRef<IVeldranTimecode> FrameTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
   VeldranResult failure = kVeldranOK;
   uint32_t failedKind = 0;
   for (uint32_t kind : {static_cast<uint32_t>(ktnTimecodeRP188), static_cast<uint32_t>(ktnTimecodeVITC)}) {
     IVeldranTimecode* timecode = nullptr;
     VeldranResult rc = video->GetTimecode(kind, &timecode);
-    if (rc == kVeldranOK && timecode) return timecode;
+    if (rc == kVeldranOK && timecode) return VeldranRef<IVeldranTimecode>(timecode);
     if (rc != kVeldranOK && rc != kVeldranNotFound && !failure) {
       failure = rc;
       failedKind = kind;
@@ -43,7 +53,7 @@ IVeldranTimecode* FrameTimecode(CapPriv* instance, IVeldranVideoInputFrame* vide
     KTN_LOG("GetTimecode(%s) returned %ld (0x%lx): the frames' timecode cannot be read",
             Util::Printer::Fcc(static_cast<int>(failedKind)), static_cast<long>(failure), Util::DeviceHex(failure));
   }
-  return nullptr;
+  return VeldranRef<IVeldranTimecode>();
 }
 
 // Whether a callback with sound and no picture stands for a frame slot whose picture the card
@@ -76,10 +86,10 @@ void StartFromNow(CapPriv* instance, IVeldranTimecode* timecode) {
   }
   char* text = nullptr;
   if (timecode->GetString(&text) == kVeldranOK && text) {
+    std::unique_ptr<char, decltype(&free)> owned(text, free);  // the card's text is the caller's to free
     // A buffer of 31 bytes, as the host's text conversion is given: at most 30 characters
     // and their terminator.
-    snprintf(instance->startTimeCodeString, 31, "%s", text);
-    free(text);
+    snprintf(instance->startTimeCodeString, 31, "%s", owned.get());
   }
 }
 
@@ -119,16 +129,15 @@ bool StartWithoutTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
 bool ReachStart(CapPriv* instance, IVeldranVideoInputFrame* video) {
   if (instance->started) return true;
   if (!video) return false;
-  IVeldranTimecode* timecode = FrameTimecode(instance, video);
+  const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(instance, video);
   bool started = true;
   if (instance->frameLimit == 0) {
-    StartFromNow(instance, timecode);
+    StartFromNow(instance, timecode.Get());
   } else if (timecode) {
-    started = StartAtInPoint(instance, timecode);
+    started = StartAtInPoint(instance, timecode.Get());
   } else {
     started = StartWithoutTimecode(instance, video);
   }
-  if (timecode) timecode->Release();
   if (started) instance->startEvent.Signal(nullptr);
   return started;
 }
@@ -247,14 +256,14 @@ Round PopRound(CapPriv* instance, bool& soundGivenUp, int64_t mostSlots, bool pi
     ++round.givenUp;
   }
   if (picturesToo && !pictures.empty() && pictures.front() && round.Slots() < mostSlots) {
-    round.frame = pictures.front();
+    round.frame = TakeEntry(pictures.front());
     pictures.pop_front();
     --instance->heldPictures;
   }
   const size_t slots = static_cast<size_t>(round.Slots());
   if (slots == 0 && !pictures.empty()) return round;
   while (!sound.empty() && (round.packets.size() < std::max<size_t>(slots, 1) || sound.size() > pictures.size())) {
-    round.packets.push_back(sound.front());
+    round.packets.push_back(TakeEntry(sound.front()));
     sound.pop_front();
   }
   return round;
@@ -306,8 +315,7 @@ size_t GiveUpOldestPictures(CapPriv* instance) {
   for (IVeldranVideoInputFrame*& entry : *instance->videoQueue) {
     if (instance->heldPictures <= keep) break;
     if (!entry) continue;
-    entry->Release();
-    entry = nullptr;
+    TakeEntry(entry);  // released here; the slot stays, without its picture
     --instance->heldPictures;
     ++givenUp;
   }
@@ -321,17 +329,12 @@ void PutBack(CapPriv* instance, Round& round) {
   Core::Lock lock(instance->queueLock, &rc);
   if (rc) KTN_LOG("Lock returned %ld", rc);
   if (round.frame) {
-    instance->videoQueue->push_front(round.frame);
+    instance->videoQueue->push_front(round.frame.Leave());
     ++instance->heldPictures;
   }
-  for (size_t i = round.packets.size(); i > round.nextPacket; --i) instance->audioQueue->push_front(round.packets[i - 1]);
-  round = Round();
-}
-
-// Lets go of what a failed round still held.
-void ReleaseRound(Round& round) {
-  if (round.frame) round.frame->Release();
-  for (size_t i = round.nextPacket; i < round.packets.size(); ++i) round.packets[i]->Release();
+  for (auto packet = round.packets.rbegin(); packet != round.packets.rend(); ++packet) {
+    instance->audioQueue->push_front(packet->Leave());
+  }
   round = Round();
 }
 
@@ -381,8 +384,7 @@ int32_t recServiceRecord(CapPriv* instance) {
       break;
     } else if (rc) {
       // A failed hand-over ends the loop with its failure, and its round is never handed
-      // over: what it still holds is released here rather than left to the flush.
-      ReleaseRound(round);
+      // over: what it still holds goes with it here rather than being left to the flush.
       return static_cast<int32_t>(rc);
     }
   }
@@ -403,12 +405,10 @@ void flush(CapPriv* instance) {
   long rc = 0;
   Core::Lock lock(instance->queueLock, &rc);
   if (rc) KTN_LOG("Lock returned %ld", rc);
-  for (IVeldranVideoInputFrame* frame : *instance->videoQueue) {
-    if (frame) frame->Release();
-  }
+  for (IVeldranVideoInputFrame*& frame : *instance->videoQueue) TakeEntry(frame);
   instance->videoQueue->clear();
   instance->heldPictures = 0;
-  for (IVeldranAudioInputPacket* packet : *instance->audioQueue) packet->Release();
+  for (IVeldranAudioInputPacket*& packet : *instance->audioQueue) TakeEntry(packet);
   instance->audioQueue->clear();
 }
 
