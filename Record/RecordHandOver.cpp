@@ -22,26 +22,6 @@ namespace KTN {
 
 namespace {
 
-// Fills segment with the item's size bytes, or with the packed form that pack makes of them
-// (into the instance's buffer); 0 or the failure, reported.
-template <typename Item>
-long FillSegment(CapPriv* instance, HandOverSegment& segment, unsigned long size, Item* item,
-                 void (*pack)(const uint8_t* in, uint8_t* out, unsigned long samples) = nullptr) {
-  void* bytes = nullptr;
-  if (VeldranResult rc = item->GetBytes(&bytes)) {
-    KTN_LOG("GetBytes returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
-    return rc;
-  }
-  struct iovec part = {bytes, size};
-  if (pack) {
-    std::vector<uint8_t>& packed = instance->packedSound;
-    if (packed.size() < size) packed.resize(size);
-    pack(static_cast<const uint8_t*>(bytes), packed.data(), size / 3);
-    part.iov_base = packed.data();
-  }
-  return segment.Fill(&part, 1);
-}
-
 // 24-bit sound arrives as 32-bit samples and keeps their three high-order bytes.
 void PackTo24Bits(const uint8_t* in, uint8_t* out, unsigned long samples) {
   for (unsigned long i = 0; i < samples; ++i, in += 4, out += 3) {
@@ -128,6 +108,81 @@ Core::SegmentLock& LockOf(std::unique_ptr<Core::SegmentLock>& lock, const char* 
   return *lock;
 }
 
+// Packs samples of the device's into the segment's form: samples in, out of 3 bytes each.
+typedef void (*Pack)(const uint8_t* in, uint8_t* out, unsigned long samples);
+
+// What differs between pictures and sound on their way to the server: each item goes
+// through a fresh segment of its medium's name, filled with its bytes, which its medium's
+// map command names.
+template <typename Item>
+struct Medium {
+  const char* key;                                    // the segment's name
+  const char* command;                                // the map command
+  std::unique_ptr<Core::SegmentLock> CapPriv::*lock;  // the name's lock
+  int64_t slots;                                      // frame slots one item completes
+  bool (*usable)(CapPriv* instance);                  // whether items can go now; null: always
+  unsigned long (*size)(CapPriv* instance, Item* item);  // the segment's bytes
+  Pack (*pack)(CapPriv* instance);                    // how the bytes are packed; null: copied
+};
+
+// A picture's bytes as the card delivered them, rows and all.
+unsigned long PictureBytes(CapPriv*, IVeldranVideoInputFrame* frame) {
+  return static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
+}
+
+// A packet's sample frames in the settings' layout.
+unsigned long SoundBytes(CapPriv* instance, IVeldranAudioInputPacket* packet) {
+  const CaptureSettings& settings = instance->settings;
+  return static_cast<unsigned long>(packet->GetSampleFrameCount()) * settings.audioChannels * (settings.audioSampleType / 8);
+}
+
+Pack SoundPacking(CapPriv* instance) {
+  return instance->settings.audioSampleType == 24 ? PackTo24Bits : nullptr;
+}
+
+const Medium<IVeldranVideoInputFrame> kPictures = {
+    kVideoShmKey, cmdMapVideo, &CapPriv::videoSegmentLock, 1, nullptr, PictureBytes, nullptr};
+const Medium<IVeldranAudioInputPacket> kSound = {
+    kAudioShmKey, cmdMapAudio, &CapPriv::audioSegmentLock, 0, SoundLayoutUnchanged, SoundBytes, SoundPacking};
+
+// Fills segment with the item's size bytes, or with the packed form that pack makes of them
+// (into the instance's buffer); 0 or the failure, reported.
+template <typename Item>
+long FillSegment(CapPriv* instance, HandOverSegment& segment, unsigned long size, Item* item, Pack pack) {
+  void* bytes = nullptr;
+  if (VeldranResult rc = item->GetBytes(&bytes)) {
+    KTN_LOG("GetBytes returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
+    return rc;
+  }
+  struct iovec part = {bytes, size};
+  if (pack) {
+    std::vector<uint8_t>& packed = instance->packedSound;
+    if (packed.size() < size) packed.resize(size);
+    pack(static_cast<const uint8_t*>(bytes), packed.data(), size / 3);
+    part.iov_base = packed.data();
+  }
+  return segment.Fill(&part, 1);
+}
+
+// Hands over the item in slot, of medium: takes the segment name's lock (waiting until nameBy
+// at most), then the item out of slot, makes and fills its segment and sends the map
+// command, waiting for the answer until answerBy. 0 when answered and settled, 115 when
+// still pending, 11 (EAGAIN) when another process holds the name past nameBy (the item stays
+// in slot), or the failure (the item stays in slot when it could not go at all, and is
+// released otherwise).
+template <typename Item>
+long HandOverItem(CapPriv* instance, const Medium<Item>& medium, VeldranRef<Item>& slot,
+                  std::chrono::steady_clock::time_point nameBy, std::chrono::steady_clock::time_point answerBy) {
+  if (medium.usable && !medium.usable(instance)) return EINVAL;
+  HandOverSegment segment;
+  if (long rc = segment.TakeName(LockOf(instance->*medium.lock, medium.key), nameBy)) return rc;
+  VeldranRef<Item> item = std::move(slot);
+  const unsigned long size = medium.size(instance, item.Get());
+  if (long rc = segment.Create(medium.key, size)) return rc;
+  if (long rc = FillSegment(instance, segment, size, item.Get(), medium.pack ? medium.pack(instance) : nullptr)) return rc;
+  return HandOver(instance, medium.command, size, std::move(segment), std::move(item), medium.slots, answerBy);
+}
+
 }  // namespace
 
 long FinishPendingHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answerBy) {
@@ -153,26 +208,12 @@ long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::t
     if (rc) return rc;
   }
   if (round.frame) {
-    HandOverSegment segment;
-    if (long rc = segment.TakeName(LockOf(instance->videoSegmentLock, kVideoShmKey), nameBy)) return rc;
-    VeldranRef<IVeldranVideoInputFrame> frame = std::move(round.frame);
-    unsigned long size = static_cast<unsigned long>(frame->GetRowBytes()) * static_cast<unsigned long>(frame->GetHeight());
-    if (long rc = segment.Create(kVideoShmKey, size)) return rc;
-    if (long rc = FillSegment(instance, segment, size, frame.Get())) return rc;
-    if (long rc = HandOver(instance, cmdMapVideo, size, std::move(segment), std::move(frame), 1, answerBy)) return rc;
+    if (long rc = HandOverItem(instance, kPictures, round.frame, nameBy, answerBy)) return rc;
   }
   while (!round.packets.empty()) {
-    if (!SoundLayoutUnchanged(instance)) return EINVAL;
-    HandOverSegment segment;
-    if (long rc = segment.TakeName(LockOf(instance->audioSegmentLock, kAudioShmKey), nameBy)) return rc;
-    VeldranRef<IVeldranAudioInputPacket> packet = std::move(round.packets.front());
-    round.packets.pop_front();
-    const CaptureSettings& settings = instance->settings;
-    unsigned long sampleFrames = static_cast<unsigned long>(packet->GetSampleFrameCount());
-    unsigned long size = sampleFrames * settings.audioChannels * (settings.audioSampleType / 8);
-    if (long rc = segment.Create(kAudioShmKey, size)) return rc;
-    if (long rc = FillSegment(instance, segment, size, packet.Get(), settings.audioSampleType == 24 ? PackTo24Bits : nullptr)) return rc;
-    if (long rc = HandOver(instance, cmdMapAudio, size, std::move(segment), std::move(packet), 0, answerBy)) return rc;
+    long rc = HandOverItem(instance, kSound, round.packets.front(), nameBy, answerBy);
+    if (!round.packets.front()) round.packets.pop_front();  // taken: handed over, or failed and released
+    if (rc) return rc;
   }
   return 0;
 }
