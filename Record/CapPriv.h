@@ -117,6 +117,8 @@ struct CapPriv {
   // Set by the device thread before `started`: an in-point recording started at once,
   // because the signal carries no timecode and no deck decides.
   bool startedWithoutTimecode = false;
+  // Host thread only: the first report after such a start has said so.
+  bool startNoteReported = false;
   // Host thread only.
   PendingHandOver pending;
   // The device thread's frameCount when the last service call looked: a call hands over

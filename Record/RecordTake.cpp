@@ -26,29 +26,26 @@ const char kRecordingText[] = "Recording to disk";
 const char kDroppedFramesText[] = "Recording to disk (WARNING: Dropped frames detected)";
 
 // While an in-point recording waits for it, the reports say what for and where the signal is,
-// or that the signal is past it; one that started at once without timecode says so. (A plain
-// "Recording to disk" would tell the editor a take was being recorded that was not, or one
-// from a place it was not.)
+// or that the signal is past it. (A plain "Recording to disk" would tell the editor a take was
+// being recorded that was not.)
 const char kWaitingText[] = "Waiting for %s";
 const char kWaitingAtText[] = "Waiting for %s (signal at %s)";
 const char kPassedText[] = "Waiting for %s: the signal has passed it (signal at %s)";
 const char kNoTimecodeText[] = "Waiting for %s: the signal carries no timecode (the deck decides)";
+// Said once, in the first report after an in-point take started at once because the signal
+// carries no timecode and no deck decides: the take is not from the place asked for. Every
+// other report of a started take is one of the two recording texts, which hosts match exactly.
 const char kStartedWithoutTimecodeText[] =
-    "Recording to disk (the signal carries no timecode: recorded from its first frame, not from %s)";
+    "The signal carries no timecode: recorded from its first frame, not from %s";
 
-// The report of a recording that waits for its in-point (or started without its timecode),
-// made into the instance's buffer; null when the report is the ordinary one.
-const char* InPointReport(CapPriv* instance) {
+// The report of a recording that waits for its in-point, made into the instance's buffer;
+// null when it has no in-point.
+const char* WaitingReport(CapPriv* instance) {
   if (instance->frameLimit <= 0 || !instance->inPoint.framesPerSecond) return nullptr;
   char in[16], at[16];
   Util::ConvertTimeCodeToString(&instance->inPoint, in);
   char* text = instance->statusText;
   const size_t size = sizeof instance->statusText;
-  if (instance->started) {
-    if (!instance->startedWithoutTimecode) return nullptr;
-    snprintf(text, size, kStartedWithoutTimecodeText, in);
-    return text;
-  }
   switch (instance->signalState.load()) {
     case kSignalTimecode: {
       Util::TimeCode signal = instance->inPoint;  // read at the in-point's rate
@@ -66,6 +63,19 @@ const char* InPointReport(CapPriv* instance) {
       snprintf(text, size, kWaitingText, in);
       return text;
   }
+}
+
+// The note of an in-point take that started without timecode, made into the instance's
+// buffer, the first time it is asked for after the start; null otherwise.
+const char* StartNote(CapPriv* instance) {
+  if (!instance->startedWithoutTimecode || instance->startNoteReported || !instance->inPoint.framesPerSecond) {
+    return nullptr;
+  }
+  instance->startNoteReported = true;
+  char in[16];
+  Util::ConvertTimeCodeToString(&instance->inPoint, in);
+  snprintf(instance->statusText, sizeof instance->statusText, kStartedWithoutTimecodeText, in);
+  return instance->statusText;
 }
 
 // The movie's field order for the card's mode of the settings; kKeep when the card does not say.
@@ -118,17 +128,17 @@ bool HostTimecodeNow(CapPriv* instance, char* text) {
 }
 
 int32_t ReportTake(CapPriv* instance, int64_t handedOver) {
-  // The warning's count is deliberately not halved.
+  const bool warning = instance->reportDroppedFrames && instance->droppedFrames;
+  // Once started, the note (once) or one of the two recording texts; before, the wait's
+  // report unless the warning takes its place.
+  const char* text = instance->started ? StartNote(instance) : warning ? nullptr : WaitingReport(instance);
+  if (!text) text = warning ? kDroppedFramesText : kRecordingText;
   int32_t result = 0;
-  const char* inPointReport = InPointReport(instance);
   if (instance->statusFunc) {
-    if (!(instance->reportDroppedFrames && instance->droppedFrames)) {
-      int64_t count = handedOver;
-      if (instance->settings.CountsFramePairs()) count /= 2;
-      result = instance->statusFunc(instance->callbackID, inPointReport ? inPointReport : kRecordingText, count);
-    } else {
-      result = instance->statusFunc(instance->callbackID, kDroppedFramesText, handedOver);
-    }
+    // The warning's count is deliberately not halved.
+    int64_t count = handedOver;
+    if (text != kDroppedFramesText && instance->settings.CountsFramePairs()) count /= 2;
+    result = instance->statusFunc(instance->callbackID, text, count);
   }
   if (instance->abortOnDroppedFrames && instance->droppedFrames) return rmAborted;
   if (instance->frameLimit < 1) return result;
@@ -244,6 +254,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   instance->signalState = kSignalUnseen;
   instance->signalTimecodeBCD = 0;
   instance->startedWithoutTimecode = false;
+  instance->startNoteReported = false;
   instance->timecodeFailureReported = false;
   instance->startTimecodeUnread = false;
   instance->started = false;
