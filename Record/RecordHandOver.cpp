@@ -62,26 +62,6 @@ void ReleaseHandOver(CapPriv* instance) {
   instance->pending = PendingHandOver();
 }
 
-// What the answer to the pending hand-over means; the hand-over is over either way. 0, or
-// the failure that ends the service loop, reported.
-long SettleHandOver(CapPriv* instance, long status) {
-  const char* command = instance->pending.command;
-  ReleaseHandOver(instance);
-  if (command == cmdMapVideo && status == kDroppedFramesStatus) {
-    instance->droppedFrames = true;  // the server dropped frames: not an error
-    return 0;
-  }
-  if (command == cmdSkipVideo && status == 0) {
-    instance->droppedFrames = true;  // pictures given up here count as the server's own drops
-    return 0;
-  }
-  if (status) {
-    KTN_LOG("%s returned %ld", command, status);
-    return status;
-  }
-  return 0;
-}
-
 // Starts one hand-over: the command with its argument, for the segment and the item that
 // go with it and the frame slots it completes; then waits for the answer until answerBy.
 // 0 when answered and settled, 115 when still pending, or the failure (the item released: a
@@ -184,6 +164,24 @@ long HandOverItem(CapPriv* instance, const Medium<Item>& medium, VeldranRef<Item
 }
 
 }  // namespace
+
+long SettleHandOver(CapPriv* instance, long status) {
+  const char* command = instance->pending.command;
+  ReleaseHandOver(instance);
+  if (command == cmdMapVideo && status == kDroppedFramesStatus) {
+    instance->droppedFrames = true;  // the server dropped frames: not an error
+    return 0;
+  }
+  if (command == cmdSkipVideo && status == 0) {
+    instance->droppedFrames = true;  // pictures given up here count as the server's own drops
+    return 0;
+  }
+  if (status) {
+    KTN_LOG("%s returned %ld", command, status);
+    return status;
+  }
+  return 0;
+}
 
 long FinishPendingHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answerBy) {
   if (!instance->pending.command) return 0;

@@ -30,6 +30,12 @@ struct Round {
 // and settled, 115 when still pending, or the failure).
 long FinishPendingHandOver(CapPriv* instance, std::chrono::steady_clock::time_point answerBy);
 
+// Settles the pending hand-over with the server's answer status: the hand-over is over
+// either way (its item released, its segment removed). MapVideo's answer 7 (the server has
+// dropped frames) and SkipVideo's 0 mark the take's frames as dropped and are no failure;
+// any other non-zero answer is the failure that ends the service loop, reported.
+long SettleHandOver(CapPriv* instance, long status);
+
 // Hands over one round; 0, 115 when an answer is still to come (the rest of the round is
 // put back), 11 (EAGAIN) when another process holds a segment name past nameBy (the rest of
 // the round is put back; its frame still in it when it was the video segment's name), or

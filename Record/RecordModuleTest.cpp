@@ -784,9 +784,34 @@ TEST_F(CallbackTest, FailingStopLeavesTheQueuesFullUntilCloseRecordFlushesThem) 
   EXPECT_EQ(2u, Queued(true)) << "left full";
   CapturedStderr again;
   EXPECT_EQ(5, recCloseRecord(mInstance));
-  again.Text();
+  EXPECT_NE(std::string::npos, again.Text().find("*** recCloseRecord[#]: Stop returned 5\n")) << "said, and kept";
   EXPECT_EQ(0u, Queued(true)) << "flushed by close record";
   EXPECT_EQ(1, frame->References());
+  frame->Release();
+}
+
+// The close after a Stop that failed: the instance's own Stop fails too and is said, and the
+// close goes on past it: the queued frames are released, the server's process is gone and
+// the instance is freed; the result is Exit's.
+TEST_F(CallbackTest, CloseAfterAFailingStopStillLetsGoOfEverything) {
+  FakeVideoInputFrame* frame = nullptr;
+  QueueTwiceAndKillTheServer("close.mov", frame);
+  if (HasFatalFailure()) return;
+  const pid_t server = mInstance->recordClient->ServerPid();
+  const long blocks = PluginHost::OutstandingBlocks();
+  CapturedStderr captured;
+  EXPECT_EQ(5, recStopRecord(mInstance));
+  EXPECT_EQ(2u, Queued(true)) << "left full by the failed stop";
+  EXPECT_EQ(3, frame->References());
+  const int32_t closed = Close(mInstance);
+  mInstance = nullptr;  // freed: nothing for TearDown to close
+  const std::string log = captured.Text();
+  EXPECT_NE(std::string::npos, log.find("*** recClose[#]: Stop returned 5\n")) << log;
+  EXPECT_NE(rmNoErr, closed) << "Exit cannot reach a server that is gone";
+  EXPECT_NE(std::string::npos, log.find("*** recClose[#]: Exit returned " + std::to_string(closed) + "\n")) << log;
+  EXPECT_EQ(1, frame->References()) << "the queued frames are released";
+  EXPECT_EQ(blocks - 1, PluginHost::OutstandingBlocks()) << "the instance is freed";
+  EXPECT_EQ(-1, kill(server, 0)) << "the server's process is reaped";
   frame->Release();
 }
 
