@@ -9,7 +9,6 @@
 #include <chrono>
 #include <memory>
 
-#include "Capture/APICapture.h"
 #include "Core/Lock.h"
 #include "Record/RecordHandOver.h"
 #include "Record/RecordHandlers.h"
