@@ -55,3 +55,46 @@ struct VeldranReleaser {
     if (object) object->Release();
   }
 };
+
+// Holds one reference to a device API object and releases it when it goes, or when it is
+// given another. Move-only; empty when it holds nothing. One owner at a time: it takes no
+// lock of its own.
+template <typename T>
+class VeldranRef {
+ public:
+  VeldranRef() = default;
+  // Takes over a reference the caller holds: nothing is added, and one Release follows.
+  explicit VeldranRef(T* object) : mObject(object) {}
+  VeldranRef(VeldranRef&& other) noexcept : mObject(other.Leave()) {}
+  // From a holder of a derived interface (a frame held as the object it is).
+  template <typename U>
+  VeldranRef(VeldranRef<U>&& other) noexcept : mObject(other.Leave()) {}
+  VeldranRef& operator=(VeldranRef&& other) noexcept {
+    Reset(other.Leave());
+    return *this;
+  }
+  VeldranRef(const VeldranRef&) = delete;
+  VeldranRef& operator=(const VeldranRef&) = delete;
+  ~VeldranRef() { Reset(); }
+
+  T* Get() const { return mObject; }
+  T* operator->() const { return mObject; }
+  explicit operator bool() const { return mObject != nullptr; }
+
+  // Hands the reference to the caller (a queue entry, say), which releases it in turn; the
+  // holder is empty afterwards.
+  T* Leave() {
+    T* object = mObject;
+    mObject = nullptr;
+    return object;
+  }
+  // Releases the reference held (if any) and takes over object's.
+  void Reset(T* object = nullptr) {
+    T* old = mObject;
+    mObject = object;
+    if (old) old->Release();
+  }
+
+ private:
+  T* mObject = nullptr;
+};

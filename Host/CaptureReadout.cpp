@@ -53,6 +53,12 @@ CaptureReadout::CaptureReadout(QWidget* parent) : QWidget(parent) {
   mStatus->setObjectName("status");
   layout->addWidget(mStatus);
 
+  mNote = new QLabel(this);
+  mNote->setObjectName("note");
+  mNote->setWordWrap(true);
+  mNote->hide();
+  layout->addWidget(mNote);
+
   mTake = new QWidget(this);
   QHBoxLayout* take = new QHBoxLayout(mTake);
   take->setContentsMargins(0, 0, 0, 0);
@@ -93,6 +99,12 @@ void CaptureReadout::ShowStatus(const std::string& text) {
   mStatus->setText(QString::fromStdString(text));
 }
 
+void CaptureReadout::ShowNote(const std::string& text) {
+  mNote->setText(QString::fromStdString(text));
+  Warn(mNote, true);
+  mNote->setVisible(!text.empty());
+}
+
 void CaptureReadout::ShowTake(double elapsedSeconds, int64_t frames, int64_t droppedFrames, const std::string& startTimecode) {
   mElapsed->setText(QString::fromStdString(ElapsedText(elapsedSeconds)));
   mFrames->setText(QString::number(static_cast<qlonglong>(frames)));
@@ -118,6 +130,10 @@ std::string CaptureReadout::Snapshot() const {
   lines += "disk: " + Text(mDisk) + "\n";
   lines += "disk colour: " + mDisk->palette().color(QPalette::WindowText).name().toStdString() + "\n";
   lines += "status: " + Text(mStatus) + "\n";
+  if (mNote->isVisibleTo(this)) {
+    lines += "note: " + Text(mNote) + "\n";
+    lines += "note colour: " + mNote->palette().color(QPalette::WindowText).name().toStdString() + "\n";
+  }
   if (mTake->isVisibleTo(this)) {
     lines += "elapsed: " + Text(mElapsed) + "\n";
     lines += "frames: " + Text(mFrames) + "\n";

@@ -14,8 +14,8 @@ class QLabel;
 namespace KTN {
 
 // Labels only: the window decides what to show and when (a few times a second at most).
-// Warnings (a disk that lasts less than kShortDiskSeconds, dropped frames) are drawn in a
-// red that reads on the window's background, light or dark. Main thread only; the labels
+// Warnings (a disk that lasts less than kShortDiskSeconds, dropped frames, the take's note)
+// are drawn in a red that reads on the window's background, light or dark. Main thread only; the labels
 // are children of the readout.
 class CaptureReadout : public QWidget {
   Q_OBJECT
@@ -31,12 +31,16 @@ class CaptureReadout : public QWidget {
   void ShowDiskTime(double secondsLeft, double bytesPerSecond);
   // The plug-in's status, or what the window says between takes.
   void ShowStatus(const std::string& text);
+  // A note on the take that stays while the status changes (the plug-in says it once): shown
+  // under the status, in red; empty hides it.
+  void ShowNote(const std::string& text);
   // The take's figures, shown from the first take on. frames: as the plug-in counts them;
   // startTimecode: empty while unknown.
   void ShowTake(double elapsedSeconds, int64_t frames, int64_t droppedFrames, const std::string& startTimecode);
 
-  // Every label's text as "name: text" lines (the take's only once shown), and the colour
-  // of the two that can warn as "name colour: #rrggbb": what a person sees, for unattended runs.
+  // Every label's text as "name: text" lines (the take's and the note only once shown), and
+  // the colour of those that can warn as "name colour: #rrggbb": what a person sees, for
+  // unattended runs.
   std::string Snapshot() const;
 
  private:
@@ -45,6 +49,7 @@ class CaptureReadout : public QWidget {
   QLabel* mSettings;
   QLabel* mDisk;
   QLabel* mStatus;
+  QLabel* mNote;
   QWidget* mTake;
   QLabel* mElapsed;
   QLabel* mFrames;

@@ -89,6 +89,28 @@ TEST(CaptureReadoutTest, DroppedFramesAreRedOnDarkAndLightHosts) {
   }
 }
 
+// The note of a take that started without timecode stays under the status, in red, while the
+// plug-in's status goes back to the ordinary reports; the next take clears it.
+TEST(CaptureReadoutTest, ATakesNoteStaysShownWhileTheStatusChanges) {
+  const std::string note = "The signal carries no timecode: recorded from its first frame, not from 01:00:00:05";
+  ReadoutInAWindow window(60, kLightText);
+  EXPECT_EQ(std::string::npos, window.Readout().Snapshot().find("note:")) << "no note before a take has one";
+  window.Readout().ShowStatus(note);
+  window.Readout().ShowNote(note);
+  for (const char* status : {"Recording to disk", "Recording to disk (WARNING: Dropped frames detected)",
+                             "Recorded 250 frames to /takes/untimed.mov"}) {
+    window.Readout().ShowStatus(status);
+    EXPECT_EQ(status, window.Text("status"));
+    EXPECT_EQ(note, window.Text("note"));
+    EXPECT_TRUE(window.Label("note")->isVisibleTo(&window.Readout()));
+    EXPECT_TRUE(Red(window.Colour("note"))) << window.Colour("note").name().toStdString();
+    EXPECT_NE(std::string::npos, window.Readout().Snapshot().find("note: " + note + "\n")) << window.Readout().Snapshot();
+  }
+  window.Readout().ShowNote("");
+  EXPECT_FALSE(window.Label("note")->isVisibleTo(&window.Readout()));
+  EXPECT_EQ(std::string::npos, window.Readout().Snapshot().find("note:"));
+}
+
 TEST(CaptureReadoutTest, StatusAndSettingsLines) {
   ReadoutInAWindow window(60, kLightText);
   EXPECT_EQ("Not recording", window.Text("status"));

@@ -167,6 +167,7 @@ void CaptureWindow::Record() {
   mDropped = 0;
   mStartTimecode.clear();
   mFollower.reset(new MovieFollower(mTakePath));
+  mReadout->ShowNote(std::string());  // the last take's
   ShowStatus("Recording started");
   RefreshTake();
   mServiceTimer->start();
@@ -241,6 +242,8 @@ void CaptureWindow::RefreshTake() {
   if (InPointStatus(status).Waiting()) mTakeStart = now;
   mElapsed = std::chrono::duration<double>(now - mTakeStart).count();
   if (!status.empty()) ShowStatus(status);
+  // Said once by the plug-in, between two refreshes: the session keeps it for the take.
+  mReadout->ShowNote(mSession->TakeNote());
   // The plug-in names the first frame's timecode when it starts at once; a take that waited
   // for its in-point has it in the movie's timecode track.
   mStartTimecode = mSession->StartTimecode();

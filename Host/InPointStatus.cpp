@@ -9,7 +9,7 @@ const char kWaiting[] = "Waiting for ";
 const char kSignalAt[] = "(signal at ";
 const char kPassed[] = ": the signal has passed it ";
 const char kDeck[] = ": the signal carries no timecode";
-const char kStartedWithoutTimecode[] = "Recording to disk (the signal carries no timecode: recorded from its first frame, not from ";
+const char kStartedWithoutTimecode[] = "The signal carries no timecode: recorded from its first frame, not from ";
 
 bool StartsWith(const std::string& text, const char* start) {
   return text.compare(0, std::char_traits<char>::length(start), start) == 0;

@@ -6,9 +6,11 @@
 namespace KTN {
 
 // While a recording with an in-point waits, the plug-in's status reports say for which
-// timecode and where the signal is; once it starts without timecode, that it was not
-// recorded from the in-point. The host program ends a take whose in-point the signal has
-// passed and warns of one that started without timecode; this reads which it is.
+// timecode and where the signal is; when it starts without timecode, the first report after
+// the start says that it was not recorded from the in-point (once: the reports after it are
+// the ordinary ones, so a host keeps that note for the take). The host program ends a take
+// whose in-point the signal has passed and warns of one that started without timecode; this
+// reads which it is.
 class InPointStatus {
  public:
   enum class State {
@@ -16,7 +18,7 @@ class InPointStatus {
     kWaiting,                 // waiting; Signal() is where the signal is, or empty before its first frame
     kPassed,                  // the signal's timecode is past the in-point: it will not come
     kDeckDecides,             // the signal carries no timecode; a deck decides when to start
-    kStartedWithoutTimecode,  // no timecode and no deck: recording from the signal's first frame
+    kStartedWithoutTimecode,  // no timecode and no deck: recording from the signal's first frame (said once)
   };
 
   // Reads one status text of the plug-in.

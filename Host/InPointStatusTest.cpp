@@ -36,8 +36,7 @@ TEST(InPointStatusTest, PassedDeckAndNoTimecode) {
   EXPECT_EQ(State::kDeckDecides, deck.Which());
   EXPECT_EQ("01:00:00:05", deck.InPoint());
   EXPECT_EQ("", deck.Signal());
-  InPointStatus started(
-      "Recording to disk (the signal carries no timecode: recorded from its first frame, not from 01:00:00;05)");
+  InPointStatus started("The signal carries no timecode: recorded from its first frame, not from 01:00:00;05");
   EXPECT_EQ(State::kStartedWithoutTimecode, started.Which());
   EXPECT_EQ("01:00:00;05", started.InPoint());
 }
@@ -49,8 +48,7 @@ TEST(InPointStatusTest, ATakeWaitsUntilItHasBegun) {
     EXPECT_TRUE(InPointStatus(text).Waiting()) << text;
   }
   for (const char* text : {"", "Recording to disk", "Recording to disk (WARNING: Dropped frames detected)",
-                           "Recording to disk (the signal carries no timecode: recorded from its first frame, not from "
-                           "01:00:00;05)"}) {
+                           "The signal carries no timecode: recorded from its first frame, not from 01:00:00;05"}) {
     EXPECT_FALSE(InPointStatus(text).Waiting()) << text;
   }
 }

@@ -7,6 +7,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "Host/InPointStatus.h"
 #include "Host/RecordingRate.h"
 #include "Movie/MovieLock.h"
 #include "Movie/MovieSummary.h"
@@ -91,6 +92,9 @@ int32_t PluginSession::Status(int64_t callbackID, const char* text, int64_t fram
   PluginSession* session = reinterpret_cast<PluginSession*>(callbackID);
   if (!text) return 0;  // the plug-in's closing call at stop carries no status and no count
   session->mStatusText = text;
+  if (InPointStatus(session->mStatusText).Which() == InPointStatus::State::kStartedWithoutTimecode) {
+    session->mTakeNote = session->mStatusText;  // said once: the reports after it are the ordinary ones
+  }
   session->mFrames = frameCount;
   return 0;
 }
@@ -200,6 +204,7 @@ std::string PluginSession::StartRecording(const RecordRequest& request) {
   recStartReply reply;
   memset(&reply, 0, sizeof reply);
   mStatusText.clear();
+  mTakeNote.clear();
   mFrames = 0;
   mMoviePath = request.moviePath;
   mMovieRemoved = false;

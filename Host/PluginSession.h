@@ -59,7 +59,12 @@ class PluginSession {
 
   // The options button's label from the setup information, converted from Mac Roman.
   const std::string& OptionsLabel() const { return mOptionsLabel; }
+  // The plug-in's latest status text.
   const std::string& StatusText() const { return mStatusText; }
+  // The take's note, kept for the whole take (and after it, until the next): what the
+  // plug-in said once, in its first report after the start, of an in-point take that started
+  // without timecode; empty when it said nothing of the kind.
+  const std::string& TakeNote() const { return mTakeNote; }
   // The same count in frames of the movie: above 30 frames a second the plug-in counts pairs,
   // except in its dropped-frames report, whose count is of frames.
   int64_t FramesRecorded() const;
@@ -90,6 +95,7 @@ class PluginSession {
   bool mRecording = false;
   std::string mOptionsLabel;
   std::string mStatusText;
+  std::string mTakeNote;
   int64_t mFrames = 0;
   std::string mStartTimecode;
   std::string mMoviePath;       // of the take being recorded or last recorded

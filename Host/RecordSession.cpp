@@ -98,10 +98,12 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
                      ": nothing was recorded");
         break;
       }
-      untimed = untimed || inPoint.Which() == InPointStatus::State::kStartedWithoutTimecode;
-      if (inPoint.Which() == InPointStatus::State::kStartedWithoutTimecode && outcome.warning.empty()) {
+      // The plug-in says this once, in its first report after the start; the session keeps it.
+      const InPointStatus note(session.TakeNote());
+      untimed = untimed || note.Which() == InPointStatus::State::kStartedWithoutTimecode;
+      if (note.Which() == InPointStatus::State::kStartedWithoutTimecode && outcome.warning.empty()) {
         outcome.warning = "warning: the signal carries no timecode: recording from its first frame, not from " +
-                          inPoint.InPoint();
+                          note.InPoint();
         if (mShowProgress) progress.Note("kestrin-capture: " + outcome.warning);
       }
       if (mStop) break;

@@ -5,14 +5,18 @@
 
 #include <atomic>
 #include <deque>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Core/Event.h"
 #include "Core/Lockable.h"
+#include "Core/SegmentLock.h"
 #include "DeviceAPI/VeldranAPI.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "HostAPI/HostInterface.h"
 #include "Movie/MovieStamp.h"
+#include "Record/HandOverSegment.h"
 #include "Settings/CaptureSettings.h"
 #include "Util/TimeCode.h"
 
@@ -21,11 +25,6 @@ namespace KTN {
 class APICapture;
 class Previewer;
 class QTRecordClient;
-
-namespace Core {
-class SegmentLock;
-class SharedMemory;
-}
 
 // Queued device frames and packets, each entry holding one reference. A null entry in the
 // video queue is a frame slot whose picture was given up (see FrameArrivedCallback).
@@ -57,12 +56,10 @@ enum SignalState { kSignalUnseen = 0, kSignalTimecode = 1, kSignalNoTimecode = 2
 
 // A hand-over whose answer a service call did not see come; the next one collects it.
 struct PendingHandOver {
-  const char* command = nullptr;                 // null: none pending
-  Core::SharedMemory* segment = nullptr;         // owned: unmapped and removed once answered
-  Core::SegmentLock* lock = nullptr;             // borrowed: held until the segment is removed
-  IVeldranVideoInputFrame* frame = nullptr;      // one reference, released once answered
-  IVeldranAudioInputPacket* packet = nullptr;    // one reference, released once answered
-  int64_t slotCount = 0;                         // frame slots it completes
+  const char* command = nullptr;       // null: none pending
+  HandOverSegment segment;             // removed once answered (none for slots given up)
+  VeldranRef<IVeldranUnknown> item;    // the picture or packet, released once answered
+  int64_t slotCount = 0;               // frame slots it completes
 };
 
 // Lives in a block from the host's allocator (constructed there, zero-filled). Every field
@@ -120,15 +117,17 @@ struct CapPriv {
   // Set by the device thread before `started`: an in-point recording started at once,
   // because the signal carries no timecode and no deck decides.
   bool startedWithoutTimecode = false;
+  // Host thread only: the first report after such a start has said so.
+  bool startNoteReported = false;
   // Host thread only.
   PendingHandOver pending;
   // The device thread's frameCount when the last service call looked: a call hands over
   // about as many slots as the card counted since (see SlotsThisCall).
   int64_t slotsSeen = 0;
-  // Owned, made at the first hand-over: each segment name's lock among the host processes
-  // of the machine, held from a segment's creation to its removal.
-  Core::SegmentLock* videoSegmentLock = nullptr;
-  Core::SegmentLock* audioSegmentLock = nullptr;
+  // Made at the first hand-over: each segment name's lock among the host processes of the
+  // machine, held from a segment's creation to its removal.
+  std::unique_ptr<Core::SegmentLock> videoSegmentLock;
+  std::unique_ptr<Core::SegmentLock> audioSegmentLock;
   // The take to stamp once the server has finished it (set by recPrepRecord8, cleared once
   // stamped), and the field order of the card's mode for it.
   std::string takePath;

@@ -2,6 +2,7 @@
 #include <new>
 #include <string.h>
 
+#include <memory>
 #include <string>
 
 #include "Capture/APICapture.h"
@@ -146,10 +147,8 @@ int32_t recClose(rmStdParms* stdParms, CapPriv* instance) {
   }
   if (!instance || instance->magic != kCapPrivMagic) return rmNoErr;
   FinishHandOvers(instance);
-  delete instance->videoSegmentLock;
-  instance->videoSegmentLock = nullptr;
-  delete instance->audioSegmentLock;
-  instance->audioSegmentLock = nullptr;
+  instance->videoSegmentLock.reset();
+  instance->audioSegmentLock.reset();
   if (instance->queueLock) {
     flush(instance);
     delete instance->queueLock;
@@ -261,7 +260,7 @@ int32_t recShowOptions(rmStdParms* stdParms, CapPriv* instance, recSetupParms* p
     memcpy(parms->settings, &instance->settings, kCaptureSettingsBlobSize);
   }
   CaptureSettings* blob = static_cast<CaptureSettings*>(parms->settings);
-  SettingsDialog* dialog = SettingsDialog::Create(stdParms, blob);
+  std::unique_ptr<SettingsDialog> dialog(SettingsDialog::Create(stdParms, blob));
   if (!dialog) {
     KTN_LOG("Failed to create a Settings dialog");
     return rmNoErr;
@@ -271,7 +270,6 @@ int32_t recShowOptions(rmStdParms* stdParms, CapPriv* instance, recSetupParms* p
   } else if (!dialog->Cancelled()) {
     memcpy(&instance->settings, blob, kCaptureSettingsBlobSize);  // takes effect at the next activation
   }
-  delete dialog;
   return rmNoErr;
 }
 

@@ -15,6 +15,7 @@
 #include <fstream>
 #include <memory>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -641,18 +642,62 @@ TEST_F(CallbackTest, AnInPointRecordingReportsWhatItWaitsFor) {
   early->Release();
   late->Release();
 
-  // The same in-point, a signal without timecode and no deck: the recording starts at once.
+  // The same in-point, a signal without timecode and no deck: the recording starts at once,
+  // and the first report after the start says so.
   ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
   ASSERT_EQ(rmNoErr, Start(mInstance));
   FakeVideoInputFrame* plain = new FakeVideoInputFrame(720, 576, 0x80);
   FrameArrivedCallback(mInstance, plain, nullptr);
   EXPECT_TRUE(mInstance->started);
   EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
-  EXPECT_EQ("Recording to disk (the signal carries no timecode: recorded from its first frame, not from 01:00:00:05)",
-            sStatus.texts.back());
+  EXPECT_EQ("The signal carries no timecode: recorded from its first frame, not from 01:00:00:05", sStatus.texts.back());
   EXPECT_EQ(1, sStatus.counts.back());
   recStopRecord(mInstance);
   plain->Release();
+}
+
+// Once a take has started, every report is exactly "Recording to disk" or the dropped-frames
+// warning, which hosts match as whole texts; an in-point take that started without timecode
+// says so once, in the first report after its start, in words of its own.
+TEST_F(CallbackTest, AfterTheStartEveryReportIsOneOfTheTwoTextsBesidesOneNote) {
+  const std::set<std::string> recording = {"Recording to disk", "Recording to disk (WARNING: Dropped frames detected)"};
+  const std::string note = "The signal carries no timecode: recorded from its first frame, not from 01:00:00:05";
+  for (bool timecode : {false, true}) {
+    SCOPED_TRACE(timecode ? "a signal with timecode" : "a signal without timecode");
+    recCapParmsRec8 parms = Parms(mFolder + (timecode ? "/timed.mov" : "/untimed.mov"), 50);
+    parms.timecodeRate = 25;
+    parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+    ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+    ASSERT_EQ(rmNoErr, Start(mInstance));
+    EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+    EXPECT_EQ("Waiting for 01:00:00:05", sStatus.texts.back()) << "before the start, the wait is told";
+    const size_t beforeStart = sStatus.texts.size();
+    std::vector<FakeVideoInputFrame*> frames;
+    for (int f = 5; f < 9; ++f) {
+      frames.push_back(timecode ? new FakeVideoInputFrame(720, 576, 0x80, true, 1, 0, 0, f)
+                                : new FakeVideoInputFrame(720, 576, 0x80));
+      FrameArrivedCallback(mInstance, frames.back(), nullptr);
+      EXPECT_TRUE(mInstance->started);
+      EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+      if (f == 6) FrameArrivedCallback(mInstance, nullptr, nullptr);  // a slot whose picture the card dropped
+    }
+    EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
+    EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+    const std::vector<std::string> reports(sStatus.texts.begin() + static_cast<long>(beforeStart), sStatus.texts.end());
+    ASSERT_EQ(5u, reports.size());
+    size_t notes = 0;
+    for (size_t i = 0; i < reports.size(); ++i) {
+      if (!timecode && i == 0 && reports[i] == note) {
+        ++notes;
+        continue;
+      }
+      EXPECT_EQ(1u, recording.count(reports[i])) << "report " << i << ": " << reports[i];
+    }
+    EXPECT_EQ(timecode ? 0u : 1u, notes) << "the note, once, first";
+    EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", reports.back()) << "the warning too is exact";
+    EXPECT_EQ(1u, recording.count(reports[1]));
+    for (FakeVideoInputFrame* frame : frames) frame->Release();
+  }
 }
 
 // A signal just before midnight is before an in-point just after it, not half a day past it.
@@ -739,9 +784,34 @@ TEST_F(CallbackTest, FailingStopLeavesTheQueuesFullUntilCloseRecordFlushesThem) 
   EXPECT_EQ(2u, Queued(true)) << "left full";
   CapturedStderr again;
   EXPECT_EQ(5, recCloseRecord(mInstance));
-  again.Text();
+  EXPECT_NE(std::string::npos, again.Text().find("*** recCloseRecord[#]: Stop returned 5\n")) << "said, and kept";
   EXPECT_EQ(0u, Queued(true)) << "flushed by close record";
   EXPECT_EQ(1, frame->References());
+  frame->Release();
+}
+
+// The close after a Stop that failed: the instance's own Stop fails too and is said, and the
+// close goes on past it: the queued frames are released, the server's process is gone and
+// the instance is freed; the result is Exit's.
+TEST_F(CallbackTest, CloseAfterAFailingStopStillLetsGoOfEverything) {
+  FakeVideoInputFrame* frame = nullptr;
+  QueueTwiceAndKillTheServer("close.mov", frame);
+  if (HasFatalFailure()) return;
+  const pid_t server = mInstance->recordClient->ServerPid();
+  const long blocks = PluginHost::OutstandingBlocks();
+  CapturedStderr captured;
+  EXPECT_EQ(5, recStopRecord(mInstance));
+  EXPECT_EQ(2u, Queued(true)) << "left full by the failed stop";
+  EXPECT_EQ(3, frame->References());
+  const int32_t closed = Close(mInstance);
+  mInstance = nullptr;  // freed: nothing for TearDown to close
+  const std::string log = captured.Text();
+  EXPECT_NE(std::string::npos, log.find("*** recClose[#]: Stop returned 5\n")) << log;
+  EXPECT_NE(rmNoErr, closed) << "Exit cannot reach a server that is gone";
+  EXPECT_NE(std::string::npos, log.find("*** recClose[#]: Exit returned " + std::to_string(closed) + "\n")) << log;
+  EXPECT_EQ(1, frame->References()) << "the queued frames are released";
+  EXPECT_EQ(blocks - 1, PluginHost::OutstandingBlocks()) << "the instance is freed";
+  EXPECT_EQ(-1, kill(server, 0)) << "the server's process is reaped";
   frame->Release();
 }
 
