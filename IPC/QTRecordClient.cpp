@@ -16,11 +16,16 @@ namespace KTN {
 
 namespace {
 
-// Closes streams opened by an Init that failed before the endpoint took them over:
-// the read stream first, then the write stream.
-void CloseStreams(FILE* readStream, FILE* writeStream) {
-  if (readStream && fclose(readStream) != 0) KTN_LOG("fclose(readStream) returned %ld", static_cast<long>(errno));
-  if (writeStream && fclose(writeStream) != 0) KTN_LOG("fclose(writeStream) returned %ld", static_cast<long>(errno));
+// Closes streams opened by an Init that failed before the endpoint took them over: the
+// read stream first, then the write stream. Failure lines carry the name of the operation
+// the caller is in.
+void CloseStreams(const char* caller, FILE* readStream, FILE* writeStream) {
+  if (readStream && fclose(readStream) != 0) {
+    KTN_LOG_AS(caller, "fclose(readStream) returned %ld", static_cast<long>(errno));
+  }
+  if (writeStream && fclose(writeStream) != 0) {
+    KTN_LOG_AS(caller, "fclose(writeStream) returned %ld", static_cast<long>(errno));
+  }
 }
 
 }  // namespace
@@ -35,26 +40,28 @@ QTRecordClient::~QTRecordClient() {
       SigpipeBlock noSigpipe;  // into a server that may be gone
       fprintf(mWriteStream, "%s\n", cmdExit);
     }
-    CloseWriteSide();
+    if (long rc = CloseWriteSide()) KTN_LOG("fclose(mWriteStream) returned %ld", rc);
     WaitWhileWorking();
   }
   if (mReadStream && fclose(mReadStream) != 0) KTN_LOG("fclose(mReadStream) returned %ld", static_cast<long>(errno));
   mReadStream = nullptr;
   mResponsePipe.CloseReadEnd();
   mResponsePipe.CloseWriteEnd();
-  CloseWriteSide();
+  if (long rc = CloseWriteSide()) KTN_LOG("fclose(mWriteStream) returned %ld", rc);
 }
 
-void QTRecordClient::CloseWriteSide() {
+long QTRecordClient::CloseWriteSide() {
+  long result = 0;
   if (mWriteStream) {
     // Closing flushes what is buffered (Exit, or what a failed write left), into a server
     // that may have gone.
     SigpipeBlock noSigpipe;
-    if (fclose(mWriteStream) != 0) KTN_LOG("fclose(mWriteStream) returned %ld", static_cast<long>(errno));
+    if (fclose(mWriteStream) != 0) result = errno;
     mWriteStream = nullptr;
   }
   mCommandPipe.CloseReadEnd();
   mCommandPipe.CloseWriteEnd();
+  return result;
 }
 
 bool QTRecordClient::IdleTooLong(long long& ticks, std::chrono::steady_clock::time_point& idleSince) {
@@ -100,7 +107,7 @@ long QTRecordClient::Init(const char* path) {
   if (writeStream) mCommandPipe.TakeWriteEnd();
   if (mResponsePipe.Open() != 0) {
     KTN_LOG("Failed to allocate a response NSPipe");
-    CloseStreams(nullptr, writeStream);
+    CloseStreams(__func__, nullptr, writeStream);
     return ENOMEM;
   }
   errno = 0;
@@ -108,7 +115,7 @@ long QTRecordClient::Init(const char* path) {
   if (!readStream && errno != 0) {
     long error = errno;
     KTN_LOG("fdopen of readStream failed with %ld (%s)", error, strerror(errno));
-    CloseStreams(nullptr, writeStream);
+    CloseStreams(__func__, nullptr, writeStream);
     return error;
   }
   // Buffered: an answer is read with one read(2). AwaitAnswer looks into the buffer before
@@ -116,7 +123,7 @@ long QTRecordClient::Init(const char* path) {
   if (readStream) mResponsePipe.TakeReadEnd();
   if (long rc = SimpleEndpointIPC::Init(readStream, writeStream)) {
     KTN_LOG("RecordClient::Init returned %ld", rc);
-    CloseStreams(readStream, writeStream);
+    CloseStreams(__func__, readStream, writeStream);
     return rc;
   }
   // From here the endpoint owns the streams; the destructor closes them.

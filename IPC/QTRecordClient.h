@@ -63,8 +63,9 @@ class QTRecordClient : public QTRecordClientIPC {
   // kIdleLimitSeconds; ticks and idleSince hold its CPU time and when it was last seen
   // working, updated when it has been.
   bool IdleTooLong(long long& ticks, std::chrono::steady_clock::time_point& idleSince);
-  // Closes the command stream (flushing what it holds) and the command pipe's ends.
-  void CloseWriteSide();
+  // Closes the command stream (flushing what it holds) and the command pipe's ends. 0, or
+  // the errno of the stream's failed close, which the destructor reports.
+  long CloseWriteSide();
 
   // Serialises command exchanges (write, flush, read acknowledgement) between threads.
   Core::Lockable mLock;

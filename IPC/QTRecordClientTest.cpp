@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -67,6 +69,53 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
+// A client whose two streams can be put behind streams that note, in events, when each is
+// closed and whether the server had ended and been waited for by then; closeError, when not
+// 0, makes each close fail with that errno after the stream underneath has been closed.
+class FakeWatchedClient : public QTRecordClient {
+ public:
+  void WatchStreams(std::vector<std::string>* events, int closeError) {
+    mReadStream = Watch(mReadStream, "read stream", "r", events, closeError);
+    mWriteStream = Watch(mWriteStream, "write stream", "w", events, closeError);
+  }
+
+ private:
+  struct Watched {
+    FILE* inner;
+    const char* name;
+    std::vector<std::string>* events;
+    pid_t server;
+    int closeError;
+  };
+  static ssize_t Read(void* cookie, char* buffer, size_t size) {
+    return static_cast<ssize_t>(fread(buffer, 1, size, static_cast<Watched*>(cookie)->inner));
+  }
+  static ssize_t Write(void* cookie, const char* buffer, size_t size) {
+    Watched* watched = static_cast<Watched*>(cookie);
+    watched->events->push_back(std::string(watched->name) + " written: " + std::string(buffer, size));
+    size_t written = fwrite(buffer, 1, size, watched->inner);
+    fflush(watched->inner);
+    return static_cast<ssize_t>(written);
+  }
+  static int Close(void* cookie) {
+    Watched* watched = static_cast<Watched*>(cookie);
+    bool ended = kill(watched->server, 0) != 0 && errno == ESRCH;
+    watched->events->push_back(std::string(watched->name) + (ended ? " closed, server gone" : " closed, server there"));
+    fclose(watched->inner);
+    int error = watched->closeError;
+    delete watched;
+    if (error) {
+      errno = error;
+      return -1;
+    }
+    return 0;
+  }
+  FILE* Watch(FILE* inner, const char* name, const char* mode, std::vector<std::string>* events, int closeError) {
+    cookie_io_functions_t functions = {Read, Write, nullptr, Close};
+    return fopencookie(new Watched{inner, name, events, ServerPid(), closeError}, mode, functions);
+  }
+};
+
 TEST(QTRecordClientTest, ServerRunsInItsOwnFolderEvenWithSpacesInThePath) {
   ServerFolder folder("My Disk/Kestrin Capture.bundle/Contents/Resources");
   std::string report = folder.Root() + "/where the server ran.txt";
@@ -125,6 +174,23 @@ TEST(QTRecordClientTest, DestructionWithoutExitTellsTheServerAndReturns) {
   }
   EXPECT_EQ(-1, kill(pid, 0)) << "the server has ended and been waited for";
   EXPECT_EQ("loop ended by Exit, input ended, answers read", ReadFile(observed));
+}
+
+// A stream that cannot be closed is reported by the destructor, which closes both.
+TEST(QTRecordClientTest, StreamsThatFailToCloseAreReportedByTheDestructor) {
+  ServerFolder folder("close failures");
+  std::vector<std::string> events;
+  CapturedStderr captured;
+  {
+    FakeWatchedClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    ASSERT_EQ(0, client.Exit());
+    client.WatchStreams(&events, EIO);
+  }
+  EXPECT_EQ("*** ~QTRecordClient[#]: fclose(mReadStream) returned 5\n"
+            "*** ~QTRecordClient[#]: fclose(mWriteStream) returned 5\n",
+            captured.Text());
+  EXPECT_EQ(2u, events.size());
 }
 
 TEST(QTRecordClientTest, KilledServerAnswers5AndDestructionDoesNotHang) {
