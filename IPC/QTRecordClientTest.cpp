@@ -13,8 +13,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -23,6 +25,7 @@
 
 #include "IPC/QTRecordClient.h"
 #include "IPC/RecorderCommands.h"
+#include "IPC/ServerProcess.h"
 #include "Util/CapturedStderr.h"
 #include "Util/ScratchFolder.h"
 #include "Util/FourCC.h"
@@ -158,6 +161,41 @@ TEST(QTRecordClientTest, DestructionWaitsForTheServerBeforeClosingItsPipes) {
     ASSERT_EQ(0, client.Exit());
   }
   EXPECT_EQ("loop ended by Exit, input open, answers read", ReadFile(observed));
+}
+
+// Once the server has acknowledged Exit and ended, destruction closes the read stream, then
+// the write stream, both after the server has been waited for, and sends nothing more.
+TEST(QTRecordClientTest, AfterExitDestructionClosesTheReadStreamFirstOnceTheServerHasEnded) {
+  ServerFolder folder("close order");
+  std::vector<std::string> events;
+  {
+    FakeWatchedClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    ASSERT_EQ(0, client.Exit());
+    client.WatchStreams(&events, 0);
+  }
+  EXPECT_EQ((std::vector<std::string>{"read stream closed, server gone", "write stream closed, server gone"}), events);
+}
+
+// The wait for the server returns when the process ends, not when its bound runs out: with a
+// bound of almost 25 days, a server that ends at once is waited for at once. A watchdog
+// fails the test instead of letting a wait that sits out its bound hang the run.
+TEST(QTRecordClientTest, TheWaitForTheServerReturnsAsSoonAsItHasEnded) {
+  int nothing = open("/dev/null", O_RDWR);
+  ASSERT_GE(nothing, 0);
+  auto server = std::make_shared<ServerProcess>();
+  // Its input ends at once: the stand-in's loop reads the end of it and the process ends.
+  ASSERT_EQ(0, server->Launch(FAKE_RECORD_SERVER, "/", nothing, nothing));
+  close(nothing);
+  auto ended = std::make_shared<std::promise<bool>>();
+  std::future<bool> waited = ended->get_future();
+  std::thread([server, ended] { ended->set_value(server->WaitUntilExit(INT_MAX)); }).detach();
+  ASSERT_EQ(std::future_status::ready, waited.wait_for(std::chrono::seconds(30)))
+      << "the wait sat out its bound after the server had ended";
+  EXPECT_TRUE(waited.get());
+  ASSERT_TRUE(WIFEXITED(server->ExitStatus()));
+  EXPECT_EQ(1, WEXITSTATUS(server->ExitStatus())) << "its loop ended with the end of its input";
+  EXPECT_EQ(-1, kill(server->Pid(), 0)) << "waited for";
 }
 
 // An owner that lets the client go without Exit: after a bounded wait the server is told
