@@ -55,13 +55,16 @@ void PreviewGLView::initializeGL() {
   if (mVeldranScreenPreview) mVeldranScreenPreview->InitializeGL();
 }
 
-void PreviewGLView::ApplyState() {
+std::array<int, 4> PreviewGLView::Viewport() {
+  std::lock_guard<std::recursive_mutex> guard(mLock);
+  if (mViewport) return *mViewport;
   int ratio = static_cast<int>(devicePixelRatioF());
-  if (mViewport[2] > 0 && mViewport[3] > 0) {
-    glViewport(mViewport[0], mViewport[1], mViewport[2], mViewport[3]);
-  } else {
-    glViewport(0, 0, width() * ratio, height() * ratio);
-  }
+  return {0, 0, width() * ratio, height() * ratio};
+}
+
+void PreviewGLView::ApplyState() {
+  std::array<int, 4> viewport = Viewport();
+  glViewport(viewport[0], viewport[1], viewport[2], viewport[3]);
   glMatrixMode(GL_PROJECTION);
   glLoadIdentity();
   glOrtho(mOrtho[0], mOrtho[1], mOrtho[2], mOrtho[3], -1, 1);
@@ -105,12 +108,12 @@ std::array<double, 4> PreviewGLView::Projection() {
 
 void PreviewGLView::setDisplay(const pmDisplayPos* display) {
   std::lock_guard<std::recursive_mutex> guard(mLock);
-  mViewport = {display->rect[1], display->rect[0], display->rect[2], display->rect[3]};
+  mViewport = std::array<int, 4>{display->rect[1], display->rect[0], display->rect[2], display->rect[3]};
   if (!context()) return;
   makeCurrent();
   glColor4f(0, 0, 0, 1);
   glClear(GL_COLOR_BUFFER_BIT);
-  glViewport(mViewport[0], mViewport[1], mViewport[2], mViewport[3]);
+  glViewport((*mViewport)[0], (*mViewport)[1], (*mViewport)[2], (*mViewport)[3]);
   doneCurrent();
   update();
 }

@@ -180,6 +180,37 @@ TEST_F(PreviewerTest, ViewIsPlacedOnceAndLaterViewsOnlyUpdateTheProjection) {
   EXPECT_EQ(0, PreviewViews());
 }
 
+// The display rectangle's four integers go to the viewport as they are: x is the second, y
+// the first, width and height the third and fourth. A zero width or height stays zero.
+TEST_F(PreviewerTest, TheDisplayRectangleGoesToTheViewportUnchanged) {
+  Previewer* previewer = Previewer::Create();
+  pmDisplayPos display = Display();
+  previewer->SetDisplay(&display);
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  PreviewGLView* view = ShownView();
+  ASSERT_NE(nullptr, view);
+  EXPECT_EQ((std::array<int, 4>{0, 0, 320, 180}), view->Viewport());
+  struct Case {
+    std::array<int32_t, 4> rect;
+    std::array<int, 4> viewport;
+  };
+  const Case cases[] = {
+      {{10, 20, 160, 90}, {20, 10, 160, 90}},
+      {{10, 20, 0, 90}, {20, 10, 0, 90}},
+      {{0, 0, 320, 0}, {0, 0, 320, 0}},
+      {{-4, -3, 100, 50}, {-3, -4, 100, 50}},
+  };
+  for (const Case& c : cases) {
+    for (int i = 0; i < 4; ++i) display.rect[i] = c.rect[i];
+    previewer->SetDisplay(&display);
+    EXPECT_EQ(c.viewport, view->Viewport()) << display.rect[0] << " " << display.rect[1] << " " << display.rect[2]
+                                            << " " << display.rect[3];
+  }
+  previewer->Release();
+  RunGuiThreadWork();
+}
+
 // A preview view left in the host's view, directly or deeper down, is taken out of it but
 // not deleted: its owner deletes it.
 TEST_F(PreviewerTest, ALeftoverViewIsTakenOutWhenANewOneIsPlaced) {
