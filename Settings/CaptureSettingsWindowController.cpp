@@ -23,6 +23,10 @@ namespace {
 
 constexpr int kDefaultGrey = 89;
 
+// The names failure lines give the controller's methods, in the window controller's own form.
+const char kWindowMethod[] = "-[CaptureSettingsWindowController window]";
+const char kSetMainWindowMethod[] = "-[CaptureSettingsWindowController setMainWindow:]";
+
 // Item data of a pop-up's selected item; 0 with nothing selected, as a tag read from no item.
 int SelectedTag(QComboBox* popup) {
   QVariant tag = popup->currentData();
@@ -57,13 +61,14 @@ QDialog* CaptureSettingsWindowController::window() {
   if (mWindow) return mWindow;
   QFile file(QString::fromStdString(mUiPath));
   if (!file.open(QIODevice::ReadOnly)) {
-    KTN_LOG("Cannot open the dialog layout %s", mUiPath.c_str());
+    KTN_LOG_AS(kWindowMethod, "Cannot open the dialog layout %s", mUiPath.c_str());
     return nullptr;
   }
   QUiLoader loader;
   QDialog* dialog = qobject_cast<QDialog*>(loader.load(&file));
   if (!dialog) {
-    KTN_LOG("The dialog layout %s has no dialog: %s", mUiPath.c_str(), loader.errorString().toUtf8().constData());
+    KTN_LOG_AS(kWindowMethod, "The dialog layout %s has no dialog: %s", mUiPath.c_str(),
+               loader.errorString().toUtf8().constData());
     return nullptr;
   }
   mWindow = dialog;
@@ -82,7 +87,7 @@ QDialog* CaptureSettingsWindowController::window() {
   QPushButton* cancelButton = dialog->findChild<QPushButton*>("cancelButton");
   if (!mStandardTextField || !mFormatTextField || !mChannelsTextField || !mTypeTextField || !mRateTextField ||
       !mStandardPopup || !mFormatPopup || !mChannelsPopup || !mTypePopup || !mRatePopup || !okButton || !cancelButton) {
-    KTN_LOG("The dialog layout %s lacks one of its parts", mUiPath.c_str());
+    KTN_LOG_AS(kWindowMethod, "The dialog layout %s lacks one of its parts", mUiPath.c_str());
     delete mWindow.data();
     return nullptr;
   }
@@ -115,7 +120,8 @@ void CaptureSettingsWindowController::setMainWindow(QWidget* mainWindow) {
       if (bytes[0] == bytes[1] && bytes[1] == bytes[2]) {
         level = bytes[0];
       } else {
-        KTN_LOG("Interface colour isn't grey: a: %u r: %u g: %u b: %u", bytes[3], bytes[2], bytes[1], bytes[0]);
+        KTN_LOG_AS(kSetMainWindowMethod, "Interface colour isn't grey: a: %u r: %u g: %u b: %u", bytes[3], bytes[2],
+                   bytes[1], bytes[0]);
       }
     }
   }

@@ -2,6 +2,7 @@
 // what the card reports, OK and Cancel, and the host window's grey.
 #include <gtest/gtest.h>
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -24,6 +25,7 @@
 #include "Settings/LinuxSettingsDialog.h"
 #include "Settings/UserDefaults.h"
 #include "Util/CapturedStderr.h"
+#include "Util/ScratchFolder.h"
 #include "tests/OffscreenQtApplication.h"
 #include "Util/FourCC.h"
 
@@ -320,7 +322,8 @@ TEST_F(SettingsDialogTest, DialogBlendsIntoTheHostsGrey) {
       {QColor(60, 60, 60), 60, true, ""},
       {QColor(200, 200, 200), 200, false, ""},
       {QColor(200, 100, 50), 89, true,
-       "*** setMainWindow[#]: Interface colour isn't grey: a: 255 r: 50 g: 100 b: 200\n"},
+       "*** -[CaptureSettingsWindowController setMainWindow:][#]: Interface colour isn't grey: a: 255 r: 50 g: 100 "
+       "b: 200\n"},
   };
   for (const GreyCase& c : cases) {
     PaintHost(c.host);
@@ -367,7 +370,40 @@ TEST_F(SettingsDialogTest, MissingLayoutIsReported) {
   CaptureSettingsWindowController controller("/nonexistent/Settings.ui");
   Util::CapturedStderr captured;
   EXPECT_EQ(nullptr, controller.window());
-  EXPECT_EQ("*** window[#]: Cannot open the dialog layout /nonexistent/Settings.ui\n", captured.Text());
+  EXPECT_EQ("*** -[CaptureSettingsWindowController window][#]: Cannot open the dialog layout /nonexistent/Settings.ui\n",
+            captured.Text());
+}
+
+TEST_F(SettingsDialogTest, ALayoutWithoutItsPartsIsReported) {
+  Util::ScratchFolder scratch;
+  std::string path = scratch.Path() + "/Settings.ui";
+  FILE* file = fopen(path.c_str(), "w");
+  ASSERT_NE(nullptr, file);
+  fputs("<ui version=\"4.0\"><class>Settings</class><widget class=\"QDialog\" name=\"Settings\"/></ui>\n", file);
+  fclose(file);
+  CaptureSettingsWindowController controller(path);
+  Util::CapturedStderr captured;
+  EXPECT_EQ(nullptr, controller.window());
+  EXPECT_EQ("*** -[CaptureSettingsWindowController window][#]: The dialog layout " + path + " lacks one of its parts\n",
+            captured.Text());
+}
+
+// The dialog's own failure lines carry the names of its constructor, its destructor and Run.
+TEST_F(SettingsDialogTest, FailureLinesNameTheDialogsOperations) {
+  {
+    Util::CapturedStderr captured;
+    { LinuxSettingsDialog dialog(nullptr, &mSettings, SETTINGS_UI); }
+    EXPECT_EQ("*** SettingsDialog[#]: Invalid stdParms\n*** ~SettingsDialog[#]: Failed to get SP Basic Suite\n",
+              captured.Text());
+  }
+  {
+    LinuxSettingsDialog dialog(mHost.StdParms(), &mSettings, "/nonexistent/Settings.ui");
+    Util::CapturedStderr captured;
+    EXPECT_EQ(12, dialog.Run(&mInstance));
+    EXPECT_EQ("*** -[CaptureSettingsWindowController window][#]: Cannot open the dialog layout /nonexistent/Settings.ui\n"
+              "*** Run[#]: Failed to create settings window controller\n",
+              captured.Text());
+  }
 }
 
 }  // namespace
