@@ -143,16 +143,35 @@ TEST_F(PreviewerTest, SetViewBeforeSetDisplayOnlyReportsANullRectangle) {
   previewer->Release();
 }
 
+// A frame delivered while no view exists, before any display position or after one without
+// a host view, is dropped without a word: no view is made for it, it is not held, and it is
+// not handed over later, when a view comes; the next frame is.
 TEST_F(PreviewerTest, AFrameWithoutAViewIsDroppedSilently) {
   Previewer* previewer = Previewer::Create();
   FakeFrame* frame = new FakeFrame;
+  pmDisplayPos noHostView = Display();
+  noHostView.window = nullptr;
   Util::CapturedStderr captured;
+  EXPECT_EQ(0, previewer->DrawFrame(frame));
+  previewer->SetDisplay(&noHostView);
   EXPECT_EQ(0, previewer->DrawFrame(frame));
   EXPECT_EQ(0, previewer->DrawFrame(nullptr));
   EXPECT_EQ("", captured.Text());
-  EXPECT_EQ(0, sFramesSet);
+  EXPECT_EQ(0, PreviewViews()) << "no view is made for a frame";
+  EXPECT_EQ(2, frame->AddRef()) << "the previewer holds no reference to the frame";
+  frame->Release();
+  pmDisplayPos display = Display();
+  previewer->SetDisplay(&display);
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  RunGuiThreadWork();
+  ASSERT_EQ(1, PreviewViews());
+  EXPECT_EQ(0, sFramesSet) << "the dropped frames do not follow once there is a view";
+  EXPECT_EQ(0, previewer->DrawFrame(frame));
+  EXPECT_EQ(1, sFramesSet) << "the next frame goes to the view's helper";
   frame->Release();
   previewer->Release();
+  RunGuiThreadWork();
 }
 
 TEST_F(PreviewerTest, ViewIsPlacedOnceAndLaterViewsOnlyUpdateTheProjection) {
