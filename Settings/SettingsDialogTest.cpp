@@ -346,9 +346,25 @@ TEST_F(SettingsDialogTest, DialogBlendsIntoTheHostsGrey) {
 
 TEST_F(SettingsDialogTest, WithoutAHostWindowTheGreyIs89AndLabelsAreLight) {
   CaptureSettingsWindowController controller(SETTINGS_UI);
-  ASSERT_NE(nullptr, controller.window());
+  QDialog* window = controller.window();
+  ASSERT_NE(nullptr, window);
+  const char* const labels[] = {"mStandardTextField", "mFormatTextField", "mChannelsTextField", "mTypeTextField",
+                                "mRateTextField"};
+  for (const char* name : labels) {
+    ASSERT_NE(nullptr, window->findChild<QLabel*>(name)) << name;
+    EXPECT_NE(QColor::fromRgbF(0.75, 0.75, 0.75), window->findChild<QLabel*>(name)->palette().color(QPalette::WindowText))
+        << name << ": the layout's own colour is another";
+  }
+  Util::CapturedStderr captured;
   controller.setMainWindow(nullptr);
+  EXPECT_EQ("", captured.Text());
   EXPECT_EQ(89, controller.GreyLevel());
+  EXPECT_EQ(QColor(89, 89, 89), window->palette().color(QPalette::Window));
+  EXPECT_TRUE(window->autoFillBackground()) << "the background is painted in that grey";
+  for (const char* name : labels) {
+    EXPECT_EQ(QColor::fromRgbF(0.75, 0.75, 0.75), window->findChild<QLabel*>(name)->palette().color(QPalette::WindowText))
+        << name;
+  }
 }
 
 TEST_F(SettingsDialogTest, AudioMenusCarryTheirValuesAsTags) {
