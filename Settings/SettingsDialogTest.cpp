@@ -163,16 +163,19 @@ class SettingsDialogTest : public testing::Test {
   QWidget mHostWindow;
 };
 
+// The record's standard is the last item and its format the last of its row's, so neither
+// selection can come from a fallback to the first item.
 TEST_F(SettingsDialogTest, MenusOfferWhatTheCardReceives) {
   mCard.modes = {Mode(720, 486, RateOf(1)), Mode(1920, 1080, RateOf(13))};
+  mSettings = SignedCaptureSettings(19, 11, 2, 16, 48000);  // HD 1080i 50, DVCPROHD 1080i50
   Menus menus = MenusShown();
   std::vector<std::string> expected = {"NTSC 4x3", "NTSC 16x9", "-", "HD 1080p 25", "HD 1080i 50"};
   EXPECT_EQ(expected, menus.standards);
-  EXPECT_EQ("NTSC 4x3", menus.selectedStandard);
-  std::vector<std::string> formats = {"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2", "JPEG", "DV NTSC",
-                                      "DVCPRO50 NTSC"};
+  EXPECT_EQ("HD 1080i 50", menus.selectedStandard);
+  std::vector<std::string> formats = {"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2",
+                                      "Uncompressed RGB 10-bit 4:4:4", "JPEG", "DVCPROHD 1080i50"};
   EXPECT_EQ(formats, menus.formats);
-  EXPECT_EQ("Uncompressed 8-bit 4:2:2", menus.selectedFormat);
+  EXPECT_EQ("DVCPROHD 1080i50", menus.selectedFormat);
 }
 
 TEST_F(SettingsDialogTest, NoModesGiveAnEmptyStandardsMenu) {
