@@ -189,7 +189,11 @@ TEST(QTRecordClientTest, TheWaitForTheServerReturnsAsSoonAsItHasEnded) {
   close(nothing);
   auto ended = std::make_shared<std::promise<bool>>();
   std::future<bool> waited = ended->get_future();
-  std::thread([server, ended] { ended->set_value(server->WaitUntilExit(INT_MAX)); }).detach();
+  std::thread([server, ended] {
+    bool hasEnded = false;
+    long rc = server->WaitUntilExit(INT_MAX, hasEnded);
+    ended->set_value(rc == 0 && hasEnded);
+  }).detach();
   ASSERT_EQ(std::future_status::ready, waited.wait_for(std::chrono::seconds(30)))
       << "the wait sat out its bound after the server had ended";
   EXPECT_TRUE(waited.get());
@@ -344,7 +348,7 @@ rlim_t LimitLeaving(int room) {
 }
 
 // Out of descriptors, the pipes cannot be made: 12 with the client's own words, for the
-// command pipe and then for the response pipe.
+// command pipe and then for the response pipe, in one line from Init and no other.
 TEST(QTRecordClientTest, PipesThatCannotBeMadeAreReportedInTheClientsWords) {
   ServerFolder folder("no pipes");
   struct rlimit before;
@@ -372,7 +376,7 @@ TEST(QTRecordClientTest, PipesThatCannotBeMadeAreReportedInTheClientsWords) {
       text = captured.Text();
     }
     EXPECT_EQ(ENOMEM, rc);
-    EXPECT_NE(std::string::npos, text.find(c.line)) << "[" << text << "]";
+    EXPECT_EQ(c.line, text);
   }
 }
 
@@ -382,8 +386,8 @@ TEST(QTRecordClientTest, LaunchFailureReturnsItsErrno) {
     QTRecordClient client;
     CapturedStderr captured;
     EXPECT_EQ(ENOENT, client.Init("/nonexistent/Kestrin/QTRecordServer"));
-    EXPECT_EQ("*** Launch[#]: posix_spawn(/nonexistent/Kestrin/QTRecordServer) failed with errno 2 "
-              "(No such file or directory)\n",
+    EXPECT_EQ("*** Init[#]: posix_spawn failed with errno 2 (No such file or directory) for "
+              "/nonexistent/Kestrin/QTRecordServer\n",
               captured.Text());
     CapturedStderr again;
     EXPECT_EQ(5, client.Begin()) << "no server: the command fails at once instead of waiting";
@@ -401,6 +405,31 @@ TEST(QTRecordClientTest, NonExecutableServerIsRefused) {
   std::string text = captured.Text();
   // As root the execute bit is still required, so this is EACCES for everyone.
   EXPECT_EQ(EACCES, rc) << text;
+  EXPECT_EQ("*** Init[#]: posix_spawn failed with errno 13 (Permission denied) for " + folder.ServerPath() + "\n",
+            text);
+}
+
+// A server that its owner has already waited for cannot be waited for again: the
+// destructor reports that in its own name, once, and still closes everything.
+TEST(QTRecordClientTest, AWaitThatFailsIsReportedByTheDestructor) {
+  ServerFolder folder("reaped");
+  int descriptorsBefore = OpenDescriptorCount();
+  std::string text;
+  pid_t pid = 0;
+  {
+    auto client = std::make_unique<QTRecordClient>();
+    ASSERT_EQ(0, client->Init(folder.ServerPath().c_str()));
+    pid = client->ServerPid();
+    ASSERT_EQ(0, client->Exit());
+    int status = 0;
+    ASSERT_EQ(pid, waitpid(pid, &status, 0));
+    CapturedStderr captured;
+    client.reset();
+    text = captured.Text();
+  }
+  EXPECT_EQ("*** ~QTRecordClient[#]: waitpid(" + std::to_string(pid) + ") failed with errno 10 (No child processes)\n",
+            text);
+  EXPECT_EQ(descriptorsBefore, OpenDescriptorCount());
 }
 
 TEST(QTRecordClientTest, DestroyingAnUninitialisedClientDoesNothing) {
