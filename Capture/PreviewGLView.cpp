@@ -74,8 +74,8 @@ void PreviewGLView::ApplyState() {
 void PreviewGLView::paintGL() {
   std::lock_guard<std::recursive_mutex> guard(mLock);
   // Qt sets its own viewport before every paint; the display's and the view's come back.
+  // The clear colour is the context's own: nothing here sets it.
   ApplyState();
-  glClearColor(0, 0, 0, 1);
   glClear(GL_COLOR_BUFFER_BIT);
   glLoadIdentity();
   if (mVeldranScreenPreview) mVeldranScreenPreview->PaintGL();
