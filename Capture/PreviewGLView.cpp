@@ -34,7 +34,9 @@ PreviewGLView::PreviewGLView(QWidget* parent, IVeldranGLScreenPreviewHelper* hel
   format.setRedBufferSize(8);
   format.setGreenBufferSize(8);
   format.setBlueBufferSize(8);
-  format.setDepthBufferSize(24);
+  // 32 bits of depth are asked for; a platform that has no such buffer gives its deepest
+  // (Qt's framebuffer behind the widget has 24), and the view takes what it is given.
+  format.setDepthBufferSize(32);
   format.setSwapBehavior(QSurfaceFormat::DoubleBuffer);
   format.setSwapInterval(1);
   setFormat(format);

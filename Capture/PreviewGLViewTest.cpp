@@ -6,6 +6,8 @@
 #include <stdlib.h>
 
 #include <QApplication>
+#include <QOpenGLContext>
+#include <QSurfaceFormat>
 #include <QWidget>
 #include <array>
 #include <chrono>
@@ -102,6 +104,7 @@ class PreviewGLViewTest : public testing::Test {
     mPreviewer->SetView(&whole);
     mView = mHostView->findChild<PreviewGLView*>(PreviewGLView::kTagName);
     ASSERT_NE(nullptr, mView);
+    mAskedFormat = mView->format();  // once shown, format() tells what the context has
     mHostView->show();
   }
   void TearDown() override {
@@ -127,6 +130,7 @@ class PreviewGLViewTest : public testing::Test {
   std::unique_ptr<QWidget> mHostView;
   Previewer* mPreviewer = nullptr;
   PreviewGLView* mView = nullptr;
+  QSurfaceFormat mAskedFormat;
 };
 
 // A paint lets the helper paint with the context's clear colour, whatever that is: the view
@@ -138,6 +142,14 @@ TEST_F(PreviewGLViewTest, APaintLeavesTheClearColourAlone) {
   mView->update();
   ASSERT_TRUE(Painted(paints + 1));
   EXPECT_EQ(kHelperClearColour, sPainted.clearColour) << "nor at a later paint";
+}
+
+// The view asks for a 32-bit depth buffer and takes what the platform gives for it.
+TEST_F(PreviewGLViewTest, TheViewAsksForA32BitDepthBuffer) {
+  EXPECT_EQ(32, mAskedFormat.depthBufferSize());
+  ASSERT_TRUE(Painted(1)) << "no context with the format asked for";
+  ASSERT_NE(nullptr, mView->context());
+  EXPECT_TRUE(mView->context()->isValid());
 }
 
 }  // namespace
