@@ -3,6 +3,7 @@
 
 #include <GL/gl.h>
 
+#include <QEvent>
 #include <QMetaObject>
 #include <QSurfaceFormat>
 
@@ -43,7 +44,10 @@ PreviewGLView::PreviewGLView(QWidget* parent, IVeldranGLScreenPreviewHelper* hel
   setObjectName(kTagName);
   setProperty("tag", kTag);
   setAttribute(Qt::WA_TransparentForMouseEvents);
-  if (parent) setGeometry(parent->rect());
+  if (parent) {
+    setGeometry(parent->rect());
+    parent->installEventFilter(this);
+  }
 }
 
 PreviewGLView::~PreviewGLView() {
@@ -81,6 +85,18 @@ void PreviewGLView::paintGL() {
   glClear(GL_COLOR_BUFFER_BIT);
   glLoadIdentity();
   if (mVeldranScreenPreview) mVeldranScreenPreview->PaintGL();
+}
+
+bool PreviewGLView::event(QEvent* event) {
+  // The view's width and height follow the view it is in, whichever that is.
+  if (event->type() == QEvent::ParentAboutToChange && parentWidget()) parentWidget()->removeEventFilter(this);
+  if (event->type() == QEvent::ParentChange && parentWidget()) parentWidget()->installEventFilter(this);
+  return QOpenGLWidget::event(event);
+}
+
+bool PreviewGLView::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::Resize && watched == parentWidget()) setGeometry(parentWidget()->rect());
+  return QOpenGLWidget::eventFilter(watched, event);
 }
 
 void PreviewGLView::updateVideoFrame(IVeldranVideoFrame* frame) {

@@ -12,7 +12,8 @@
 namespace KTN {
 
 // Drawn by the card's OpenGL preview helper. updateVideoFrame may be called on any thread
-// (the card's preview thread); everything else on the GUI thread.
+// (the card's preview thread); everything else on the GUI thread. Placed over all of its
+// host's view, it follows that view's size by itself.
 class PreviewGLView : public QOpenGLWidget {
   Q_OBJECT
 
@@ -52,6 +53,9 @@ class PreviewGLView : public QOpenGLWidget {
  protected:
   void initializeGL() override;
   void paintGL() override;
+  // Watches the view it is in: when that view changes size, this view takes its new size.
+  bool event(QEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   PreviewGLView(QWidget* parent, IVeldranGLScreenPreviewHelper* helper);

@@ -152,5 +152,17 @@ TEST_F(PreviewGLViewTest, TheViewAsksForA32BitDepthBuffer) {
   EXPECT_TRUE(mView->context()->isValid());
 }
 
+// The view fills its host's view and keeps filling it as the host's view changes size, with
+// nobody but the host's view's own resizing involved.
+TEST_F(PreviewGLViewTest, TheViewFollowsItsHostsSize) {
+  ASSERT_TRUE(Painted(1));
+  EXPECT_EQ(mHostView->rect(), mView->geometry());
+  for (QSize size : {QSize(640, 360), QSize(200, 120)}) {
+    mHostView->resize(size);
+    EXPECT_TRUE(RunGuiThreadWorkUntil([&] { return mView->geometry() == QRect(QPoint(0, 0), size); }, 5000))
+        << size.width() << "x" << size.height() << ": the view is " << mView->width() << "x" << mView->height();
+  }
+}
+
 }  // namespace
 }  // namespace KTN
