@@ -331,5 +331,28 @@ TEST_F(PreviewerTest, WithoutAPreviewHelperNoViewIsMade) {
   previewer->Release();
 }
 
+// A previewer that could not make a view of its own still takes a leftover preview view out of
+// the host's view it is given, without deleting it.
+TEST_F(PreviewerTest, WithoutAViewOfItsOwnALeftoverIsStillTakenOut) {
+  QPointer<QWidget> leftover = new QWidget(&mHostView);
+  leftover->setObjectName(PreviewGLView::kTagName);
+  leftover->show();
+  SetVeldranEntryPointsForTesting(VeldranEntryPoints());
+  Previewer* previewer = Previewer::Create();
+  pmDisplayPos display = Display();
+  Util::CapturedStderr captured;
+  previewer->SetDisplay(&display);
+  EXPECT_NE("", captured.Text()) << "no view was made";
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  RunGuiThreadWork();
+  EXPECT_EQ(0, PreviewViews()) << "the leftover is out of the host's view";
+  ASSERT_FALSE(leftover.isNull()) << "taken out, not deleted";
+  EXPECT_EQ(nullptr, leftover->parentWidget());
+  EXPECT_FALSE(leftover->isVisible());
+  delete leftover.data();
+  previewer->Release();
+}
+
 }  // namespace
 }  // namespace KTN
