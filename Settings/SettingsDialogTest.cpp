@@ -311,6 +311,16 @@ TEST_F(SettingsDialogTest, DeviceThatCannotListItsModesShowsNoDialog) {
   EXPECT_EQ("*** Run[#]: GetSupportedInputDisplayModes returned -2147483646 (0x80000002)\n", captured.Text());
 }
 
+// The card is asked before the window's layout is loaded: when neither can be had, the result
+// is the card's and the layout is never looked at.
+TEST_F(SettingsDialogTest, TheCardIsAskedBeforeTheLayoutIsLoaded) {
+  mCard.modesResult = kVeldranFail;
+  LinuxSettingsDialog dialog(mHost.StdParms(), &mSettings, "/nonexistent/Settings.ui");
+  Util::CapturedStderr captured;
+  EXPECT_EQ(kVeldranFail, dialog.Run(&mInstance));
+  EXPECT_EQ("*** Run[#]: GetSupportedInputDisplayModes returned -2147483646 (0x80000002)\n", captured.Text());
+}
+
 // ---- The host's grey ----
 
 struct GreyCase {
