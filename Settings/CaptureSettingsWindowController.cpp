@@ -23,8 +23,7 @@ namespace {
 
 constexpr int kDefaultGrey = 89;
 
-// The names failure lines give the controller's methods, in the window controller's own form.
-const char kWindowMethod[] = "-[CaptureSettingsWindowController window]";
+// The name failure lines give the controller's method, in the window controller's own form.
 const char kSetMainWindowMethod[] = "-[CaptureSettingsWindowController setMainWindow:]";
 
 // Item data of a pop-up's selected item; 0 with nothing selected, as a tag read from no item.
@@ -60,17 +59,10 @@ CaptureSettingsWindowController::~CaptureSettingsWindowController() {
 QDialog* CaptureSettingsWindowController::window() {
   if (mWindow) return mWindow;
   QFile file(QString::fromStdString(mUiPath));
-  if (!file.open(QIODevice::ReadOnly)) {
-    KTN_LOG_AS(kWindowMethod, "Cannot open the dialog layout %s", mUiPath.c_str());
-    return nullptr;
-  }
+  if (!file.open(QIODevice::ReadOnly)) return nullptr;
   QUiLoader loader;
   QDialog* dialog = qobject_cast<QDialog*>(loader.load(&file));
-  if (!dialog) {
-    KTN_LOG_AS(kWindowMethod, "The dialog layout %s has no dialog: %s", mUiPath.c_str(),
-               loader.errorString().toUtf8().constData());
-    return nullptr;
-  }
+  if (!dialog) return nullptr;
   mWindow = dialog;
   // The outlets, by object name.
   mStandardTextField = dialog->findChild<QLabel*>("mStandardTextField");
@@ -87,7 +79,6 @@ QDialog* CaptureSettingsWindowController::window() {
   QPushButton* cancelButton = dialog->findChild<QPushButton*>("cancelButton");
   if (!mStandardTextField || !mFormatTextField || !mChannelsTextField || !mTypeTextField || !mRateTextField ||
       !mStandardPopup || !mFormatPopup || !mChannelsPopup || !mTypePopup || !mRatePopup || !okButton || !cancelButton) {
-    KTN_LOG_AS(kWindowMethod, "The dialog layout %s lacks one of its parts", mUiPath.c_str());
     delete mWindow.data();
     return nullptr;
   }

@@ -25,8 +25,8 @@ class CaptureSettingsWindowController : public QObject {
   explicit CaptureSettingsWindowController(const std::string& uiPath);
   ~CaptureSettingsWindowController() override;
 
-  // Loads the window; null (with a failure line) when the file cannot be loaded or lacks
-  // one of its parts.
+  // Loads the window; null, without a line of its own, when the file cannot be loaded or
+  // lacks one of its parts: the dialog reports that it has no window controller.
   QDialog* window();
   void setSettings(CaptureSettings* settings);
   // Samples the host window's top-left pixel and blends the dialog into its grey.
