@@ -135,7 +135,6 @@ void CaptureSettingsWindowController::setMainWindow(QWidget* mainWindow) {
 void CaptureSettingsWindowController::populateStandardsMenu() {
   mStandardPopup->clear();
   bool separatorPending = false;
-  bool matched = false;
   for (size_t i = 0; i < kSupportedStandardCount; ++i) {
     const SupportedStandard& row = gSupportedStandards[i];
     if (!row.name) {
@@ -149,22 +148,9 @@ void CaptureSettingsWindowController::populateStandardsMenu() {
     }
     mStandardPopup->addItem(QString::fromLatin1(row.name), static_cast<int>(i));
     separatorPending = false;
-    if (mSettings && mSettings->IsOfStandard(row)) {
-      mStandardPopup->setCurrentIndex(mStandardPopup->count() - 1);
-      matched = true;
-    }
+    if (mSettings && mSettings->IsOfStandard(row)) mStandardPopup->setCurrentIndex(mStandardPopup->count() - 1);
   }
-  if (!matched) {
-    // No row matches the record (a card that receives none of its standard): the first
-    // standard, never a leading separator, whose tag would leave the formats menu empty
-    // and make OK store nothing.
-    for (int i = 0; i < mStandardPopup->count(); ++i) {
-      if (mStandardPopup->itemData(i).toInt() != -1) {
-        mStandardPopup->setCurrentIndex(i);
-        break;
-      }
-    }
-  }
+  // With no row matching the record, the pop-up keeps the selection it made itself.
 }
 
 void CaptureSettingsWindowController::populateFormatsMenu() {

@@ -224,26 +224,28 @@ TEST_F(SettingsDialogTest, NtscDvRecordStillSelectsItsStandard) {
   EXPECT_EQ("DV NTSC", menus.selectedFormat);
 }
 
-TEST_F(SettingsDialogTest, WithoutAMatchingRowTheFirstStandardIsSelected) {
+// With no row matching the record the pop-up keeps its own selection, its first item: here
+// the separator before the first group the card receives, whose tag names no standard, so the
+// formats menu stays empty and OK changes nothing of the record.
+TEST_F(SettingsDialogTest, WithoutAMatchingRowThePopUpKeepsItsOwnSelection) {
   // A card that receives only HD, and the NTSC record of the defaults.
   mCard.modes = {Mode(1920, 1080, RateOf(13)), Mode(1920, 1080, RateOf(19))};
-  Menus menus = MenusShown();
-  ASSERT_EQ(std::vector<std::string>({"-", "HD 1080p 25", "HD 1080i 50"}), menus.standards);
-  EXPECT_EQ("HD 1080p 25", menus.selectedStandard) << "the leading separator is never the selection";
-  EXPECT_EQ(std::vector<std::string>({"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2",
-                                      "Uncompressed RGB 10-bit 4:4:4", "JPEG"}),
-            menus.formats);
-  // OK then stores that standard.
+  CaptureSettings before = mSettings;
+  int selectedTag = 0;
+  Menus menus;
   bool cancelled = true;
   EXPECT_EQ(0, RunDialog(
-                   [](QDialog* dialog) {
+                   [&](QDialog* dialog) {
+                     menus = Read(dialog);
+                     selectedTag = dialog->findChild<QComboBox*>("mStandardPopup")->currentData().toInt();
                      QTest::mouseClick(dialog->findChild<QPushButton*>("okButton"), Qt::LeftButton);
                    },
                    &cancelled));
+  ASSERT_EQ(std::vector<std::string>({"-", "HD 1080p 25", "HD 1080i 50"}), menus.standards);
+  EXPECT_EQ(-1, selectedTag) << "the leading separator, not the first standard";
+  EXPECT_TRUE(menus.formats.empty());
   EXPECT_FALSE(cancelled);
-  EXPECT_EQ(FourCC("Hp25"), mSettings.displayMode);
-  EXPECT_EQ(1920u, mSettings.width);
-  EXPECT_EQ(13, UserDefaults::Standard().IntegerForKey(kVideoStandardKey));
+  EXPECT_EQ(0, memcmp(&before, &mSettings, sizeof before)) << "OK with no standard stores nothing";
 }
 
 TEST_F(SettingsDialogTest, OkStoresTheChoice) {
