@@ -1,6 +1,7 @@
 // The settings dialog's window on Linux.
 #include "Settings/CaptureSettingsWindowController.h"
 
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <QApplication>
@@ -10,6 +11,7 @@
 #include <QFile>
 #include <QImage>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
 #include <QUiLoader>
 
@@ -22,6 +24,7 @@ namespace KTN {
 namespace {
 
 constexpr int kDefaultGrey = 89;
+constexpr int kSampleBufferBytes = 4096;
 
 // The name failure lines give the controller's method, in the window controller's own form.
 const char kSetMainWindowMethod[] = "-[CaptureSettingsWindowController setMainWindow:]";
@@ -104,16 +107,31 @@ void CaptureSettingsWindowController::setSettings(CaptureSettings* settings) {
 void CaptureSettingsWindowController::setMainWindow(QWidget* mainWindow) {
   int level = kDefaultGrey;
   if (mainWindow) {
-    // The host window's top-left pixel, as R, G, B, A bytes.
-    QImage pixel = mainWindow->grab(QRect(0, 0, 1, 1)).toImage().convertToFormat(QImage::Format_RGBA8888);
-    if (!pixel.isNull()) {
-      const uchar* bytes = pixel.constBits();
-      if (bytes[0] == bytes[1] && bytes[1] == bytes[2]) {
-        level = bytes[0];
+    // The host window's pixel at its origin, drawn into a bitmap of one pixel: R, G, B and A
+    // bytes, alpha premultiplied, over a zeroed buffer. An image that cannot be made draws
+    // nothing and the sample reads as clear.
+    QImage image = mainWindow->grab(QRect(0, 0, 1, 1)).toImage();
+    uchar* buffer = static_cast<uchar*>(calloc(1, kSampleBufferBytes));
+    if (!buffer) {
+      KTN_LOG_AS(kSetMainWindowMethod, "Failed to allocate %d byte buffer", kSampleBufferBytes);
+    } else {
+      QImage bitmap(buffer, 1, 1, 4, QImage::Format_RGBA8888_Premultiplied);
+      QPainter context;
+      if (bitmap.isNull() || !context.begin(&bitmap)) {
+        KTN_LOG_AS(kSetMainWindowMethod, "CGBitmapContextCreate failed");
       } else {
-        KTN_LOG_AS(kSetMainWindowMethod, "Interface colour isn't grey: a: %u r: %u g: %u b: %u", bytes[3], bytes[2],
-                   bytes[1], bytes[0]);
+        context.setCompositionMode(QPainter::CompositionMode_Source);
+        context.setOpacity(1.0);
+        context.drawImage(QRectF(0, 0, 1, 1), image, QRectF(0, 0, 1, 1));
+        context.end();
+        if (buffer[0] == buffer[1] && buffer[1] == buffer[2]) {
+          level = buffer[0];
+        } else {
+          KTN_LOG_AS(kSetMainWindowMethod, "Interface colour isn't grey: a: %u r: %u g: %u b: %u", buffer[3],
+                     buffer[2], buffer[1], buffer[0]);
+        }
       }
+      free(buffer);
     }
   }
   mGreyLevel = level;

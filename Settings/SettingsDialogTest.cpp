@@ -359,6 +359,22 @@ TEST_F(SettingsDialogTest, DialogBlendsIntoTheHostsGrey) {
   }
 }
 
+// A host window that gives no image of its origin (it has no area) draws nothing into the
+// zeroed sample, which then reads as grey 0: no failure, no line.
+TEST_F(SettingsDialogTest, AHostWindowWithoutAnImageReadsAsGreyZero) {
+  QWidget empty;
+  empty.resize(0, 0);
+  ASSERT_TRUE(empty.grab(QRect(0, 0, 1, 1)).isNull()) << empty.width() << "x" << empty.height();
+  CaptureSettingsWindowController controller(SETTINGS_UI);
+  QDialog* window = controller.window();
+  ASSERT_NE(nullptr, window);
+  Util::CapturedStderr captured;
+  controller.setMainWindow(&empty);
+  EXPECT_EQ("", captured.Text());
+  EXPECT_EQ(0, controller.GreyLevel());
+  EXPECT_EQ(QColor(0, 0, 0), window->palette().color(QPalette::Window));
+}
+
 TEST_F(SettingsDialogTest, WithoutAHostWindowTheGreyIs89AndLabelsAreLight) {
   CaptureSettingsWindowController controller(SETTINGS_UI);
   QDialog* window = controller.window();
