@@ -44,11 +44,12 @@ void LinuxPreviewer::SetDisplay(pmDisplayPos* display) {
 void LinuxPreviewer::SetView(prFloatRect* rect) {
   PreviewGLView* view = mPreviewView.load();
   QWidget* host = mHostView.data();
-  if (view && host && view->parentWidget() != host) {
+  if (host && (!view || view->parentWidget() != host)) {
     // A preview view left by another previewer, anywhere inside the host's view, is taken
-    // out of it but not deleted: that previewer still draws into it and deletes it.
+    // out of it but not deleted: that previewer still draws into it and deletes it. That
+    // holds also when this previewer has no view of its own to put there.
     if (QWidget* leftover = host->findChild<QWidget*>(PreviewGLView::kTagName)) PreviewGLView::TakeOut(leftover);
-    view->placeIn(host);
+    if (view) view->placeIn(host);
   }
   if (!rect) {
     KTN_LOG("Invalid view pointer");

@@ -3,6 +3,7 @@
 
 #include <GL/gl.h>
 
+#include <QEvent>
 #include <QMetaObject>
 #include <QSurfaceFormat>
 
@@ -34,14 +35,19 @@ PreviewGLView::PreviewGLView(QWidget* parent, IVeldranGLScreenPreviewHelper* hel
   format.setRedBufferSize(8);
   format.setGreenBufferSize(8);
   format.setBlueBufferSize(8);
-  format.setDepthBufferSize(24);
+  // 32 bits of depth are asked for; a platform that has no such buffer gives its deepest
+  // (Qt's framebuffer behind the widget has 24), and the view takes what it is given.
+  format.setDepthBufferSize(32);
   format.setSwapBehavior(QSurfaceFormat::DoubleBuffer);
   format.setSwapInterval(1);
   setFormat(format);
   setObjectName(kTagName);
   setProperty("tag", kTag);
   setAttribute(Qt::WA_TransparentForMouseEvents);
-  if (parent) setGeometry(parent->rect());
+  if (parent) {
+    setGeometry(parent->rect());
+    parent->installEventFilter(this);
+  }
 }
 
 PreviewGLView::~PreviewGLView() {
@@ -55,13 +61,16 @@ void PreviewGLView::initializeGL() {
   if (mVeldranScreenPreview) mVeldranScreenPreview->InitializeGL();
 }
 
-void PreviewGLView::ApplyState() {
+std::array<int, 4> PreviewGLView::Viewport() {
+  std::lock_guard<std::recursive_mutex> guard(mLock);
+  if (mViewport) return *mViewport;
   int ratio = static_cast<int>(devicePixelRatioF());
-  if (mViewport[2] > 0 && mViewport[3] > 0) {
-    glViewport(mViewport[0], mViewport[1], mViewport[2], mViewport[3]);
-  } else {
-    glViewport(0, 0, width() * ratio, height() * ratio);
-  }
+  return {0, 0, width() * ratio, height() * ratio};
+}
+
+void PreviewGLView::ApplyState() {
+  std::array<int, 4> viewport = Viewport();
+  glViewport(viewport[0], viewport[1], viewport[2], viewport[3]);
   glMatrixMode(GL_PROJECTION);
   glLoadIdentity();
   glOrtho(mOrtho[0], mOrtho[1], mOrtho[2], mOrtho[3], -1, 1);
@@ -71,11 +80,23 @@ void PreviewGLView::ApplyState() {
 void PreviewGLView::paintGL() {
   std::lock_guard<std::recursive_mutex> guard(mLock);
   // Qt sets its own viewport before every paint; the display's and the view's come back.
+  // The clear colour is the context's own: nothing here sets it.
   ApplyState();
-  glClearColor(0, 0, 0, 1);
   glClear(GL_COLOR_BUFFER_BIT);
   glLoadIdentity();
   if (mVeldranScreenPreview) mVeldranScreenPreview->PaintGL();
+}
+
+bool PreviewGLView::event(QEvent* event) {
+  // The view's width and height follow the view it is in, whichever that is.
+  if (event->type() == QEvent::ParentAboutToChange && parentWidget()) parentWidget()->removeEventFilter(this);
+  if (event->type() == QEvent::ParentChange && parentWidget()) parentWidget()->installEventFilter(this);
+  return QOpenGLWidget::event(event);
+}
+
+bool PreviewGLView::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::Resize && watched == parentWidget()) setGeometry(parentWidget()->rect());
+  return QOpenGLWidget::eventFilter(watched, event);
 }
 
 void PreviewGLView::updateVideoFrame(IVeldranVideoFrame* frame) {
@@ -105,12 +126,12 @@ std::array<double, 4> PreviewGLView::Projection() {
 
 void PreviewGLView::setDisplay(const pmDisplayPos* display) {
   std::lock_guard<std::recursive_mutex> guard(mLock);
-  mViewport = {display->rect[1], display->rect[0], display->rect[2], display->rect[3]};
+  mViewport = std::array<int, 4>{display->rect[1], display->rect[0], display->rect[2], display->rect[3]};
   if (!context()) return;
   makeCurrent();
   glColor4f(0, 0, 0, 1);
   glClear(GL_COLOR_BUFFER_BIT);
-  glViewport(mViewport[0], mViewport[1], mViewport[2], mViewport[3]);
+  glViewport((*mViewport)[0], (*mViewport)[1], (*mViewport)[2], (*mViewport)[3]);
   doneCurrent();
   update();
 }

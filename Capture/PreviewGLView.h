@@ -4,6 +4,7 @@
 #include <QOpenGLWidget>
 #include <array>
 #include <mutex>
+#include <optional>
 
 #include "DeviceAPI/VeldranAPI.h"
 #include "HostAPI/HostInterface.h"
@@ -11,7 +12,8 @@
 namespace KTN {
 
 // Drawn by the card's OpenGL preview helper. updateVideoFrame may be called on any thread
-// (the card's preview thread); everything else on the GUI thread.
+// (the card's preview thread); everything else on the GUI thread. Placed over all of its
+// host's view, it follows that view's size by itself.
 class PreviewGLView : public QOpenGLWidget {
   Q_OBJECT
 
@@ -35,6 +37,9 @@ class PreviewGLView : public QOpenGLWidget {
   // Clears, and sets the viewport from the display rectangle (x is its second integer, y
   // its first, width and height the third and fourth).
   void setDisplay(const pmDisplayPos* display);
+  // The viewport every paint sets: x, y, width, height in device pixels. The last display
+  // rectangle's values as they came, or the whole view before the first one.
+  std::array<int, 4> Viewport();
   // Shows the view over all of host, taken out of any earlier host. The view stays its
   // previewer's: when host goes, it takes the view out instead of deleting it.
   void placeIn(QWidget* host);
@@ -48,6 +53,9 @@ class PreviewGLView : public QOpenGLWidget {
  protected:
   void initializeGL() override;
   void paintGL() override;
+  // Watches the view it is in: when that view changes size, this view takes its new size.
+  bool event(QEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   PreviewGLView(QWidget* parent, IVeldranGLScreenPreviewHelper* helper);
@@ -56,7 +64,7 @@ class PreviewGLView : public QOpenGLWidget {
   // Guards every use of the view's OpenGL context.
   std::recursive_mutex mLock;
   IVeldranGLScreenPreviewHelper* mVeldranScreenPreview;  // one reference
-  std::array<int, 4> mViewport = {0, 0, 0, 0};           // x, y, width, height; width 0: the whole view
+  std::optional<std::array<int, 4>> mViewport;           // x, y, width, height; none until the first display
   std::array<double, 4> mOrtho = {-1, 1, -1, 1};         // left, right, bottom, top
   QMetaObject::Connection mHostGone;                     // the current host's destroyed signal to TakeOut
 };

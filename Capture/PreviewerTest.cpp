@@ -143,16 +143,35 @@ TEST_F(PreviewerTest, SetViewBeforeSetDisplayOnlyReportsANullRectangle) {
   previewer->Release();
 }
 
+// A frame delivered while no view exists, before any display position or after one without
+// a host view, is dropped without a word: no view is made for it, it is not held, and it is
+// not handed over later, when a view comes; the next frame is.
 TEST_F(PreviewerTest, AFrameWithoutAViewIsDroppedSilently) {
   Previewer* previewer = Previewer::Create();
   FakeFrame* frame = new FakeFrame;
+  pmDisplayPos noHostView = Display();
+  noHostView.window = nullptr;
   Util::CapturedStderr captured;
+  EXPECT_EQ(0, previewer->DrawFrame(frame));
+  previewer->SetDisplay(&noHostView);
   EXPECT_EQ(0, previewer->DrawFrame(frame));
   EXPECT_EQ(0, previewer->DrawFrame(nullptr));
   EXPECT_EQ("", captured.Text());
-  EXPECT_EQ(0, sFramesSet);
+  EXPECT_EQ(0, PreviewViews()) << "no view is made for a frame";
+  EXPECT_EQ(2, frame->AddRef()) << "the previewer holds no reference to the frame";
+  frame->Release();
+  pmDisplayPos display = Display();
+  previewer->SetDisplay(&display);
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  RunGuiThreadWork();
+  ASSERT_EQ(1, PreviewViews());
+  EXPECT_EQ(0, sFramesSet) << "the dropped frames do not follow once there is a view";
+  EXPECT_EQ(0, previewer->DrawFrame(frame));
+  EXPECT_EQ(1, sFramesSet) << "the next frame goes to the view's helper";
   frame->Release();
   previewer->Release();
+  RunGuiThreadWork();
 }
 
 TEST_F(PreviewerTest, ViewIsPlacedOnceAndLaterViewsOnlyUpdateTheProjection) {
@@ -178,6 +197,37 @@ TEST_F(PreviewerTest, ViewIsPlacedOnceAndLaterViewsOnlyUpdateTheProjection) {
   previewer->Release();
   RunGuiThreadWork();  // the view goes on the GUI thread
   EXPECT_EQ(0, PreviewViews());
+}
+
+// The display rectangle's four integers go to the viewport as they are: x is the second, y
+// the first, width and height the third and fourth. A zero width or height stays zero.
+TEST_F(PreviewerTest, TheDisplayRectangleGoesToTheViewportUnchanged) {
+  Previewer* previewer = Previewer::Create();
+  pmDisplayPos display = Display();
+  previewer->SetDisplay(&display);
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  PreviewGLView* view = ShownView();
+  ASSERT_NE(nullptr, view);
+  EXPECT_EQ((std::array<int, 4>{0, 0, 320, 180}), view->Viewport());
+  struct Case {
+    std::array<int32_t, 4> rect;
+    std::array<int, 4> viewport;
+  };
+  const Case cases[] = {
+      {{10, 20, 160, 90}, {20, 10, 160, 90}},
+      {{10, 20, 0, 90}, {20, 10, 0, 90}},
+      {{0, 0, 320, 0}, {0, 0, 320, 0}},
+      {{-4, -3, 100, 50}, {-3, -4, 100, 50}},
+  };
+  for (const Case& c : cases) {
+    for (int i = 0; i < 4; ++i) display.rect[i] = c.rect[i];
+    previewer->SetDisplay(&display);
+    EXPECT_EQ(c.viewport, view->Viewport()) << display.rect[0] << " " << display.rect[1] << " " << display.rect[2]
+                                            << " " << display.rect[3];
+  }
+  previewer->Release();
+  RunGuiThreadWork();
 }
 
 // A preview view left in the host's view, directly or deeper down, is taken out of it but
@@ -278,6 +328,29 @@ TEST_F(PreviewerTest, WithoutAPreviewHelperNoViewIsMade) {
             "*** SetDisplay[#]: Failed to initialise a PreviewGLView instance\n",
             captured.Text());
   EXPECT_EQ(0, PreviewViews());
+  previewer->Release();
+}
+
+// A previewer that could not make a view of its own still takes a leftover preview view out of
+// the host's view it is given, without deleting it.
+TEST_F(PreviewerTest, WithoutAViewOfItsOwnALeftoverIsStillTakenOut) {
+  QPointer<QWidget> leftover = new QWidget(&mHostView);
+  leftover->setObjectName(PreviewGLView::kTagName);
+  leftover->show();
+  SetVeldranEntryPointsForTesting(VeldranEntryPoints());
+  Previewer* previewer = Previewer::Create();
+  pmDisplayPos display = Display();
+  Util::CapturedStderr captured;
+  previewer->SetDisplay(&display);
+  EXPECT_NE("", captured.Text()) << "no view was made";
+  prFloatRect whole = {0, 0, 1, 1};
+  previewer->SetView(&whole);
+  RunGuiThreadWork();
+  EXPECT_EQ(0, PreviewViews()) << "the leftover is out of the host's view";
+  ASSERT_FALSE(leftover.isNull()) << "taken out, not deleted";
+  EXPECT_EQ(nullptr, leftover->parentWidget());
+  EXPECT_FALSE(leftover->isVisible());
+  delete leftover.data();
   previewer->Release();
 }
 

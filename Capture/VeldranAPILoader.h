@@ -30,6 +30,8 @@ void ResetVeldranAPIForTesting();
 
 // How many times the process has looked for the library (0 or 1).
 int VeldranAPILoadAttempts();
+// The bundle the process looked in for the library, or null before it looked.
+const char* VeldranAPIBundleLookedIn();
 
 }  // namespace KTN
 

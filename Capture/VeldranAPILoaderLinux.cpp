@@ -17,9 +17,11 @@ pthread_once_t gVeldranOnceControl = PTHREAD_ONCE_INIT;
 VeldranEntryPoints gEntryPoints;
 const char* gBundlePath = kVeldranAPIBundlePath;
 int gLoadAttempts = 0;
+const char* gBundleLookedIn = nullptr;
 
 void InitVeldranAPI() {
   ++gLoadAttempts;
+  gBundleLookedIn = gBundlePath;
   gEntryPoints = LoadVeldranAPI(gBundlePath);
 }
 
@@ -65,10 +67,15 @@ void ResetVeldranAPIForTesting() {
   gEntryPoints = VeldranEntryPoints();
   gBundlePath = kVeldranAPIBundlePath;
   gLoadAttempts = 0;
+  gBundleLookedIn = nullptr;
 }
 
 int VeldranAPILoadAttempts() {
   return gLoadAttempts;
+}
+
+const char* VeldranAPIBundleLookedIn() {
+  return gBundleLookedIn;
 }
 
 }  // namespace KTN

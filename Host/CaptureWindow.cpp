@@ -106,11 +106,8 @@ void CaptureWindow::PlacePreview() {
 }
 
 bool CaptureWindow::eventFilter(QObject* watched, QEvent* event) {
-  if (watched == mPreviewArea && event->type() == QEvent::Resize) {
-    PlacePreview();
-    // The plug-in's view fills the area it was placed in.
-    if (QWidget* view = mPreviewArea->findChild<QWidget*>("KTNW", Qt::FindDirectChildrenOnly)) view->setGeometry(mPreviewArea->rect());
-  }
+  // The plug-in's view follows the area's size by itself; the display position is the host's.
+  if (watched == mPreviewArea && event->type() == QEvent::Resize) PlacePreview();
   return QMainWindow::eventFilter(watched, event);
 }
 

@@ -3,16 +3,19 @@
 
 namespace KTN {
 
+// Open and the Close operations print nothing: they return the errno of the failed call,
+// which their caller reports in the name of the operation it is in.
 class Pipe {
  public:
   Pipe() = default;
+  // Closes the ends still held; a failure here, where no caller can report it, has its own line.
   ~Pipe();
 
   Pipe(const Pipe&) = delete;
   Pipe& operator=(const Pipe&) = delete;
 
   // Creates the pipe with both ends close-on-exec, so no other child inherits them.
-  // 0 or the errno of the failed call, with one failure line.
+  // 0 or the errno of the failed pipe2.
   long Open();
 
   // The descriptors, or -1.
@@ -23,9 +26,12 @@ class Pipe {
   int TakeReadEnd();
   int TakeWriteEnd();
 
-  // Closes one end now (the end a child process has inherited).
-  void CloseReadEnd();
-  void CloseWriteEnd();
+  // Closes one end now (the end a child process has inherited). 0 or the errno of the
+  // failed close; the descriptor is given up either way.
+  long CloseReadEnd();
+  long CloseWriteEnd();
+  // Closes both ends still held: 0 or the errno of the first failed close.
+  long Close();
 
  private:
   int mReadEnd = -1;

@@ -11,10 +11,13 @@ namespace KTN {
 
 namespace {
 
-void CloseDescriptor(int& fd) {
-  if (fd < 0) return;
-  if (close(fd) != 0) KTN_LOG("close(%d) failed with errno %ld (%s)", fd, static_cast<long>(errno), strerror(errno));
+// Closes fd when it is open and marks it closed: close(2) releases the descriptor even when
+// it reports a failure, so it is never closed twice. 0 or the errno of the failed close.
+long CloseDescriptor(int& fd) {
+  if (fd < 0) return 0;
+  long result = close(fd) != 0 ? errno : 0;
   fd = -1;
+  return result;
 }
 
 int Take(int& fd) {
@@ -26,17 +29,12 @@ int Take(int& fd) {
 }  // namespace
 
 Pipe::~Pipe() {
-  CloseDescriptor(mReadEnd);
-  CloseDescriptor(mWriteEnd);
+  if (long rc = Close()) KTN_LOG("close of a pipe end failed with errno %ld (%s)", rc, strerror(static_cast<int>(rc)));
 }
 
 long Pipe::Open() {
   int fds[2];
-  if (pipe2(fds, O_CLOEXEC) != 0) {
-    long error = errno;
-    KTN_LOG("pipe2 failed with errno %ld (%s)", error, strerror(errno));
-    return error;
-  }
+  if (pipe2(fds, O_CLOEXEC) != 0) return errno;
   mReadEnd = fds[0];
   mWriteEnd = fds[1];
   return 0;
@@ -44,7 +42,13 @@ long Pipe::Open() {
 
 int Pipe::TakeReadEnd() { return Take(mReadEnd); }
 int Pipe::TakeWriteEnd() { return Take(mWriteEnd); }
-void Pipe::CloseReadEnd() { CloseDescriptor(mReadEnd); }
-void Pipe::CloseWriteEnd() { CloseDescriptor(mWriteEnd); }
+long Pipe::CloseReadEnd() { return CloseDescriptor(mReadEnd); }
+long Pipe::CloseWriteEnd() { return CloseDescriptor(mWriteEnd); }
+
+long Pipe::Close() {
+  long readResult = CloseReadEnd();
+  long writeResult = CloseWriteEnd();
+  return readResult ? readResult : writeResult;
+}
 
 }  // namespace KTN

@@ -14,47 +14,70 @@
 
 namespace KTN {
 
-namespace {
-
-// Closes streams opened by an Init that failed before the endpoint took them over:
-// the read stream first, then the write stream.
-void CloseStreams(FILE* readStream, FILE* writeStream) {
-  if (readStream && fclose(readStream) != 0) KTN_LOG("fclose(readStream) returned %ld", static_cast<long>(errno));
-  if (writeStream && fclose(writeStream) != 0) KTN_LOG("fclose(writeStream) returned %ld", static_cast<long>(errno));
-}
-
-}  // namespace
-
 QTRecordClient::~QTRecordClient() {
   // The server ends once it has acknowledged Exit, which its owner sends before letting the
   // client go: wait for it first, with both streams still open.
-  if (!mTask.WaitUntilExit(kExitWaitMillis)) {
+  bool ended = true;
+  long waitError = mTask.WaitUntilExit(kExitWaitMillis, ended);
+  if (!ended) {
     // Still running: nobody told it to exit, or it is finishing a movie. Tell it, and end
     // its input, so that it finishes what it holds and leaves.
     if (mWriteStream) {
       SigpipeBlock noSigpipe;  // into a server that may be gone
       fprintf(mWriteStream, "%s\n", cmdExit);
     }
-    CloseWriteSide();
-    WaitWhileWorking();
+    const char* failedClose = nullptr;
+    if (long rc = CloseWriteSide(failedClose)) KTN_LOG("%s returned %ld", failedClose, rc);
+    // It is waited for as long as it uses CPU time or waits for the disk; one that has done
+    // neither for kIdleLimitSeconds is hung and is killed.
+    long long ticks = mTask.CpuTicks();
+    std::chrono::steady_clock::time_point idleSince = std::chrono::steady_clock::now();
+    while (!ended) {
+      waitError = mTask.WaitUntilExit(500, ended);
+      if (!ended && IdleTooLong(ticks, idleSince)) {
+        KTN_LOG("The recording server (process %d) has not ended in %d s and is doing nothing: stopped",
+                static_cast<int>(mTask.Pid()), kIdleLimitSeconds);
+        if (long rc = mTask.Kill()) {
+          KTN_LOG("kill(%d, SIGKILL) failed with errno %ld (%s)", static_cast<int>(mTask.Pid()), rc,
+                  strerror(static_cast<int>(rc)));
+        }
+        waitError = mTask.WaitUntilExit();
+        ended = true;
+      }
+    }
+  }
+  if (waitError) {
+    KTN_LOG("waitpid(%d) failed with errno %ld (%s)", static_cast<int>(mTask.Pid()), waitError,
+            strerror(static_cast<int>(waitError)));
   }
   if (mReadStream && fclose(mReadStream) != 0) KTN_LOG("fclose(mReadStream) returned %ld", static_cast<long>(errno));
   mReadStream = nullptr;
-  mResponsePipe.CloseReadEnd();
-  mResponsePipe.CloseWriteEnd();
-  CloseWriteSide();
+  if (long rc = mResponsePipe.Close()) {
+    KTN_LOG("close of the response pipe failed with errno %ld (%s)", rc, strerror(static_cast<int>(rc)));
+  }
+  const char* failedClose = nullptr;
+  if (long rc = CloseWriteSide(failedClose)) KTN_LOG("%s returned %ld", failedClose, rc);
 }
 
-void QTRecordClient::CloseWriteSide() {
+long QTRecordClient::CloseWriteSide(const char*& failedCall) {
+  long result = 0;
   if (mWriteStream) {
     // Closing flushes what is buffered (Exit, or what a failed write left), into a server
     // that may have gone.
     SigpipeBlock noSigpipe;
-    if (fclose(mWriteStream) != 0) KTN_LOG("fclose(mWriteStream) returned %ld", static_cast<long>(errno));
+    if (fclose(mWriteStream) != 0) {
+      result = errno;
+      failedCall = "fclose(mWriteStream)";
+    }
     mWriteStream = nullptr;
   }
-  mCommandPipe.CloseReadEnd();
-  mCommandPipe.CloseWriteEnd();
+  if (long rc = mCommandPipe.Close()) {
+    if (!result) {
+      result = rc;
+      failedCall = "close of the command pipe";
+    }
+  }
+  return result;
 }
 
 bool QTRecordClient::IdleTooLong(long long& ticks, std::chrono::steady_clock::time_point& idleSince) {
@@ -65,20 +88,6 @@ bool QTRecordClient::IdleTooLong(long long& ticks, std::chrono::steady_clock::ti
     return false;
   }
   return std::chrono::steady_clock::now() - idleSince >= std::chrono::seconds(kIdleLimitSeconds);
-}
-
-void QTRecordClient::WaitWhileWorking() {
-  long long ticks = mTask.CpuTicks();
-  std::chrono::steady_clock::time_point idleSince = std::chrono::steady_clock::now();
-  while (!mTask.WaitUntilExit(500)) {
-    if (IdleTooLong(ticks, idleSince)) {
-      KTN_LOG("The recording server (process %d) has not ended in %d s and is doing nothing: stopped",
-              static_cast<int>(mTask.Pid()), kIdleLimitSeconds);
-      mTask.Kill();
-      mTask.WaitUntilExit();
-      return;
-    }
-  }
 }
 
 long QTRecordClient::Init(const char* path) {
@@ -98,26 +107,32 @@ long QTRecordClient::Init(const char* path) {
     return error;
   }
   if (writeStream) mCommandPipe.TakeWriteEnd();
+  FILE* readStream = nullptr;
+  long result = 0;
   if (mResponsePipe.Open() != 0) {
     KTN_LOG("Failed to allocate a response NSPipe");
-    CloseStreams(nullptr, writeStream);
-    return ENOMEM;
+    result = ENOMEM;
+  } else {
+    errno = 0;
+    readStream = fdopen(mResponsePipe.ReadEnd(), "r");
+    if (!readStream && errno != 0) {
+      result = errno;
+      KTN_LOG("fdopen of readStream failed with %ld (%s)", result, strerror(errno));
+    } else {
+      // Buffered: an answer is read with one read(2). AwaitAnswer looks into the buffer
+      // before it polls the descriptor.
+      if (readStream) mResponsePipe.TakeReadEnd();
+      if (long rc = SimpleEndpointIPC::Init(readStream, writeStream)) {
+        KTN_LOG("RecordClient::Init returned %ld", rc);
+        result = rc;
+      }
+    }
   }
-  errno = 0;
-  FILE* readStream = fdopen(mResponsePipe.ReadEnd(), "r");
-  if (!readStream && errno != 0) {
-    long error = errno;
-    KTN_LOG("fdopen of readStream failed with %ld (%s)", error, strerror(errno));
-    CloseStreams(nullptr, writeStream);
-    return error;
-  }
-  // Buffered: an answer is read with one read(2). AwaitAnswer looks into the buffer before
-  // it polls the descriptor.
-  if (readStream) mResponsePipe.TakeReadEnd();
-  if (long rc = SimpleEndpointIPC::Init(readStream, writeStream)) {
-    KTN_LOG("RecordClient::Init returned %ld", rc);
-    CloseStreams(readStream, writeStream);
-    return rc;
+  if (result) {
+    // The endpoint has not taken the streams over: close what was opened, read stream first.
+    if (readStream && fclose(readStream) != 0) KTN_LOG("fclose(readStream) returned %ld", static_cast<long>(errno));
+    if (writeStream && fclose(writeStream) != 0) KTN_LOG("fclose(writeStream) returned %ld", static_cast<long>(errno));
+    return result;
   }
   // From here the endpoint owns the streams; the destructor closes them.
   char* copy = strdup(path);
@@ -125,20 +140,27 @@ long QTRecordClient::Init(const char* path) {
     KTN_LOG("strdup failed");
     return ENOMEM;
   }
-  long result = 0;
   errno = 0;
   const char* directory = dirname(copy);
   if (!directory && errno != 0) {
     result = errno;
     KTN_LOG("dirname returned %ld (%s)", result, strerror(errno));
   } else {
-    result = mTask.Launch(path, directory, mCommandPipe.ReadEnd(), mResponsePipe.WriteEnd());
+    const char* failedCall = "posix_spawn";
+    result = mTask.Launch(path, directory, mCommandPipe.ReadEnd(), mResponsePipe.WriteEnd(), &failedCall);
+    if (result) {
+      KTN_LOG("%s failed with errno %ld (%s) for %s", failedCall, result, strerror(static_cast<int>(result)), path);
+    }
   }
   free(copy);
   // The child holds its own copies of these ends. Closing ours means a server that dies,
   // or never started, reads as the end of the stream instead of a wait for ever.
-  mCommandPipe.CloseReadEnd();
-  mResponsePipe.CloseWriteEnd();
+  if (long rc = mCommandPipe.CloseReadEnd()) {
+    KTN_LOG("close of the command pipe's read end failed with errno %ld (%s)", rc, strerror(static_cast<int>(rc)));
+  }
+  if (long rc = mResponsePipe.CloseWriteEnd()) {
+    KTN_LOG("close of the response pipe's write end failed with errno %ld (%s)", rc, strerror(static_cast<int>(rc)));
+  }
   return result;
 }
 
@@ -176,7 +198,10 @@ long QTRecordClient::AwaitAnswer(const char* command, int budgetMillis) {
     } else if (IdleTooLong(mTicks, mIdleSince)) {
       KTN_LOG("The recording server (process %d) has not answered %s in %d s and is doing nothing: stopped",
               static_cast<int>(mTask.Pid()), command, kIdleLimitSeconds);
-      mTask.Kill();
+      if (long rc = mTask.Kill()) {
+        KTN_LOG("kill(%d, SIGKILL) failed with errno %ld (%s)", static_cast<int>(mTask.Pid()), rc,
+                strerror(static_cast<int>(rc)));
+      }
       return ETIMEDOUT;
     }
     if (budgetMillis >= 0 && Clock::now() >= deadline) return EINPROGRESS;

@@ -56,15 +56,14 @@ class QTRecordClient : public QTRecordClientIPC {
   void CommandSent() override;
 
  private:
-  // Waits for the server to end as long as it uses CPU time or waits for the disk; kills it
-  // once it has done neither for kIdleLimitSeconds.
-  void WaitWhileWorking();
   // Whether the server has done nothing (used no CPU time, not waited for the disk) for
   // kIdleLimitSeconds; ticks and idleSince hold its CPU time and when it was last seen
   // working, updated when it has been.
   bool IdleTooLong(long long& ticks, std::chrono::steady_clock::time_point& idleSince);
-  // Closes the command stream (flushing what it holds) and the command pipe's ends.
-  void CloseWriteSide();
+  // Closes the command stream (flushing what it holds) and the command pipe's ends. 0, or
+  // the errno of the first close that failed with its name in failedCall, for the
+  // destructor to report.
+  long CloseWriteSide(const char*& failedCall);
 
   // Serialises command exchanges (write, flush, read acknowledgement) between threads.
   Core::Lockable mLock;

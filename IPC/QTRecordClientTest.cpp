@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -11,8 +13,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -21,6 +25,7 @@
 
 #include "IPC/QTRecordClient.h"
 #include "IPC/RecorderCommands.h"
+#include "IPC/ServerProcess.h"
 #include "Util/CapturedStderr.h"
 #include "Util/ScratchFolder.h"
 #include "Util/FourCC.h"
@@ -67,6 +72,53 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
+// A client whose two streams can be put behind streams that note, in events, when each is
+// closed and whether the server had ended and been waited for by then; closeError, when not
+// 0, makes each close fail with that errno after the stream underneath has been closed.
+class FakeWatchedClient : public QTRecordClient {
+ public:
+  void WatchStreams(std::vector<std::string>* events, int closeError) {
+    mReadStream = Watch(mReadStream, "read stream", "r", events, closeError);
+    mWriteStream = Watch(mWriteStream, "write stream", "w", events, closeError);
+  }
+
+ private:
+  struct Watched {
+    FILE* inner;
+    const char* name;
+    std::vector<std::string>* events;
+    pid_t server;
+    int closeError;
+  };
+  static ssize_t Read(void* cookie, char* buffer, size_t size) {
+    return static_cast<ssize_t>(fread(buffer, 1, size, static_cast<Watched*>(cookie)->inner));
+  }
+  static ssize_t Write(void* cookie, const char* buffer, size_t size) {
+    Watched* watched = static_cast<Watched*>(cookie);
+    watched->events->push_back(std::string(watched->name) + " written: " + std::string(buffer, size));
+    size_t written = fwrite(buffer, 1, size, watched->inner);
+    fflush(watched->inner);
+    return static_cast<ssize_t>(written);
+  }
+  static int Close(void* cookie) {
+    Watched* watched = static_cast<Watched*>(cookie);
+    bool ended = kill(watched->server, 0) != 0 && errno == ESRCH;
+    watched->events->push_back(std::string(watched->name) + (ended ? " closed, server gone" : " closed, server there"));
+    fclose(watched->inner);
+    int error = watched->closeError;
+    delete watched;
+    if (error) {
+      errno = error;
+      return -1;
+    }
+    return 0;
+  }
+  FILE* Watch(FILE* inner, const char* name, const char* mode, std::vector<std::string>* events, int closeError) {
+    cookie_io_functions_t functions = {Read, Write, nullptr, Close};
+    return fopencookie(new Watched{inner, name, events, ServerPid(), closeError}, mode, functions);
+  }
+};
+
 TEST(QTRecordClientTest, ServerRunsInItsOwnFolderEvenWithSpacesInThePath) {
   ServerFolder folder("My Disk/Kestrin Capture.bundle/Contents/Resources");
   std::string report = folder.Root() + "/where the server ran.txt";
@@ -111,6 +163,45 @@ TEST(QTRecordClientTest, DestructionWaitsForTheServerBeforeClosingItsPipes) {
   EXPECT_EQ("loop ended by Exit, input open, answers read", ReadFile(observed));
 }
 
+// Once the server has acknowledged Exit and ended, destruction closes the read stream, then
+// the write stream, both after the server has been waited for, and sends nothing more.
+TEST(QTRecordClientTest, AfterExitDestructionClosesTheReadStreamFirstOnceTheServerHasEnded) {
+  ServerFolder folder("close order");
+  std::vector<std::string> events;
+  {
+    FakeWatchedClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    ASSERT_EQ(0, client.Exit());
+    client.WatchStreams(&events, 0);
+  }
+  EXPECT_EQ((std::vector<std::string>{"read stream closed, server gone", "write stream closed, server gone"}), events);
+}
+
+// The wait for the server returns when the process ends, not when its bound runs out: with a
+// bound of almost 25 days, a server that ends at once is waited for at once. A watchdog
+// fails the test instead of letting a wait that sits out its bound hang the run.
+TEST(QTRecordClientTest, TheWaitForTheServerReturnsAsSoonAsItHasEnded) {
+  int nothing = open("/dev/null", O_RDWR);
+  ASSERT_GE(nothing, 0);
+  auto server = std::make_shared<ServerProcess>();
+  // Its input ends at once: the stand-in's loop reads the end of it and the process ends.
+  ASSERT_EQ(0, server->Launch(FAKE_RECORD_SERVER, "/", nothing, nothing));
+  close(nothing);
+  auto ended = std::make_shared<std::promise<bool>>();
+  std::future<bool> waited = ended->get_future();
+  std::thread([server, ended] {
+    bool hasEnded = false;
+    long rc = server->WaitUntilExit(INT_MAX, hasEnded);
+    ended->set_value(rc == 0 && hasEnded);
+  }).detach();
+  ASSERT_EQ(std::future_status::ready, waited.wait_for(std::chrono::seconds(30)))
+      << "the wait sat out its bound after the server had ended";
+  EXPECT_TRUE(waited.get());
+  ASSERT_TRUE(WIFEXITED(server->ExitStatus()));
+  EXPECT_EQ(1, WEXITSTATUS(server->ExitStatus())) << "its loop ended with the end of its input";
+  EXPECT_EQ(-1, kill(server->Pid(), 0)) << "waited for";
+}
+
 // An owner that lets the client go without Exit: after a bounded wait the server is told
 // to exit and its input ends, and destruction returns.
 TEST(QTRecordClientTest, DestructionWithoutExitTellsTheServerAndReturns) {
@@ -125,6 +216,23 @@ TEST(QTRecordClientTest, DestructionWithoutExitTellsTheServerAndReturns) {
   }
   EXPECT_EQ(-1, kill(pid, 0)) << "the server has ended and been waited for";
   EXPECT_EQ("loop ended by Exit, input ended, answers read", ReadFile(observed));
+}
+
+// A stream that cannot be closed is reported by the destructor, which closes both.
+TEST(QTRecordClientTest, StreamsThatFailToCloseAreReportedByTheDestructor) {
+  ServerFolder folder("close failures");
+  std::vector<std::string> events;
+  CapturedStderr captured;
+  {
+    FakeWatchedClient client;
+    ASSERT_EQ(0, client.Init(folder.ServerPath().c_str()));
+    ASSERT_EQ(0, client.Exit());
+    client.WatchStreams(&events, EIO);
+  }
+  EXPECT_EQ("*** ~QTRecordClient[#]: fclose(mReadStream) returned 5\n"
+            "*** ~QTRecordClient[#]: fclose(mWriteStream) returned 5\n",
+            captured.Text());
+  EXPECT_EQ(2u, events.size());
 }
 
 TEST(QTRecordClientTest, KilledServerAnswers5AndDestructionDoesNotHang) {
@@ -240,7 +348,7 @@ rlim_t LimitLeaving(int room) {
 }
 
 // Out of descriptors, the pipes cannot be made: 12 with the client's own words, for the
-// command pipe and then for the response pipe.
+// command pipe and then for the response pipe, in one line from Init and no other.
 TEST(QTRecordClientTest, PipesThatCannotBeMadeAreReportedInTheClientsWords) {
   ServerFolder folder("no pipes");
   struct rlimit before;
@@ -268,7 +376,7 @@ TEST(QTRecordClientTest, PipesThatCannotBeMadeAreReportedInTheClientsWords) {
       text = captured.Text();
     }
     EXPECT_EQ(ENOMEM, rc);
-    EXPECT_NE(std::string::npos, text.find(c.line)) << "[" << text << "]";
+    EXPECT_EQ(c.line, text);
   }
 }
 
@@ -278,8 +386,8 @@ TEST(QTRecordClientTest, LaunchFailureReturnsItsErrno) {
     QTRecordClient client;
     CapturedStderr captured;
     EXPECT_EQ(ENOENT, client.Init("/nonexistent/Kestrin/QTRecordServer"));
-    EXPECT_EQ("*** Launch[#]: posix_spawn(/nonexistent/Kestrin/QTRecordServer) failed with errno 2 "
-              "(No such file or directory)\n",
+    EXPECT_EQ("*** Init[#]: posix_spawn failed with errno 2 (No such file or directory) for "
+              "/nonexistent/Kestrin/QTRecordServer\n",
               captured.Text());
     CapturedStderr again;
     EXPECT_EQ(5, client.Begin()) << "no server: the command fails at once instead of waiting";
@@ -297,6 +405,31 @@ TEST(QTRecordClientTest, NonExecutableServerIsRefused) {
   std::string text = captured.Text();
   // As root the execute bit is still required, so this is EACCES for everyone.
   EXPECT_EQ(EACCES, rc) << text;
+  EXPECT_EQ("*** Init[#]: posix_spawn failed with errno 13 (Permission denied) for " + folder.ServerPath() + "\n",
+            text);
+}
+
+// A server that its owner has already waited for cannot be waited for again: the
+// destructor reports that in its own name, once, and still closes everything.
+TEST(QTRecordClientTest, AWaitThatFailsIsReportedByTheDestructor) {
+  ServerFolder folder("reaped");
+  int descriptorsBefore = OpenDescriptorCount();
+  std::string text;
+  pid_t pid = 0;
+  {
+    auto client = std::make_unique<QTRecordClient>();
+    ASSERT_EQ(0, client->Init(folder.ServerPath().c_str()));
+    pid = client->ServerPid();
+    ASSERT_EQ(0, client->Exit());
+    int status = 0;
+    ASSERT_EQ(pid, waitpid(pid, &status, 0));
+    CapturedStderr captured;
+    client.reset();
+    text = captured.Text();
+  }
+  EXPECT_EQ("*** ~QTRecordClient[#]: waitpid(" + std::to_string(pid) + ") failed with errno 10 (No child processes)\n",
+            text);
+  EXPECT_EQ(descriptorsBefore, OpenDescriptorCount());
 }
 
 TEST(QTRecordClientTest, DestroyingAnUninitialisedClientDoesNothing) {

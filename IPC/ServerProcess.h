@@ -14,18 +14,24 @@ class ServerProcess {
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;
 
+  // None of the operations below prints anything: each returns the errno of what failed,
+  // and its caller reports it in the name of the operation it is in.
+
   // Starts the executable at path (no shell, no arguments) in the working directory
   // directory, with standardInput and standardOutput as its descriptors 0 and 1 and this
   // process's standard error as its own. The child inherits no other descriptor, a clear
-  // signal mask and default signal actions. 0 or the errno of the failed launch, with one
-  // failure line.
-  long Launch(const char* path, const char* directory, int standardInput, int standardOutput);
+  // signal mask and default signal actions. 0, or the errno of the failed launch with the
+  // name of the call that failed in failedCall when that is not null.
+  long Launch(const char* path, const char* directory, int standardInput, int standardOutput,
+              const char** failedCall = nullptr);
 
   // Blocks until the child has ended. Returns at once when nothing was launched or it has
-  // been waited for already.
-  void WaitUntilExit();
-  // The same for at most timeoutMillis: whether the child has ended (or none was launched).
-  bool WaitUntilExit(int timeoutMillis);
+  // been waited for already. 0, or the errno of a failed waitpid (the child then counts as
+  // waited for: it cannot be waited for again).
+  long WaitUntilExit();
+  // The same for at most timeoutMillis; ended tells whether the child has ended (or none was
+  // launched, or it could not be waited for).
+  long WaitUntilExit(int timeoutMillis, bool& ended);
 
   // CPU time the child has used so far, in clock ticks, or -1 when it is stopped (by
   // SIGSTOP or a debugger), gone or cannot be examined: a child whose figure does not
@@ -36,8 +42,9 @@ class ServerProcess {
   // longer than any idle limit while using no CPU time): working, not hung.
   bool WaitingForDisk() const;
 
-  // Ends a child that no longer answers (SIGKILL); the owner still waits for it.
-  void Kill();
+  // Ends a child that no longer answers (SIGKILL); the owner still waits for it. 0 or the
+  // errno of the failed kill.
+  long Kill();
 
   // The child's process ID, or 0 when none was launched.
   pid_t Pid() const { return mPid; }

@@ -4,7 +4,6 @@
 #include <stdio.h>
 #include <signal.h>
 #include <spawn.h>
-#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,7 +11,6 @@
 
 #include "IPC/ProcStatLinux.h"
 #include "IPC/ServerProcess.h"
-#include "Util/Log.h"
 
 extern char** environ;
 
@@ -36,7 +34,8 @@ struct SpawnSetup {
 
 }  // namespace
 
-long ServerProcess::Launch(const char* path, const char* directory, int standardInput, int standardOutput) {
+long ServerProcess::Launch(const char* path, const char* directory, int standardInput, int standardOutput,
+                           const char** failedCall) {
   SpawnSetup setup;
   long rc = posix_spawn_file_actions_adddup2(&setup.actions, standardInput, STDIN_FILENO);
   if (!rc) rc = posix_spawn_file_actions_adddup2(&setup.actions, standardOutput, STDOUT_FILENO);
@@ -51,51 +50,55 @@ long ServerProcess::Launch(const char* path, const char* directory, int standard
   if (!rc) rc = posix_spawnattr_setsigdefault(&setup.attributes, &allSignals);
   if (!rc) rc = posix_spawnattr_setflags(&setup.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   if (rc) {
-    KTN_LOG("posix_spawn set-up failed with errno %ld (%s)", rc, strerror(static_cast<int>(rc)));
+    if (failedCall) *failedCall = "posix_spawn set-up";
     return rc;
   }
   char* const arguments[] = {const_cast<char*>(path), nullptr};
   pid_t pid = 0;
   rc = posix_spawn(&pid, path, &setup.actions, &setup.attributes, arguments, environ);
   if (rc) {
-    KTN_LOG("posix_spawn(%s) failed with errno %ld (%s)", path, rc, strerror(static_cast<int>(rc)));
+    if (failedCall) *failedCall = "posix_spawn";
     return rc;
   }
   mPid = pid;
   return 0;
 }
 
-void ServerProcess::WaitUntilExit() {
-  if (mPid <= 0 || mWaited) return;
+long ServerProcess::WaitUntilExit() {
+  if (mPid <= 0 || mWaited) return 0;
   int status = 0;
   pid_t waited;
   while ((waited = waitpid(mPid, &status, 0)) < 0 && errno == EINTR) {
   }
+  long result = 0;
   if (waited < 0) {
-    KTN_LOG("waitpid(%d) failed with errno %ld (%s)", static_cast<int>(mPid), static_cast<long>(errno), strerror(errno));
+    result = errno;
   } else {
     mExitStatus = status;
   }
   mWaited = true;
+  return result;
 }
 
-bool ServerProcess::WaitUntilExit(int timeoutMillis) {
-  if (mPid <= 0 || mWaited) return true;
+long ServerProcess::WaitUntilExit(int timeoutMillis, bool& ended) {
+  ended = true;
+  if (mPid <= 0 || mWaited) return 0;
   for (int waitedMillis = 0;; waitedMillis += 5) {
     int status = 0;
     pid_t waited = waitpid(mPid, &status, WNOHANG);
     if (waited == mPid) {
       mExitStatus = status;
       mWaited = true;
-      return true;
+      return 0;
     }
     if (waited < 0 && errno != EINTR) {
-      KTN_LOG("waitpid(%d) failed with errno %ld (%s)", static_cast<int>(mPid), static_cast<long>(errno),
-              strerror(errno));
       mWaited = true;
-      return true;
+      return errno;
     }
-    if (waitedMillis >= timeoutMillis) return false;
+    if (waitedMillis >= timeoutMillis) {
+      ended = false;
+      return 0;
+    }
     usleep(5000);
   }
 }
@@ -132,11 +135,9 @@ bool ServerProcess::WaitingForDisk() const {
   return waiting;
 }
 
-void ServerProcess::Kill() {
-  if (mPid > 0 && !mWaited && kill(mPid, SIGKILL) != 0) {
-    KTN_LOG("kill(%d, SIGKILL) failed with errno %ld (%s)", static_cast<int>(mPid), static_cast<long>(errno),
-            strerror(errno));
-  }
+long ServerProcess::Kill() {
+  if (mPid > 0 && !mWaited && kill(mPid, SIGKILL) != 0) return errno;
+  return 0;
 }
 
 }  // namespace KTN

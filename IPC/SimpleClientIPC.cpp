@@ -37,10 +37,10 @@ long SimpleClientIPC::WriteCommand(const char* caller, const char* command, cons
     KTN_LOG_AS(caller, "Argument string \"%s\" too long (max %d)", argument, kMaxArgumentLength);
     return EINVAL;
   }
-  // One line is one command: a line break in the argument would make the rest of it a
-  // command of its own.
-  if (argument && strpbrk(argument, "\n\r")) {
-    KTN_LOG_AS(caller, "Argument of %s holds a line break: refused", command);
+  // One line is one command: a line feed in the argument would make the rest of it a
+  // command of its own. A carriage return is an ordinary character of the argument.
+  if (argument && strchr(argument, '\n')) {
+    KTN_LOG_AS(caller, "Argument of %s holds a line feed: refused", command);
     return EINVAL;
   }
   if (mPendingCommand) {

@@ -23,7 +23,7 @@ class SimpleClientIPC : public SimpleEndpointIPC {
 
   // Sends "<command> <argument>" (argument may be null) and waits for the answer. Returns
   // the acknowledged status, 22 for a refused command (null, command over 32 or argument
-  // over 4096 characters, an argument holding a line break: nothing is written) or a bad
+  // over 4096 characters, an argument holding a line feed: nothing is written) or a bad
   // acknowledgement, 5 when no acknowledgement can be read (the server has gone), 16
   // (EBUSY) while the answer to a command sent with SendCommand is still to be received.
   // A server that has gone away never raises SIGPIPE in the caller's process. Allocates

@@ -71,18 +71,22 @@ TEST(SimpleClientIPCTest, OverlongArgumentIsRefusedAndNothingWritten) {
   EXPECT_EQ("", harness.Written());
 }
 
-TEST(SimpleClientIPCTest, ArgumentWithALineBreakIsRefusedAndNothingWritten) {
-  for (const char* argument : {"/tmp/a\nExit.mov", "/tmp/b\r.mov", "\n"}) {
+TEST(SimpleClientIPCTest, ArgumentWithALineFeedIsRefusedAndNothingWritten) {
+  for (const char* argument : {"/tmp/a\nExit.mov", "/tmp/b\r\n.mov", "\n"}) {
     ClientHarness harness("SetFilePath 0\n");
     CapturedStderr captured;
     EXPECT_EQ(22, harness.Client().SendCommandSync("SetFilePath", argument));
-    EXPECT_EQ("*** SendCommandSync[#]: Argument of SetFilePath holds a line break: refused\n", captured.Text());
+    EXPECT_EQ("*** SendCommandSync[#]: Argument of SetFilePath holds a line feed: refused\n", captured.Text());
     EXPECT_EQ("", harness.Written());
   }
-  // Spaces, quotes and UTF-8 pass as they are.
-  ClientHarness harness("SetFilePath 0\n");
-  EXPECT_EQ(0, harness.Client().SendCommandSync("SetFilePath", "/tmp/Take 1 \"A\" 'b' \xc3\xa9t\xc3\xa9.mov"));
-  EXPECT_EQ("SetFilePath /tmp/Take 1 \"A\" 'b' \xc3\xa9t\xc3\xa9.mov\n", harness.Written());
+  // Spaces, quotes, UTF-8 and carriage returns pass as they are: only a line feed ends a line.
+  for (const char* argument : {"/tmp/Take 1 \"A\" 'b' \xc3\xa9t\xc3\xa9.mov", "/tmp/b\r.mov", "\r"}) {
+    ClientHarness harness("SetFilePath 0\n");
+    CapturedStderr captured;
+    EXPECT_EQ(0, harness.Client().SendCommandSync("SetFilePath", argument));
+    EXPECT_EQ(std::string("SetFilePath ") + argument + "\n", harness.Written());
+    EXPECT_EQ("", captured.Text());
+  }
 }
 
 TEST(SimpleClientIPCTest, NullCommandIsRefused) {

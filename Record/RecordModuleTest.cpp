@@ -343,12 +343,25 @@ TEST_F(RecordModuleTest, BlobOfVersion2IsIgnoredAtOpenAndReplacedInShowOptions) 
   Close(instance);
 }
 
+// With the flags word set, an open instance's options are left alone: no blob is made for
+// the host, no dialog is asked for, and the instance keeps its settings.
 TEST_F(RecordModuleTest, ShowOptionsWithFlagsSetDoesNothing) {
+  UseCard();
+  CaptureSettings blob = Settings(13, 3);
+  CapPriv* instance = Open(&blob);
+  ASSERT_NE(nullptr, instance);
+  CaptureSettings before = instance->settings;
   recSetupParms parms = {};
   parms.flags = 1;
-  EXPECT_EQ(rmNoErr, mHost.Call(recmod_ShowOptions, nullptr, reinterpret_cast<intptr_t>(&parms)));
-  void* kept = parms.settings;
-  EXPECT_EQ(nullptr, kept);
+  long blocks = PluginHost::OutstandingBlocks();
+  CapturedStderr captured;
+  EXPECT_EQ(rmNoErr, mHost.Call(recmod_ShowOptions, instance, reinterpret_cast<intptr_t>(&parms)));
+  EXPECT_EQ("", captured.Text()) << "no dialog was asked for";
+  void* kept = parms.settings;  // a packed member: read it out, never bind to it
+  EXPECT_EQ(nullptr, kept) << "no blob was made";
+  EXPECT_EQ(blocks, PluginHost::OutstandingBlocks());
+  EXPECT_EQ(0, memcmp(&before, &instance->settings, sizeof before));
+  Close(instance);
 }
 
 TEST_F(RecordModuleTest, FormatReportOnlyWithARate) {

@@ -1,6 +1,7 @@
 // The settings dialog's window on Linux.
 #include "Settings/CaptureSettingsWindowController.h"
 
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <QApplication>
@@ -10,6 +11,7 @@
 #include <QFile>
 #include <QImage>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
 #include <QUiLoader>
 
@@ -22,6 +24,10 @@ namespace KTN {
 namespace {
 
 constexpr int kDefaultGrey = 89;
+constexpr int kSampleBufferBytes = 4096;
+
+// The name failure lines give the controller's method, in the window controller's own form.
+const char kSetMainWindowMethod[] = "-[CaptureSettingsWindowController setMainWindow:]";
 
 // Item data of a pop-up's selected item; 0 with nothing selected, as a tag read from no item.
 int SelectedTag(QComboBox* popup) {
@@ -56,16 +62,10 @@ CaptureSettingsWindowController::~CaptureSettingsWindowController() {
 QDialog* CaptureSettingsWindowController::window() {
   if (mWindow) return mWindow;
   QFile file(QString::fromStdString(mUiPath));
-  if (!file.open(QIODevice::ReadOnly)) {
-    KTN_LOG("Cannot open the dialog layout %s", mUiPath.c_str());
-    return nullptr;
-  }
+  if (!file.open(QIODevice::ReadOnly)) return nullptr;
   QUiLoader loader;
   QDialog* dialog = qobject_cast<QDialog*>(loader.load(&file));
-  if (!dialog) {
-    KTN_LOG("The dialog layout %s has no dialog: %s", mUiPath.c_str(), loader.errorString().toUtf8().constData());
-    return nullptr;
-  }
+  if (!dialog) return nullptr;
   mWindow = dialog;
   // The outlets, by object name.
   mStandardTextField = dialog->findChild<QLabel*>("mStandardTextField");
@@ -82,7 +82,6 @@ QDialog* CaptureSettingsWindowController::window() {
   QPushButton* cancelButton = dialog->findChild<QPushButton*>("cancelButton");
   if (!mStandardTextField || !mFormatTextField || !mChannelsTextField || !mTypeTextField || !mRateTextField ||
       !mStandardPopup || !mFormatPopup || !mChannelsPopup || !mTypePopup || !mRatePopup || !okButton || !cancelButton) {
-    KTN_LOG("The dialog layout %s lacks one of its parts", mUiPath.c_str());
     delete mWindow.data();
     return nullptr;
   }
@@ -108,15 +107,31 @@ void CaptureSettingsWindowController::setSettings(CaptureSettings* settings) {
 void CaptureSettingsWindowController::setMainWindow(QWidget* mainWindow) {
   int level = kDefaultGrey;
   if (mainWindow) {
-    // The host window's top-left pixel, as R, G, B, A bytes.
-    QImage pixel = mainWindow->grab(QRect(0, 0, 1, 1)).toImage().convertToFormat(QImage::Format_RGBA8888);
-    if (!pixel.isNull()) {
-      const uchar* bytes = pixel.constBits();
-      if (bytes[0] == bytes[1] && bytes[1] == bytes[2]) {
-        level = bytes[0];
+    // The host window's pixel at its origin, drawn into a bitmap of one pixel: R, G, B and A
+    // bytes, alpha premultiplied, over a zeroed buffer. An image that cannot be made draws
+    // nothing and the sample reads as clear.
+    QImage image = mainWindow->grab(QRect(0, 0, 1, 1)).toImage();
+    uchar* buffer = static_cast<uchar*>(calloc(1, kSampleBufferBytes));
+    if (!buffer) {
+      KTN_LOG_AS(kSetMainWindowMethod, "Failed to allocate %d byte buffer", kSampleBufferBytes);
+    } else {
+      QImage bitmap(buffer, 1, 1, 4, QImage::Format_RGBA8888_Premultiplied);
+      QPainter context;
+      if (bitmap.isNull() || !context.begin(&bitmap)) {
+        KTN_LOG_AS(kSetMainWindowMethod, "CGBitmapContextCreate failed");
       } else {
-        KTN_LOG("Interface colour isn't grey: a: %u r: %u g: %u b: %u", bytes[3], bytes[2], bytes[1], bytes[0]);
+        context.setCompositionMode(QPainter::CompositionMode_Source);
+        context.setOpacity(1.0);
+        context.drawImage(QRectF(0, 0, 1, 1), image, QRectF(0, 0, 1, 1));
+        context.end();
+        if (buffer[0] == buffer[1] && buffer[1] == buffer[2]) {
+          level = buffer[0];
+        } else {
+          KTN_LOG_AS(kSetMainWindowMethod, "Interface colour isn't grey: a: %u r: %u g: %u b: %u", buffer[3],
+                     buffer[2], buffer[1], buffer[0]);
+        }
       }
+      free(buffer);
     }
   }
   mGreyLevel = level;
@@ -138,7 +153,6 @@ void CaptureSettingsWindowController::setMainWindow(QWidget* mainWindow) {
 void CaptureSettingsWindowController::populateStandardsMenu() {
   mStandardPopup->clear();
   bool separatorPending = false;
-  bool matched = false;
   for (size_t i = 0; i < kSupportedStandardCount; ++i) {
     const SupportedStandard& row = gSupportedStandards[i];
     if (!row.name) {
@@ -152,22 +166,9 @@ void CaptureSettingsWindowController::populateStandardsMenu() {
     }
     mStandardPopup->addItem(QString::fromLatin1(row.name), static_cast<int>(i));
     separatorPending = false;
-    if (mSettings && mSettings->IsOfStandard(row)) {
-      mStandardPopup->setCurrentIndex(mStandardPopup->count() - 1);
-      matched = true;
-    }
+    if (mSettings && mSettings->IsOfStandard(row)) mStandardPopup->setCurrentIndex(mStandardPopup->count() - 1);
   }
-  if (!matched) {
-    // No row matches the record (a card that receives none of its standard): the first
-    // standard, never a leading separator, whose tag would leave the formats menu empty
-    // and make OK store nothing.
-    for (int i = 0; i < mStandardPopup->count(); ++i) {
-      if (mStandardPopup->itemData(i).toInt() != -1) {
-        mStandardPopup->setCurrentIndex(i);
-        break;
-      }
-    }
-  }
+  // With no row matching the record, the pop-up keeps the selection it made itself.
 }
 
 void CaptureSettingsWindowController::populateFormatsMenu() {

@@ -25,8 +25,8 @@ class CaptureSettingsWindowController : public QObject {
   explicit CaptureSettingsWindowController(const std::string& uiPath);
   ~CaptureSettingsWindowController() override;
 
-  // Loads the window; null (with a failure line) when the file cannot be loaded or lacks
-  // one of its parts.
+  // Loads the window; null, without a line of its own, when the file cannot be loaded or
+  // lacks one of its parts: the dialog reports that it has no window controller.
   QDialog* window();
   void setSettings(CaptureSettings* settings);
   // Samples the host window's top-left pixel and blends the dialog into its grey.
@@ -34,8 +34,8 @@ class CaptureSettingsWindowController : public QObject {
   void setSupportedStandards(uint64_t mask) { mSupportedStandards = mask; }
   void setSupports_v210HD(bool supported) { mSupports_v210HD = supported; }
   void setSupports_r210(bool supported) { mSupports_r210 = supported; }
-  // The standards the card receives; selects the last one matching the record, else the
-  // first standard.
+  // The standards the card receives; selects the last one matching the record. With none
+  // matching, the pop-up keeps its own selection (its first item, a separator included).
   void populateStandardsMenu();
   void populateFormatsMenu();
   void setAudioMenus();

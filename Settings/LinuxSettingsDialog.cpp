@@ -53,11 +53,9 @@ LinuxSettingsDialog::LinuxSettingsDialog(rmStdParms* stdParms, CaptureSettings* 
     : SettingsDialog(stdParms, settings), mUiPath(std::move(uiPath)) {}
 
 long LinuxSettingsDialog::Run(CapPriv* instance) {
+  // The controller only knows its layout here; the layout is loaded by window(), once the
+  // card has said what it receives.
   CaptureSettingsWindowController controller(mUiPath);
-  if (!controller.window()) {
-    KTN_LOG("Failed to create settings window controller");
-    return 12;
-  }
   IVeldranDeviceControl* device = instance ? instance->deviceControl : nullptr;
   if (!device) {
     KTN_LOG("GetSupportedInputDisplayModes returned %ld (0x%lx)", static_cast<long>(kVeldranFail),
@@ -89,6 +87,10 @@ long LinuxSettingsDialog::Run(CapPriv* instance) {
   if (VeldranResult rc = device->GetHardwareDescription(&description)) {
     KTN_LOG("GetHardwareDescription returned %ld (0x%lx)", static_cast<long>(rc), Util::DeviceHex(rc));
     return rc;
+  }
+  if (!controller.window()) {
+    KTN_LOG("Failed to create settings window controller");
+    return 12;
   }
   controller.setSettings(mSettings);
   controller.setMainWindow(static_cast<QWidget*>(mMainWindow));

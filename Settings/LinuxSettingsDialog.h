@@ -11,9 +11,10 @@ class LinuxSettingsDialog : public SettingsDialog {
  public:
   LinuxSettingsDialog(rmStdParms* stdParms, CaptureSettings* settings, std::string uiPath);
 
-  // Asks the card what it receives, fills the menus, runs the modal loop. 0 when the dialog
-  // ran (Cancelled tells whether the user kept the choice); 12 without a window; the card's
-  // result when it cannot say what it receives.
+  // Asks the card what it receives, then loads the window, fills the menus and runs the
+  // modal loop. 0 when the dialog ran (Cancelled tells whether the user kept the choice);
+  // the card's result when it cannot say what it receives (the window is then not loaded);
+  // 12 when the window cannot be loaded.
   long Run(CapPriv* instance) override;
 
  private:

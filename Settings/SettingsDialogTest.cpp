@@ -2,6 +2,7 @@
 // what the card reports, OK and Cancel, and the host window's grey.
 #include <gtest/gtest.h>
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -24,6 +25,7 @@
 #include "Settings/LinuxSettingsDialog.h"
 #include "Settings/UserDefaults.h"
 #include "Util/CapturedStderr.h"
+#include "Util/ScratchFolder.h"
 #include "tests/OffscreenQtApplication.h"
 #include "Util/FourCC.h"
 
@@ -161,16 +163,19 @@ class SettingsDialogTest : public testing::Test {
   QWidget mHostWindow;
 };
 
+// The record's standard is the last item and its format the last of its row's, so neither
+// selection can come from a fallback to the first item.
 TEST_F(SettingsDialogTest, MenusOfferWhatTheCardReceives) {
   mCard.modes = {Mode(720, 486, RateOf(1)), Mode(1920, 1080, RateOf(13))};
+  mSettings = SignedCaptureSettings(19, 11, 2, 16, 48000);  // HD 1080i 50, DVCPROHD 1080i50
   Menus menus = MenusShown();
   std::vector<std::string> expected = {"NTSC 4x3", "NTSC 16x9", "-", "HD 1080p 25", "HD 1080i 50"};
   EXPECT_EQ(expected, menus.standards);
-  EXPECT_EQ("NTSC 4x3", menus.selectedStandard);
-  std::vector<std::string> formats = {"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2", "JPEG", "DV NTSC",
-                                      "DVCPRO50 NTSC"};
+  EXPECT_EQ("HD 1080i 50", menus.selectedStandard);
+  std::vector<std::string> formats = {"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2",
+                                      "Uncompressed RGB 10-bit 4:4:4", "JPEG", "DVCPROHD 1080i50"};
   EXPECT_EQ(formats, menus.formats);
-  EXPECT_EQ("Uncompressed 8-bit 4:2:2", menus.selectedFormat);
+  EXPECT_EQ("DVCPROHD 1080i50", menus.selectedFormat);
 }
 
 TEST_F(SettingsDialogTest, NoModesGiveAnEmptyStandardsMenu) {
@@ -219,26 +224,28 @@ TEST_F(SettingsDialogTest, NtscDvRecordStillSelectsItsStandard) {
   EXPECT_EQ("DV NTSC", menus.selectedFormat);
 }
 
-TEST_F(SettingsDialogTest, WithoutAMatchingRowTheFirstStandardIsSelected) {
+// With no row matching the record the pop-up keeps its own selection, its first item: here
+// the separator before the first group the card receives, whose tag names no standard, so the
+// formats menu stays empty and OK changes nothing of the record.
+TEST_F(SettingsDialogTest, WithoutAMatchingRowThePopUpKeepsItsOwnSelection) {
   // A card that receives only HD, and the NTSC record of the defaults.
   mCard.modes = {Mode(1920, 1080, RateOf(13)), Mode(1920, 1080, RateOf(19))};
-  Menus menus = MenusShown();
-  ASSERT_EQ(std::vector<std::string>({"-", "HD 1080p 25", "HD 1080i 50"}), menus.standards);
-  EXPECT_EQ("HD 1080p 25", menus.selectedStandard) << "the leading separator is never the selection";
-  EXPECT_EQ(std::vector<std::string>({"Uncompressed 8-bit 4:2:2", "Uncompressed 10-bit 4:2:2",
-                                      "Uncompressed RGB 10-bit 4:4:4", "JPEG"}),
-            menus.formats);
-  // OK then stores that standard.
+  CaptureSettings before = mSettings;
+  int selectedTag = 0;
+  Menus menus;
   bool cancelled = true;
   EXPECT_EQ(0, RunDialog(
-                   [](QDialog* dialog) {
+                   [&](QDialog* dialog) {
+                     menus = Read(dialog);
+                     selectedTag = dialog->findChild<QComboBox*>("mStandardPopup")->currentData().toInt();
                      QTest::mouseClick(dialog->findChild<QPushButton*>("okButton"), Qt::LeftButton);
                    },
                    &cancelled));
+  ASSERT_EQ(std::vector<std::string>({"-", "HD 1080p 25", "HD 1080i 50"}), menus.standards);
+  EXPECT_EQ(-1, selectedTag) << "the leading separator, not the first standard";
+  EXPECT_TRUE(menus.formats.empty());
   EXPECT_FALSE(cancelled);
-  EXPECT_EQ(FourCC("Hp25"), mSettings.displayMode);
-  EXPECT_EQ(1920u, mSettings.width);
-  EXPECT_EQ(13, UserDefaults::Standard().IntegerForKey(kVideoStandardKey));
+  EXPECT_EQ(0, memcmp(&before, &mSettings, sizeof before)) << "OK with no standard stores nothing";
 }
 
 TEST_F(SettingsDialogTest, OkStoresTheChoice) {
@@ -306,6 +313,16 @@ TEST_F(SettingsDialogTest, DeviceThatCannotListItsModesShowsNoDialog) {
   EXPECT_EQ("*** Run[#]: GetSupportedInputDisplayModes returned -2147483646 (0x80000002)\n", captured.Text());
 }
 
+// The card is asked before the window's layout is loaded: when neither can be had, the result
+// is the card's and the layout is never looked at.
+TEST_F(SettingsDialogTest, TheCardIsAskedBeforeTheLayoutIsLoaded) {
+  mCard.modesResult = kVeldranFail;
+  LinuxSettingsDialog dialog(mHost.StdParms(), &mSettings, "/nonexistent/Settings.ui");
+  Util::CapturedStderr captured;
+  EXPECT_EQ(kVeldranFail, dialog.Run(&mInstance));
+  EXPECT_EQ("*** Run[#]: GetSupportedInputDisplayModes returned -2147483646 (0x80000002)\n", captured.Text());
+}
+
 // ---- The host's grey ----
 
 struct GreyCase {
@@ -320,7 +337,8 @@ TEST_F(SettingsDialogTest, DialogBlendsIntoTheHostsGrey) {
       {QColor(60, 60, 60), 60, true, ""},
       {QColor(200, 200, 200), 200, false, ""},
       {QColor(200, 100, 50), 89, true,
-       "*** setMainWindow[#]: Interface colour isn't grey: a: 255 r: 50 g: 100 b: 200\n"},
+       "*** -[CaptureSettingsWindowController setMainWindow:][#]: Interface colour isn't grey: a: 255 r: 50 g: 100 "
+       "b: 200\n"},
   };
   for (const GreyCase& c : cases) {
     PaintHost(c.host);
@@ -341,11 +359,43 @@ TEST_F(SettingsDialogTest, DialogBlendsIntoTheHostsGrey) {
   }
 }
 
+// A host window that gives no image of its origin (it has no area) draws nothing into the
+// zeroed sample, which then reads as grey 0: no failure, no line.
+TEST_F(SettingsDialogTest, AHostWindowWithoutAnImageReadsAsGreyZero) {
+  QWidget empty;
+  empty.resize(0, 0);
+  ASSERT_TRUE(empty.grab(QRect(0, 0, 1, 1)).isNull()) << empty.width() << "x" << empty.height();
+  CaptureSettingsWindowController controller(SETTINGS_UI);
+  QDialog* window = controller.window();
+  ASSERT_NE(nullptr, window);
+  Util::CapturedStderr captured;
+  controller.setMainWindow(&empty);
+  EXPECT_EQ("", captured.Text());
+  EXPECT_EQ(0, controller.GreyLevel());
+  EXPECT_EQ(QColor(0, 0, 0), window->palette().color(QPalette::Window));
+}
+
 TEST_F(SettingsDialogTest, WithoutAHostWindowTheGreyIs89AndLabelsAreLight) {
   CaptureSettingsWindowController controller(SETTINGS_UI);
-  ASSERT_NE(nullptr, controller.window());
+  QDialog* window = controller.window();
+  ASSERT_NE(nullptr, window);
+  const char* const labels[] = {"mStandardTextField", "mFormatTextField", "mChannelsTextField", "mTypeTextField",
+                                "mRateTextField"};
+  for (const char* name : labels) {
+    ASSERT_NE(nullptr, window->findChild<QLabel*>(name)) << name;
+    EXPECT_NE(QColor::fromRgbF(0.75, 0.75, 0.75), window->findChild<QLabel*>(name)->palette().color(QPalette::WindowText))
+        << name << ": the layout's own colour is another";
+  }
+  Util::CapturedStderr captured;
   controller.setMainWindow(nullptr);
+  EXPECT_EQ("", captured.Text());
   EXPECT_EQ(89, controller.GreyLevel());
+  EXPECT_EQ(QColor(89, 89, 89), window->palette().color(QPalette::Window));
+  EXPECT_TRUE(window->autoFillBackground()) << "the background is painted in that grey";
+  for (const char* name : labels) {
+    EXPECT_EQ(QColor::fromRgbF(0.75, 0.75, 0.75), window->findChild<QLabel*>(name)->palette().color(QPalette::WindowText))
+        << name;
+  }
 }
 
 TEST_F(SettingsDialogTest, AudioMenusCarryTheirValuesAsTags) {
@@ -363,11 +413,45 @@ TEST_F(SettingsDialogTest, AudioMenusCarryTheirValuesAsTags) {
   EXPECT_EQ(std::vector<int>({48000}), tags("mRatePopup"));
 }
 
-TEST_F(SettingsDialogTest, MissingLayoutIsReported) {
-  CaptureSettingsWindowController controller("/nonexistent/Settings.ui");
-  Util::CapturedStderr captured;
-  EXPECT_EQ(nullptr, controller.window());
-  EXPECT_EQ("*** window[#]: Cannot open the dialog layout /nonexistent/Settings.ui\n", captured.Text());
+// A layout that cannot be had, missing or without its parts, is reported by Run in one line:
+// the dialog has no window controller.
+TEST_F(SettingsDialogTest, ALayoutThatCannotBeLoadedIsReportedInOneLine) {
+  mCard.modes = {Mode(720, 486, RateOf(1))};
+  Util::ScratchFolder scratch;
+  std::string partless = scratch.Path() + "/Settings.ui";
+  FILE* file = fopen(partless.c_str(), "w");
+  ASSERT_NE(nullptr, file);
+  fputs("<ui version=\"4.0\"><class>Settings</class><widget class=\"QDialog\" name=\"Settings\"/></ui>\n", file);
+  fclose(file);
+  for (const std::string& path : {std::string("/nonexistent/Settings.ui"), partless}) {
+    SCOPED_TRACE(path);
+    CaptureSettingsWindowController controller(path);
+    {
+      Util::CapturedStderr captured;
+      EXPECT_EQ(nullptr, controller.window());
+      EXPECT_EQ("", captured.Text()) << "the controller itself says nothing";
+    }
+    LinuxSettingsDialog dialog(mHost.StdParms(), &mSettings, path);
+    Util::CapturedStderr captured;
+    EXPECT_EQ(12, dialog.Run(&mInstance));
+    EXPECT_EQ("*** Run[#]: Failed to create settings window controller\n", captured.Text());
+  }
+}
+
+// The dialog's own failure lines carry the names of its constructor, its destructor and Run.
+TEST_F(SettingsDialogTest, FailureLinesNameTheDialogsOperations) {
+  {
+    Util::CapturedStderr captured;
+    { LinuxSettingsDialog dialog(nullptr, &mSettings, SETTINGS_UI); }
+    EXPECT_EQ("*** SettingsDialog[#]: Invalid stdParms\n*** ~SettingsDialog[#]: Failed to get SP Basic Suite\n",
+              captured.Text());
+  }
+  {
+    LinuxSettingsDialog dialog(mHost.StdParms(), &mSettings, "/nonexistent/Settings.ui");
+    Util::CapturedStderr captured;
+    EXPECT_EQ(12, dialog.Run(&mInstance));
+    EXPECT_EQ("*** Run[#]: Failed to create settings window controller\n", captured.Text());
+  }
 }
 
 }  // namespace

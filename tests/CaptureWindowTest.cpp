@@ -32,45 +32,12 @@
 #include "Movie/MovieSummary.h"
 #include "Util/ScratchFolder.h"
 #include "Util/SmallDisk.h"
+#include "tests/VirtualDisplay.h"
 
 namespace KTN {
 namespace {
 
 namespace fs = std::filesystem;
-
-// A virtual X server on a free display, for the test's life.
-class VirtualDisplay {
- public:
-  VirtualDisplay() {
-    // A display number nobody uses (no lock file), from 90 up, away from real displays.
-    int number = 90;
-    while (number < 200 && fs::exists("/tmp/.X" + std::to_string(number) + "-lock")) ++number;
-    std::string display = ":" + std::to_string(number);
-    mPid = fork();
-    if (mPid == 0) {
-      int null = open("/dev/null", O_WRONLY);
-      dup2(null, 2);
-      execlp("Xvfb", "Xvfb", display.c_str(), "-screen", "0", "1280x1024x24", "-nolisten", "tcp",
-             static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    // Ready once its socket is there (at most ten seconds).
-    std::string socket = "/tmp/.X11-unix/X" + std::to_string(number);
-    for (int i = 0; i < 1200 && !fs::exists(socket); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    if (fs::exists(socket)) mDisplay = display;
-  }
-  ~VirtualDisplay() {
-    if (mPid > 0) {
-      kill(mPid, SIGTERM);
-      waitpid(mPid, nullptr, 0);
-    }
-  }
-  const std::string& Name() const { return mDisplay; }
-
- private:
-  pid_t mPid = -1;
-  std::string mDisplay;
-};
 
 class CaptureWindowTest : public testing::Test {
  protected:
