@@ -69,17 +69,4 @@ bool BoxReader::ReadHeaderFields(const std::vector<uint8_t>& bytes, const Box& b
   return reader.ok;
 }
 
-uint64_t BoxReader::AfterDates(const std::vector<uint8_t>& bytes, const Box& box, bool& wide) {
-  wide = box.size > box.header && bytes[box.offset + box.header] == 1;
-  return box.header + 4 + (wide ? 16 : 8);
-}
-
-uint32_t BoxReader::FirstFieldAfterDates(const std::vector<uint8_t>& bytes, const Box& box) {
-  bool wide = false;
-  uint64_t at = AfterDates(bytes, box, wide);
-  if (at + 4 > box.size) return 0;
-  BoxReader field(bytes.data() + box.offset + at, 4);
-  return field.U32();
-}
-
 }  // namespace KTN

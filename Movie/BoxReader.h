@@ -59,13 +59,6 @@ class BoxReader {
   // The fields of a movie, track or media header box (box.type says which) that lies in
   // bytes; false when the box is too short to hold them.
   static bool ReadHeaderFields(const std::vector<uint8_t>& bytes, const Box& box, HeaderFields& fields);
-  // A header box (mvhd, tkhd, mdhd) starts with a version, flags and two dates, 32 bits
-  // each in version 0 and 64 in version 1. Where its fields after them start, counted from
-  // the start of box; wide receives whether the version is 1.
-  static uint64_t AfterDates(const std::vector<uint8_t>& bytes, const Box& box, bool& wide);
-  // The 32-bit field right after the dates (tkhd's track ID, mvhd's and mdhd's timescale),
-  // or 0 when the box is too short to hold it.
-  static uint32_t FirstFieldAfterDates(const std::vector<uint8_t>& bytes, const Box& box);
 
  private:
   uint64_t Take(int bytes);
