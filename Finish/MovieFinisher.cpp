@@ -1,5 +1,5 @@
 // Copies the samples of a fragmented movie into an ordinary movie and renames it over.
-#include "Server/MovieFinisher.h"
+#include "Finish/MovieFinisher.h"
 
 #include <errno.h>
 #include <stdint.h>
@@ -14,8 +14,10 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include "Server/AvFailure.h"
+#include "Finish/AvFailure.h"
 #include "Movie/InPlaceIndex.h"
+#include "Movie/MovieFile.h"
+#include "Movie/TopLevelBoxes.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -48,43 +50,27 @@ std::string TemporaryBeside(const std::string& path) {
 
 }  // namespace
 
-bool MovieFinisher::IsFragmented(const std::string& path) {
-  FILE* file = fopen(path.c_str(), "rb");
-  if (!file) return false;
-  bool fragmented = false;
-  int movieHeaders = 0;
-  uint8_t header[16];
-  // Walks the top-level boxes; a fragment's 'moof' follows the (empty) 'moov'. A second
-  // 'moov' is an index whose finish was cut off before the first was hidden.
-  while (fread(header, 1, 8, file) == 8) {
-    uint64_t size = (uint64_t{header[0]} << 24) | (uint64_t{header[1]} << 16) | (uint64_t{header[2]} << 8) | header[3];
-    uint64_t headerBytes = 8;
-    if (size == 1) {
-      if (fread(header + 8, 1, 8, file) != 8) break;
-      size = 0;
-      for (int i = 8; i < 16; ++i) size = (size << 8) | header[i];
-      headerBytes = 16;
-    }
-    if (memcmp(header + 4, "moov", 4) == 0) ++movieHeaders;
-    if (memcmp(header + 4, "moof", 4) == 0 || movieHeaders > 1) {
-      fragmented = true;
-      break;
-    }
-    if (size < headerBytes || fseeko(file, static_cast<off_t>(size - headerBytes), SEEK_CUR) != 0) break;
-  }
-  fclose(file);
-  return fragmented;
+long MovieFinisher::NeedsFinish(const std::string& path, bool& unfinished) {
+  unfinished = false;
+  MovieFile file(path);
+  if (long rc = file.Open(false)) return rc;
+  TopLevelBoxes top;
+  if (long rc = top.Read(file)) return rc;
+  unfinished = top.Unfinished();
+  return 0;
 }
 
-long MovieFinisher::Finish(const std::string& path, int64_t frameDuration, int64_t timescale) {
-  if (!IsFragmented(path)) {
-    if (access(path.c_str(), R_OK) != 0) {
-      long error = errno;
-      KTN_LOG("Cannot read the movie %s: %s", path.c_str(), strerror(errno));
-      return error;
-    }
-    return 0;
-  }
+bool MovieFinisher::IsFragmented(const std::string& path) {
+  bool unfinished = false;
+  return NeedsFinish(path, unfinished) == 0 && unfinished;
+}
+
+long MovieFinisher::Finish(const std::string& path, int64_t frameDuration, int64_t timescale, bool* rewritten) {
+  if (rewritten) *rewritten = false;
+  bool unfinished = false;
+  if (long rc = NeedsFinish(path, unfinished)) return rc;
+  if (!unfinished) return 0;
+  if (rewritten) *rewritten = true;
   // The index is written in place when the layout allows; the samples are copied only when not.
   long rc = InPlaceIndex::Write(path);
   if (rc != EOPNOTSUPP) return rc;
