@@ -7,6 +7,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <map>
 #include <vector>
 
 extern "C" {
@@ -15,8 +16,10 @@ extern "C" {
 }
 
 #include "Finish/AvFailure.h"
+#include "Movie/FragmentSamples.h"
 #include "Movie/InPlaceIndex.h"
 #include "Movie/MovieFile.h"
+#include "Movie/MovieTracks.h"
 #include "Movie/TopLevelBoxes.h"
 #include "Util/Log.h"
 
@@ -39,6 +42,53 @@ struct Rewrite {
     if (!done && !temporary.empty()) unlink(temporary.c_str());
   }
 };
+
+// The last sample of a track as its fragments record it, in the track's timescale.
+struct RecordedEnd {
+  uint64_t decodeTime = 0;
+  uint32_t duration = 0;
+};
+
+// Keeps the last sample each track's fragments describe.
+class LastSamples : public FragmentSamples::Visitor {
+ public:
+  explicit LastSamples(size_t tracks) : ends(tracks) {}
+  uint64_t NextDecodeTime(size_t track) override { return ends[track].decodeTime + ends[track].duration; }
+  void Sample(const FragmentSample& sample) override { ends[sample.track] = {sample.decodeTime, sample.duration}; }
+  std::vector<RecordedEnd> ends;
+};
+
+// The last sample of each track (by track ID) as the movie's complete fragments record
+// it: the duration the writer gave the last picture, lengthened over the empty slots at the
+// end of the take, which FFmpeg's reader does not give. Empty when the movie says none.
+std::map<uint32_t, RecordedEnd> RecordedEnds(const std::string& path) {
+  std::map<uint32_t, RecordedEnd> byId;
+  MovieFile file(path);
+  TopLevelBoxes top;
+  if (file.Open(false) || top.Read(file)) return byId;
+  const Box* moovBox = nullptr;
+  for (const Box& box : top.boxes) {
+    if (box.type == BoxTypes::kMoov && !moovBox) moovBox = &box;
+  }
+  std::vector<uint8_t> moov, moof;
+  MovieTracks tracks;
+  if (!moovBox || file.Read(moovBox->offset, moovBox->size, moov)) return byId;
+  Box whole = *moovBox;
+  whole.offset = 0;
+  if (!tracks.Read(moov, whole)) return byId;
+  LastSamples last(tracks.tracks.size());
+  for (size_t i = 0; i + 1 < top.boxes.size(); ++i) {
+    const Box& box = top.boxes[i];
+    const Box& mdat = top.boxes[i + 1];
+    if (box.type != BoxTypes::kMoof || mdat.type != BoxTypes::kMdat || file.Read(box.offset, box.size, moof)) continue;
+    // A fragment that cannot be described is left to FFmpeg's reading alone.
+    FragmentSamples::Walk(moof, box.offset, mdat.offset + mdat.header, mdat.offset + mdat.size, tracks, last);
+  }
+  for (size_t i = 0; i < tracks.tracks.size(); ++i) {
+    if (last.ends[i].duration) byId[tracks.tracks[i].id] = last.ends[i];
+  }
+  return byId;
+}
 
 // The rewrite's name: hidden, beside the movie, so the rename stays on one filesystem.
 std::string TemporaryBeside(const std::string& path) {
@@ -114,8 +164,10 @@ long MovieFinisher::CopyIntoOrdinaryMovie(const std::string& path, int64_t frame
   }
   if ((rc = avformat_write_header(rewrite.output, nullptr)) < 0) return REPORT_AV("avformat_write_header", rc);
   // Each stream's packet waits for the next: a picture lasts until the next one starts
-  // (which keeps the time of frames a full backlog dropped), the last as long as the one
-  // before it. The fragments' own durations are not trusted for the last sample.
+  // (which keeps the time of frames a full backlog dropped). The last keeps the duration
+  // its fragment records, which the writer lengthened over the empty slots at the end of
+  // the take; only a last sample whose fragment says none lasts as long as the one before.
+  const std::map<uint32_t, RecordedEnd> recordedEnds = RecordedEnds(path);
   std::vector<AVPacket*> pending(rewrite.input->nb_streams, nullptr);
   std::vector<int64_t> lastDuration(rewrite.input->nb_streams, 0);
   AVPacket* packet = av_packet_alloc();
@@ -157,7 +209,13 @@ long MovieFinisher::CopyIntoOrdinaryMovie(const std::string& path, int64_t frame
   for (size_t index = 0; index < pending.size(); ++index) {
     if (!pending[index]) continue;
     if (!result) {
-      if (lastDuration[index] > 0) pending[index]->duration = lastDuration[index];
+      // The reader's streams are the tracks: its stream ID the track's, its time base the track's timescale.
+      auto recorded = recordedEnds.find(static_cast<uint32_t>(rewrite.input->streams[index]->id));
+      if (recorded != recordedEnds.end() && pending[index]->dts == static_cast<int64_t>(recorded->second.decodeTime)) {
+        pending[index]->duration = recorded->second.duration;
+      } else if (lastDuration[index] > 0) {
+        pending[index]->duration = lastDuration[index];
+      }
       result = emit(pending[index]);
     }
     av_packet_free(&pending[index]);

@@ -1223,6 +1223,55 @@ TEST(QTRecordServerTest, ALayoutThatCannotBeIndexedInPlaceIsCopied) {
   EXPECT_EQ(frames, copied.video.packets) << "every picture copied";
 }
 
+// The fragments of a take with a box among them that the in-place index does not know
+// (after the third fragment): a layout it leaves to the copy.
+std::string WithAnUnknownBoxAmongTheFragments(const std::string& fragments) {
+  size_t insertAt = 0, fragmentsSeen = 0;
+  std::vector<std::pair<size_t, std::string>> boxes = TopLevelBoxes(fragments);
+  for (size_t i = 0; i + 1 < boxes.size() && !insertAt; ++i) {
+    if (boxes[i].second == "mdat" && ++fragmentsSeen == 3) insertAt = boxes[i + 1].first;
+  }
+  if (!insertAt) return std::string();
+  const std::string box("\0\0\0\x18uuid0123456789abcdef", 24);
+  return fragments.substr(0, insertAt) + box + fragments.substr(insertAt);
+}
+
+// The empty slots at the end of a take (the last picture lengthened over them) stay when
+// its samples are copied: the copy keeps the last picture's recorded duration.
+TEST(QTRecordServerTest, ACopiedTakeKeepsTheEmptySlotsAtItsEnd) {
+  const Take& take = kTakes[0];  // 2vuy NTSC
+  ScratchFolder folder;
+  std::string path = folder.File("take.mov");
+  std::string odd = folder.File("odd.mov");
+  MovieWriter writer;
+  ASSERT_EQ(0, writer.Open(WriterSettings(take, path, false)));
+  for (int frame = 0; frame < 10; ++frame) {
+    ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+  }
+  ASSERT_EQ(0, writer.MarkSlotsEmptyBefore(25));  // the last picture holds slots 9 to 24
+  const std::string fragments = WithAnUnknownBoxAmongTheFragments(FileBytes(path));
+  ASSERT_EQ(0, writer.Finish(25));
+  ASSERT_FALSE(fragments.empty());
+  { std::ofstream(odd, std::ios::binary) << fragments; }
+  MovieSummary recorded;
+  ASSERT_EQ(0, recorded.Read(odd));
+  ASSERT_EQ(25u, recorded.pictureSlots) << "the fragments say so";
+  {
+    CapturedStderr captured;
+    ASSERT_EQ(0, MovieFinisher::Finish(odd));
+    ASSERT_NE(std::string::npos, captured.Text().find("cannot be indexed in place")) << "finished through the copy";
+  }
+  MovieSummary copied;
+  ASSERT_EQ(0, copied.Read(odd));
+  EXPECT_EQ(MovieSummary::Layout::kFinished, copied.layout);
+  EXPECT_EQ(10u, copied.pictures);
+  EXPECT_EQ(25u, copied.pictureSlots) << "the empty slots at the end are kept";
+  EXPECT_EQ(15u, copied.EmptySlots());
+  std::vector<std::pair<long, long>> expected;
+  for (long frame = 0; frame < 10; ++frame) expected.emplace_back(frame, frame == 9 ? 16 : 1);
+  EXPECT_EQ(expected, PictureSlots(odd, take));
+}
+
 // How a recording is cut off in the middle of a take.
 enum class Interruption { kServerKilled, kPlugInGone, kCopiedAway };
 
