@@ -35,7 +35,7 @@
 #include "Movie/MovieStamp.h"
 #include "Movie/MovieSummary.h"
 #include "Finish/MovieFinisher.h"
-#include "Server/MovieProbe.h"
+#include "Testing/MovieProbe.h"
 #include "Server/MovieWriter.h"
 #include "Util/CapturedStderr.h"
 #include "Util/FourCC.h"
@@ -302,9 +302,7 @@ TEST_P(CodecRecordingTest, RecordsFramesAndSoundThatReadBack) {
   std::string quoted = "'" + path + "'";
   EXPECT_EQ(Spelled(take.codecType) + "," + std::to_string(stored.width) + "," + std::to_string(stored.height) + "," +
                 std::to_string(kFrames),
-            CommandOutput("ffprobe -v error -select_streams v:0 -show_entries "
-                          "stream=codec_tag_string,width,height,nb_frames -of csv=p=0 " +
-                          quoted));
+            Ffprobe(path, "-select_streams v:0 -show_entries stream=codec_tag_string,width,height,nb_frames"));
   char rate[32];
   snprintf(rate, sizeof rate, "%.3f", static_cast<double>(take.timescale) / take.duration);
   std::string mediaInfo =
@@ -314,8 +312,8 @@ TEST_P(CodecRecordingTest, RecordsFramesAndSoundThatReadBack) {
             mediaInfo);
   EXPECT_EQ(std::to_string(kFrames) + "," + std::to_string(kFrames), QtdemuxBufferCounts(path))
       << "GStreamer's demuxer reads every picture and every packet of sound";
-  EXPECT_EQ(stored.colours, CommandOutput("ffprobe -v error -select_streams v:0 -show_entries "
-                                          "stream=color_primaries,color_transfer,color_space -of csv=p=0 " + quoted));
+  EXPECT_EQ(stored.colours,
+            Ffprobe(path, "-select_streams v:0 -show_entries stream=color_primaries,color_transfer,color_space"));
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryCodecType, CodecRecordingTest, testing::Range(0, 14),
@@ -624,8 +622,7 @@ TEST(QTRecordServerTest, SkippedSlotsStayEmptyAndTheSoundGoesOn) {
   EXPECT_EQ("5," + std::to_string(kSlots), QtdemuxBufferCounts(path));
   // As ffprobe reads them: the two streams' durations agree within a frame.
   double videoSeconds = 0, audioSeconds = 0;
-  ASSERT_EQ(2, sscanf(CommandOutput("ffprobe -v error -show_entries stream=duration -of csv=p=0 '" + path + "'").c_str(),
-                      "%lf %lf", &videoSeconds, &audioSeconds));
+  ASSERT_EQ(2, sscanf(Ffprobe(path, "-show_entries stream=duration").c_str(), "%lf %lf", &videoSeconds, &audioSeconds));
   EXPECT_NEAR(kSlots * static_cast<double>(take.duration) / take.timescale, videoSeconds, 1e-6);
   EXPECT_LT(std::fabs(videoSeconds - audioSeconds), static_cast<double>(take.duration) / take.timescale);
 }
@@ -644,8 +641,7 @@ bool FollowUntil(MovieFollower& follower, Done done) {
 // The pictures of a movie as ffprobe reads them: each one's slot and how many slots it
 // lasts (-1 where it reads no duration, as for fragments).
 std::vector<std::pair<long, long>> PictureSlots(const std::string& path, const Take& take) {
-  std::istringstream lines(CommandOutput("ffprobe -v error -select_streams v:0 -show_entries "
-                                         "packet=pts_time,duration_time -of csv=p=0 '" + path + "'"));
+  std::istringstream lines(Ffprobe(path, "-select_streams v:0 -show_entries packet=pts_time,duration_time"));
   const double frame = static_cast<double>(take.duration) / take.timescale;
   std::vector<std::pair<long, long>> pictures;
   for (std::string line; std::getline(lines, line);) {
@@ -707,8 +703,7 @@ TEST(QTRecordServerTest, GivenUpSlotsShowInTheGrowingTakeBeforeTheNextPicture) {
   EXPECT_EQ(31u, cut.pictureSlots);
   const std::vector<std::pair<long, long>> expected = {{0, 1}, {1, 1}, {2, 1}, {3, 1}, {4, 26}, {30, 1}};
   EXPECT_EQ(expected, PictureSlots(path, take));
-  EXPECT_EQ("6", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=nb_frames -of csv=p=0 '" +
-                               path + "'"));
+  EXPECT_EQ("6", Ffprobe(path, "-select_streams v:0 -show_entries stream=nb_frames"));
   ProbedMovie movie = ProbeMovie(path, true);
   ASSERT_TRUE(movie.opened);
   EXPECT_TRUE(movie.decodedEveryVideoFrame);
@@ -831,8 +826,7 @@ TEST(QTRecordServerTest, MissingFramesKeepTheirSlotsWhenFinishedAndRepaired) {
                   probed.video.pts[i] * static_cast<int64_t>(take.timescale) * probed.video.timeBaseNum)
             << "frame " << written[i];
       }
-      EXPECT_EQ(Spelled(take.codecType), CommandOutput("ffprobe -v error -select_streams v:0 -show_entries "
-                                                       "stream=codec_tag_string -of csv=p=0 '" + movie + "'"));
+      EXPECT_EQ(Spelled(take.codecType), Ffprobe(movie, "-select_streams v:0 -show_entries stream=codec_tag_string"));
     }
     EXPECT_EQ(written.size(), ProbeMovie(path, false).video.pts.size()) << "the finished movie holds every frame";
   }
@@ -1031,7 +1025,7 @@ TEST(QTRecordServerTest, StampingGivesAFinishedTakeItsFieldOrderAndTimecode) {
   }
   ASSERT_EQ(0, writer.Finish(10));
   const std::string quoted = "'" + path + "'";
-  EXPECT_EQ("unknown", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=field_order -of csv=p=0 " + quoted));
+  EXPECT_EQ("unknown", Ffprobe(path, "-select_streams v:0 -show_entries stream=field_order"));
 
   MovieStamp stamp;
   stamp.fields = MovieStamp::Fields::kTopFirst;
@@ -1039,9 +1033,9 @@ TEST(QTRecordServerTest, StampingGivesAFinishedTakeItsFieldOrderAndTimecode) {
   stamp.frameDuration = 1001;
   stamp.timescale = 30000;
   ASSERT_EQ(0, stamp.Apply(path));
-  EXPECT_EQ("tt", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=field_order -of csv=p=0 " + quoted));
-  EXPECT_EQ("01:00:00;00", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream_tags=timecode -of csv=p=0 " + quoted));
-  EXPECT_EQ("tmcd", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream=codec_tag_string -of csv=p=0 " + quoted));
+  EXPECT_EQ("tt", Ffprobe(path, "-select_streams v:0 -show_entries stream=field_order"));
+  EXPECT_EQ("01:00:00;00", Ffprobe(path, "-select_streams d:0 -show_entries stream_tags=timecode"));
+  EXPECT_EQ("tmcd", Ffprobe(path, "-select_streams d:0 -show_entries stream=codec_tag_string"));
   EXPECT_EQ("01:00:00;00", CommandOutput("mediainfo --Inform='Other;%TimeCode_FirstFrame%' " + quoted));
   EXPECT_EQ("10,10", QtdemuxBufferCounts(path)) << "the samples read as before";
   MovieSummary summary;
@@ -1057,9 +1051,9 @@ TEST(QTRecordServerTest, StampingGivesAFinishedTakeItsFieldOrderAndTimecode) {
   stamp.startTimecode = "10:20:30;04";
   stamp.fields = MovieStamp::Fields::kBottomFirst;
   ASSERT_EQ(0, stamp.Apply(path));
-  EXPECT_EQ("10:20:30;04", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream_tags=timecode -of csv=p=0 " + quoted));
-  EXPECT_EQ("tt", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=field_order -of csv=p=0 " + quoted));
-  EXPECT_EQ("1", CommandOutput("ffprobe -v error -select_streams d -show_entries stream=index -of csv=p=0 " + quoted + " | wc -l"));
+  EXPECT_EQ("10:20:30;04", Ffprobe(path, "-select_streams d:0 -show_entries stream_tags=timecode"));
+  EXPECT_EQ("tt", Ffprobe(path, "-select_streams v:0 -show_entries stream=field_order"));
+  EXPECT_EQ("2", Ffprobe(path, "-select_streams d -show_entries stream=index")) << "one timecode track: the third stream";
 
   // Cut off after the new index was written, before the old was hidden: both indexes are in
   // the file; readers take the first (the old), repair completes the stamp.
@@ -1084,8 +1078,8 @@ TEST(QTRecordServerTest, StampingGivesAFinishedTakeItsFieldOrderAndTimecode) {
   MovieStamp fieldsOnly;
   fieldsOnly.fields = MovieStamp::Fields::kProgressive;
   ASSERT_EQ(0, fieldsOnly.Apply(path));
-  EXPECT_EQ("10:20:30;04", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream_tags=timecode -of csv=p=0 " + quoted));
-  EXPECT_EQ("10:20:30;04", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream_tags=timecode -of csv=p=0 " + quoted))
+  EXPECT_EQ("10:20:30;04", Ffprobe(path, "-select_streams d:0 -show_entries stream_tags=timecode"));
+  EXPECT_EQ("10:20:30;04", Ffprobe(path, "-select_streams v:0 -show_entries stream_tags=timecode"))
       << "the picture track still refers to it";
 
   // A take still in fragments is finished before it is stamped.
@@ -1330,8 +1324,8 @@ TEST(QTRecordServerTest, InterruptedTakePlaysToWithinASecondAndRepairs) {
     // Sound keeps pace with the pictures that survived, to within a frame.
     EXPECT_GE(movie.audio.totalDuration, (movie.video.packets - 1) * 1602);
     std::string quoted = "'" + kept + "'";
-    std::string frames = CommandOutput("ffprobe -v error -count_packets -select_streams v:0 -show_entries "
-                                       "stream=codec_tag_string,nb_read_packets -of csv=p=0 " + quoted);
+    std::string frames =
+        Ffprobe(kept, "-count_packets -select_streams v:0 -show_entries stream=codec_tag_string,nb_read_packets");
     EXPECT_EQ("2vuy," + std::to_string(movie.video.packets), frames);
     EXPECT_EQ("2vuy", CommandOutput("mediainfo --Inform='Video;%CodecID%' " + quoted));
     std::string gstreamer = QtdemuxBufferCounts(kept);
@@ -1346,8 +1340,7 @@ TEST(QTRecordServerTest, InterruptedTakePlaysToWithinASecondAndRepairs) {
     EXPECT_EQ(movie.video.packets * take.duration * repaired.video.timeBaseDen,
               repaired.video.totalDuration * static_cast<int64_t>(take.timescale) * repaired.video.timeBaseNum);
     EXPECT_EQ("2vuy," + std::to_string(movie.video.packets),
-              CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=codec_tag_string,nb_frames "
-                            "-of csv=p=0 " + quoted));
+              Ffprobe(kept, "-select_streams v:0 -show_entries stream=codec_tag_string,nb_frames"));
   }
 }
 
