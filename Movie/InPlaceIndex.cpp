@@ -274,7 +274,7 @@ bool WriteIndex(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& moo
 
   size_t start = out.Begin(BoxTypes::kMoov);
   for (const Box& box : children) {
-    if (box.type == BoxTypes::kMvhd) {
+    if (&box == mvhd) {  // the header read above; a second one, which readers ignore, is copied as it is
       if (!CopyWithDuration(out, moov, box, movieDuration)) return false;
       out.Put(traks.bytes.data(), traks.bytes.size());
     } else if (box.type != BoxTypes::kTrak && box.type != BoxTypes::kMvex) {

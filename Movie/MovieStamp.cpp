@@ -185,7 +185,8 @@ long MovieStamp::Apply(const std::string& path) const {
   }
   size_t moovStart = out.Begin(BoxTypes::kMoov);
   for (const Box& child : children) {
-    if (child.type == BoxTypes::kMvhd) {
+    if (&child == mvhd) {
+      // The header read above (a second one, which readers ignore, is copied as it is).
       size_t at = out.bytes.size();
       Copy(out, moov, child);
       if (stampTimecode) out.Patch32(at + nextTrackAt, timecodeId + 1);
