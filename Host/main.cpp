@@ -24,10 +24,10 @@
 #include "Host/StopSignals.h"
 #include "Host/TimecodeText.h"
 #include "Host/WholeNumber.h"
+#include "Finish/MovieFinisher.h"
 #include "Movie/MovieLock.h"
 #include "Movie/MovieStamp.h"
 #include "Movie/MovieSummary.h"
-#include "Server/MovieFinisher.h"
 #include "Settings/CaptureSettings.h"
 #include "Settings/CaptureTables.h"
 #include "Util/FileKind.h"
@@ -297,8 +297,9 @@ int Repair(int argc, char** argv) {
     fprintf(stderr, "kestrin-capture: cannot repair %s: it is not a movie (it has no movie header)\n", movie.c_str());
     return 1;
   }
-  bool repaired = MovieFinisher::IsFragmented(movie);
-  if (long rc = MovieFinisher::Finish(movie)) {
+  // The finisher says whether the movie needed it: a take cut off, or a finish or stamp cut off.
+  bool repaired = false;
+  if (long rc = MovieFinisher::Finish(movie, 0, 0, &repaired)) {
     fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(), strerror(static_cast<int>(rc)));
     return 1;
   }

@@ -9,7 +9,7 @@ void BoxReader::Seek(uint64_t position) {
 }
 
 uint64_t BoxReader::Take(int bytes) {
-  if (mPosition + static_cast<uint64_t>(bytes) > mSize) {
+  if (static_cast<uint64_t>(bytes) > mSize - mPosition) {
     ok = false;
     mPosition = mSize;
     return 0;
@@ -19,22 +19,27 @@ uint64_t BoxReader::Take(int bytes) {
   return value;
 }
 
+bool BoxReader::Header(const uint8_t* data, uint64_t available, uint64_t at, uint64_t room, Box& box) {
+  BoxReader reader(data, available);
+  box = Box();
+  box.offset = at;
+  box.size = reader.U32();
+  box.type = reader.U32();
+  if (box.size == 1) {
+    box.size = reader.U64();
+    box.header = 16;
+  } else if (box.size == 0) {
+    box.size = room;
+  }
+  return reader.ok && box.size >= box.header && box.size <= room;
+}
+
 bool BoxReader::ChildBoxes(const uint8_t* data, uint64_t begin, uint64_t end, std::vector<Box>& boxes) {
   boxes.clear();
   uint64_t at = begin;
-  while (at + 8 <= end) {
-    BoxReader reader(data + at, end - at);
+  while (end >= 8 && at <= end - 8) {
     Box box;
-    box.offset = at;
-    box.size = reader.U32();
-    box.type = reader.U32();
-    if (box.size == 1) {
-      box.size = reader.U64();
-      box.header = 16;
-    } else if (box.size == 0) {
-      box.size = end - at;
-    }
-    if (!reader.ok || box.size < box.header || box.size > end - at) return false;
+    if (!Header(data + at, end - at, at, end - at, box)) return false;
     boxes.push_back(box);
     at += box.size;
   }
@@ -52,17 +57,16 @@ const Box* BoxReader::Find(const std::vector<Box>& boxes, uint32_t type) {
   return nullptr;
 }
 
-uint64_t BoxReader::AfterDates(const std::vector<uint8_t>& bytes, const Box& box, bool& wide) {
-  wide = box.size > box.header && bytes[box.offset + box.header] == 1;
-  return box.header + 4 + (wide ? 16 : 8);
-}
-
-uint32_t BoxReader::FirstFieldAfterDates(const std::vector<uint8_t>& bytes, const Box& box) {
-  bool wide = false;
-  uint64_t at = AfterDates(bytes, box, wide);
-  if (at + 4 > box.size) return 0;
-  BoxReader field(bytes.data() + box.offset + at, 4);
-  return field.U32();
+bool BoxReader::ReadHeaderFields(const std::vector<uint8_t>& bytes, const Box& box, HeaderFields& fields) {
+  BoxReader reader(bytes, box);
+  fields = HeaderFields();
+  fields.wide = FullBoxVersion(reader.U32()) == 1;
+  reader.Seek(reader.Position() + (fields.wide ? 16 : 8));  // creation and modification dates
+  fields.first = reader.U32();
+  if (box.type == BoxTypes::kTkhd) reader.U32();  // reserved, after the track ID
+  fields.durationAt = box.header + reader.Position();
+  fields.duration = fields.wide ? reader.U64() : reader.U32();
+  return reader.ok;
 }
 
 }  // namespace KTN

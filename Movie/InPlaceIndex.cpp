@@ -4,30 +4,25 @@
 #include <errno.h>
 #include <string.h>
 
+#include <string>
 #include <vector>
 
 #include "Movie/BoxReader.h"
 #include "Movie/BoxWriter.h"
+#include "Movie/EditList.h"
+#include "Movie/FragmentSamples.h"
 #include "Movie/MovieFile.h"
+#include "Movie/MovieTracks.h"
+#include "Movie/TopLevelBoxes.h"
 #include "Util/Log.h"
 
 namespace KTN {
 
 namespace {
 
-constexpr uint32_t kSampleIsNotSync = 0x00010000;  // in a fragment's sample flags
-
-// One track of the take: what the fragments say about its samples.
+// One track of the take: where its samples lie and how long each lasts.
 struct Track {
-  uint32_t id = 0;
-  uint32_t timescale = 0;
-  bool sound = false;
-  Box trak;  // within the first moov's bytes
-  // The fragments' defaults (from the first moov's trex).
-  uint32_t defaultDescription = 1;
-  uint32_t defaultDuration = 0;
-  uint32_t defaultSize = 0;
-  uint32_t defaultFlags = 0;
+  const TrackDescription* description = nullptr;
   std::vector<uint64_t> offsets;
   std::vector<uint32_t> sizes;
   std::vector<uint64_t> durations;
@@ -38,7 +33,7 @@ struct Track {
     size_t count;
     uint32_t description;
   };
-  std::vector<Chunk> chunks;
+  std::vector<Chunk> chunks;  // one for each run of a fragment
 };
 
 long Unsupported(const std::string& path, const char* why) {
@@ -46,114 +41,29 @@ long Unsupported(const std::string& path, const char* why) {
   return EOPNOTSUPP;
 }
 
-// Tracks of the first moov, with the fragments' defaults; false if it is not a take's.
-bool ReadTracks(const std::vector<uint8_t>& moov, const Box& box, std::vector<Track>& tracks) {
-  std::vector<Box> children, inner, media;
-  if (!BoxReader::Children(moov, box, children)) return false;
-  for (const Box& child : children) {
-    if (child.type != BoxType("trak")) continue;
-    Track track;
-    track.trak = child;
-    if (!BoxReader::Children(moov, child, inner)) return false;
-    const Box* tkhd = BoxReader::Find(inner, BoxType("tkhd"));
-    const Box* mdia = BoxReader::Find(inner, BoxType("mdia"));
-    if (!tkhd || !mdia || !BoxReader::Children(moov, *mdia, media)) return false;
-    track.id = BoxReader::FirstFieldAfterDates(moov, *tkhd);
-    const Box* mdhd = BoxReader::Find(media, BoxType("mdhd"));
-    const Box* hdlr = BoxReader::Find(media, BoxType("hdlr"));
-    if (!mdhd || !hdlr) return false;
-    track.timescale = BoxReader::FirstFieldAfterDates(moov, *mdhd);
-    BoxReader handler(moov.data() + hdlr->offset + hdlr->header, hdlr->size - hdlr->header);
-    handler.Seek(8);
-    track.sound = handler.U32() == BoxType("soun");
-    if (!handler.ok || track.id == 0 || track.timescale == 0) return false;
-    tracks.push_back(track);
-  }
-  if (const Box* mvex = BoxReader::Find(children, BoxType("mvex"))) {
-    if (!BoxReader::Children(moov, *mvex, inner)) return false;
-    for (const Box& trex : inner) {
-      if (trex.type != BoxType("trex")) continue;
-      BoxReader defaults(moov.data() + trex.offset + trex.header, trex.size - trex.header);
-      defaults.Seek(4);
-      uint32_t id = defaults.U32();
-      for (Track& track : tracks) {
-        if (track.id != id) continue;
-        track.defaultDescription = defaults.U32();
-        track.defaultDuration = defaults.U32();
-        track.defaultSize = defaults.U32();
-        track.defaultFlags = defaults.U32();
-      }
-      if (!defaults.ok) return false;
-    }
-  }
-  return !tracks.empty();
-}
+// Gathers the samples of the fragments into the tracks, each run a chunk.
+class Gatherer : public FragmentSamples::Visitor {
+ public:
+  explicit Gatherer(std::vector<Track>& tracks) : mTracks(tracks) {}
 
-// Adds the samples of one fragment (moof at moofOffset, its mdat's data in [dataBegin,
-// dataEnd)) to the tracks; false if the fragment is not one this index can describe.
-bool ReadFragment(const std::vector<uint8_t>& moof, uint64_t moofOffset, uint64_t dataBegin, uint64_t dataEnd,
-                  std::vector<Track>& tracks) {
-  std::vector<Box> children, parts;
-  Box whole;
-  if (!BoxReader::ChildBoxes(moof.data(), 0, moof.size(), children) || children.size() != 1) return false;
-  whole = children[0];
-  if (!BoxReader::Children(moof, whole, children)) return false;
-  for (const Box& traf : children) {
-    if (traf.type != BoxType("traf")) continue;
-    if (!BoxReader::Children(moof, traf, parts)) return false;
-    const Box* tfhd = BoxReader::Find(parts, BoxType("tfhd"));
-    if (!tfhd) return false;
-    BoxReader header(moof.data() + tfhd->offset + tfhd->header, tfhd->size - tfhd->header);
-    uint32_t flags = header.U32() & 0xFFFFFF;
-    uint32_t id = header.U32();
-    Track* track = nullptr;
-    for (Track& candidate : tracks) {
-      if (candidate.id == id) track = &candidate;
-    }
-    if (!track) return false;
-    // Without an explicit base, and as our writer always says, data offsets count from the moof.
-    uint64_t base = flags & 0x1 ? header.U64() : moofOffset;
-    uint32_t description = flags & 0x2 ? header.U32() : track->defaultDescription;
-    uint32_t defaultDuration = flags & 0x8 ? header.U32() : track->defaultDuration;
-    uint32_t defaultSize = flags & 0x10 ? header.U32() : track->defaultSize;
-    uint32_t defaultFlags = flags & 0x20 ? header.U32() : track->defaultFlags;
-    if (!header.ok) return false;
-    int64_t time = track->times.empty() ? 0 : track->times.back() + static_cast<int64_t>(track->durations.back());
-    if (const Box* tfdt = BoxReader::Find(parts, BoxType("tfdt"))) {
-      BoxReader decode(moof.data() + tfdt->offset + tfdt->header, tfdt->size - tfdt->header);
-      bool wide = decode.U8() == 1;
-      decode.Seek(4);
-      time = static_cast<int64_t>(wide ? decode.U64() : decode.U32());
-      if (!decode.ok) return false;
-    }
-    uint64_t next = base;  // where a run without its own data offset starts
-    for (const Box& trun : parts) {
-      if (trun.type != BoxType("trun")) continue;
-      BoxReader run(moof.data() + trun.offset + trun.header, trun.size - trun.header);
-      uint32_t runFlags = run.U32() & 0xFFFFFF;
-      uint32_t count = run.U32();
-      if (runFlags & 0x1) next = base + static_cast<uint64_t>(static_cast<int32_t>(run.U32()));
-      uint32_t firstFlags = runFlags & 0x4 ? run.U32() : defaultFlags;
-      if (count == 0) continue;
-      track->chunks.push_back({track->offsets.size(), count, description});
-      for (uint32_t i = 0; i < count; ++i) {
-        uint32_t duration = runFlags & 0x100 ? run.U32() : defaultDuration;
-        uint32_t size = runFlags & 0x200 ? run.U32() : defaultSize;
-        uint32_t sampleFlags = runFlags & 0x400 ? run.U32() : (i == 0 ? firstFlags : defaultFlags);
-        if (runFlags & 0x800 && run.U32() != 0) return false;  // reordered pictures: none of ours
-        if (!run.ok || next < dataBegin || next + size > dataEnd) return false;
-        track->offsets.push_back(next);
-        track->sizes.push_back(size);
-        track->durations.push_back(duration);
-        track->times.push_back(time);
-        track->sync.push_back(!(sampleFlags & kSampleIsNotSync));
-        next += size;
-        time += duration;
-      }
-    }
+  uint64_t NextDecodeTime(size_t track) override {
+    const Track& t = mTracks[track];
+    return t.times.empty() ? 0 : static_cast<uint64_t>(t.times.back()) + t.durations.back();
   }
-  return true;
-}
+
+  void Sample(const FragmentSample& sample) override {
+    Track& track = mTracks[sample.track];
+    if (sample.runSamples) track.chunks.push_back({track.offsets.size(), sample.runSamples, sample.description});
+    track.offsets.push_back(sample.offset);
+    track.sizes.push_back(sample.size);
+    track.durations.push_back(sample.duration);
+    track.times.push_back(static_cast<int64_t>(sample.decodeTime));
+    track.sync.push_back(sample.sync);
+  }
+
+ private:
+  std::vector<Track>& mTracks;
+};
 
 // Settles each sample's duration: a picture lasts until the next one starts (which keeps
 // the time of frames a full backlog dropped); sound lasts as many sample frames as it holds.
@@ -161,7 +71,7 @@ bool ReadFragment(const std::vector<uint8_t>& moof, uint64_t moofOffset, uint64_
 void SettleDurations(Track& track, uint64_t& bytesPerFrame) {
   bytesPerFrame = 0;
   const size_t count = track.sizes.size();
-  if (track.sound) {
+  if (track.description->handler == Handlers::kSound) {
     for (size_t i = 0; i < count; ++i) {
       if (track.durations[i] == 0 || track.sizes[i] % track.durations[i]) return;
       uint64_t frame = track.sizes[i] / track.durations[i];
@@ -185,11 +95,11 @@ void SettleDurations(Track& track, uint64_t& bytesPerFrame) {
 // Sound of whole frames is laid out as QuickTime keeps it: one table sample a frame.
 bool WriteSampleTable(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& stsd, const Track& track,
                       uint64_t bytesPerFrame, uint64_t& duration) {
-  size_t stbl = out.Begin(BoxType("stbl"));
+  size_t stbl = out.Begin(BoxTypes::kStbl);
   out.Put(moov.data() + stsd.offset, stsd.size);
   const size_t count = track.sizes.size();
   duration = 0;
-  size_t stts = out.Begin(BoxType("stts"));
+  size_t stts = out.Begin(BoxTypes::kStts);
   out.Put32(0);
   size_t entryCount = out.bytes.size();
   out.Put32(0);
@@ -219,7 +129,7 @@ bool WriteSampleTable(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
     bool allSync = true;
     for (bool sync : track.sync) allSync = allSync && sync;
     if (!allSync) {
-      size_t stss = out.Begin(BoxType("stss"));
+      size_t stss = out.Begin(BoxTypes::kStss);
       out.Put32(0);
       uint32_t syncs = 0;
       for (bool sync : track.sync) syncs += sync;
@@ -241,7 +151,7 @@ bool WriteSampleTable(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
     }
     perChunk.push_back(samples);
   }
-  size_t stsc = out.Begin(BoxType("stsc"));
+  size_t stsc = out.Begin(BoxTypes::kStsc);
   out.Put32(0);
   size_t stscCount = out.bytes.size();
   out.Put32(0);
@@ -259,7 +169,7 @@ bool WriteSampleTable(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
   out.Patch32(stscCount, runs);
   if (!out.End(stsc)) return false;
 
-  size_t stsz = out.Begin(BoxType("stsz"));
+  size_t stsz = out.Begin(BoxTypes::kStsz);
   out.Put32(0);
   if (bytesPerFrame) {
     out.Put32(static_cast<uint32_t>(bytesPerFrame));
@@ -277,7 +187,7 @@ bool WriteSampleTable(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
 
   bool wide = false;
   for (const Track::Chunk& chunk : track.chunks) wide = wide || track.offsets[chunk.first] > UINT32_MAX;
-  size_t places = out.Begin(wide ? BoxType("co64") : BoxType("stco"));
+  size_t places = out.Begin(wide ? BoxTypes::kCo64 : BoxTypes::kStco);
   out.Put32(0);
   out.Put32(static_cast<uint32_t>(track.chunks.size()));
   for (const Track::Chunk& chunk : track.chunks) {
@@ -291,16 +201,13 @@ bool WriteSampleTable(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
   return out.End(stbl);
 }
 
-// Copies the header box at `box` of moov and sets its duration; the field sits after the
-// version, two dates (32 or 64 bits each) and `before` more bytes.
-bool CopyWithDuration(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& box, uint32_t before,
-                      uint64_t duration) {
+// Copies the header box (mvhd, tkhd, mdhd) at `box` of moov with its duration set.
+bool CopyWithDuration(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& box, uint64_t duration) {
+  HeaderFields fields;
+  if (!BoxReader::ReadHeaderFields(moov, box, fields)) return false;
   size_t start = out.bytes.size();
   out.Put(moov.data() + box.offset, box.size);
-  bool wide = false;
-  uint64_t at = BoxReader::AfterDates(moov, box, wide) + before;
-  if (at + (wide ? 8 : 4) > box.size) return false;
-  return out.PatchDuration(start + at, wide, duration);
+  return out.PatchDuration(start + fields.durationAt, fields.wide, duration);
 }
 
 // The new moov: the first one's boxes with durations set, sample tables filled and the
@@ -308,10 +215,10 @@ bool CopyWithDuration(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
 bool WriteIndex(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& moovBox, std::vector<Track>& tracks) {
   std::vector<Box> children;
   if (!BoxReader::Children(moov, moovBox, children)) return false;
-  const Box* mvhd = BoxReader::Find(children, BoxType("mvhd"));
-  if (!mvhd) return false;
-  const uint64_t movieTimescale = BoxReader::FirstFieldAfterDates(moov, *mvhd);
-  if (movieTimescale == 0) return false;
+  const Box* mvhd = BoxReader::Find(children, BoxTypes::kMvhd);
+  HeaderFields movieHeader;
+  if (!mvhd || !BoxReader::ReadHeaderFields(moov, *mvhd, movieHeader) || movieHeader.first == 0) return false;
+  const uint64_t movieTimescale = movieHeader.first;
 
   // Tracks first, so the movie's duration is known when its header is written.
   BoxWriter traks;
@@ -320,52 +227,33 @@ bool WriteIndex(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& moo
     if (track.sizes.empty()) continue;  // a track with no sample is left out
     uint64_t bytesPerFrame = 0;
     SettleDurations(track, bytesPerFrame);
-    std::vector<Box> trakChildren, mdiaChildren, minfChildren, stblChildren;
-    if (!BoxReader::Children(moov, track.trak, trakChildren)) return false;
-    const Box* mdia = BoxReader::Find(trakChildren, BoxType("mdia"));
-    if (!mdia || !BoxReader::Children(moov, *mdia, mdiaChildren)) return false;
-    const Box* minf = BoxReader::Find(mdiaChildren, BoxType("minf"));
-    if (!minf || !BoxReader::Children(moov, *minf, minfChildren)) return false;
-    const Box* stbl = BoxReader::Find(minfChildren, BoxType("stbl"));
-    if (!stbl || !BoxReader::Children(moov, *stbl, stblChildren)) return false;
-    const Box* stsd = BoxReader::Find(stblChildren, BoxType("stsd"));
-    if (!stsd) return false;
+    const TrackDescription& described = *track.description;
+    std::vector<Box> trakChildren, mdiaChildren, minfChildren;
+    if (!described.stsd.size || !BoxReader::Children(moov, described.trak, trakChildren) ||
+        !BoxReader::Children(moov, described.mdia, mdiaChildren) ||
+        !BoxReader::Children(moov, described.minf, minfChildren)) {
+      return false;
+    }
     BoxWriter table;
     uint64_t mediaDuration = 0;
-    if (!WriteSampleTable(table, moov, *stsd, track, bytesPerFrame, mediaDuration)) return false;
+    if (!WriteSampleTable(table, moov, described.stsd, track, bytesPerFrame, mediaDuration)) return false;
     // Rounded up: an edit shorter than the media would cut its last sample short.
-    uint64_t trackDuration = (mediaDuration * movieTimescale + track.timescale - 1) / track.timescale;
+    uint64_t trackDuration = (mediaDuration * movieTimescale + described.timescale - 1) / described.timescale;
     if (trackDuration > movieDuration) movieDuration = trackDuration;
 
-    size_t trak = traks.Begin(BoxType("trak"));
+    size_t trak = traks.Begin(BoxTypes::kTrak);
     for (const Box& box : trakChildren) {
-      if (box.type == BoxType("tkhd")) {
-        if (!CopyWithDuration(traks, moov, box, 8, trackDuration)) return false;  // after track ID and a reserved word
-        // The track plays from its first sample for its whole duration: readers that find no
-        // edit would stretch a track to the movie's length.
-        size_t edts = traks.Begin(BoxType("edts"));
-        size_t elst = traks.Begin(BoxType("elst"));
-        bool wideEdit = trackDuration > UINT32_MAX;
-        traks.Put32(wideEdit ? 0x01000000 : 0);
-        traks.Put32(1);
-        if (wideEdit) {
-          traks.Put64(trackDuration);
-          traks.Put64(0);
-        } else {
-          traks.Put32(static_cast<uint32_t>(trackDuration));
-          traks.Put32(0);
-        }
-        traks.Put32(0x00010000);  // rate 1.0
-        if (!traks.End(elst) || !traks.End(edts)) return false;
-      } else if (box.type == BoxType("mdia")) {
-        size_t mdiaStart = traks.Begin(BoxType("mdia"));
+      if (box.type == BoxTypes::kTkhd) {
+        if (!CopyWithDuration(traks, moov, box, trackDuration) || !EditList::Write(traks, trackDuration)) return false;
+      } else if (box.type == BoxTypes::kMdia) {
+        size_t mdiaStart = traks.Begin(BoxTypes::kMdia);
         for (const Box& part : mdiaChildren) {
-          if (part.type == BoxType("mdhd")) {
-            if (!CopyWithDuration(traks, moov, part, 4, mediaDuration)) return false;  // after the timescale
-          } else if (part.type == BoxType("minf")) {
-            size_t minfStart = traks.Begin(BoxType("minf"));
+          if (part.type == BoxTypes::kMdhd) {
+            if (!CopyWithDuration(traks, moov, part, mediaDuration)) return false;
+          } else if (part.type == BoxTypes::kMinf) {
+            size_t minfStart = traks.Begin(BoxTypes::kMinf);
             for (const Box& info : minfChildren) {
-              if (info.type == BoxType("stbl")) {
+              if (info.type == BoxTypes::kStbl) {
                 traks.Put(table.bytes.data(), table.bytes.size());
               } else {
                 traks.Put(moov.data() + info.offset, info.size);
@@ -377,19 +265,19 @@ bool WriteIndex(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& moo
           }
         }
         if (!traks.End(mdiaStart)) return false;
-      } else if (box.type != BoxType("edts")) {  // replaced by the edit above
+      } else if (box.type != BoxTypes::kEdts) {  // replaced by the edit written after the header
         traks.Put(moov.data() + box.offset, box.size);
       }
     }
     if (!traks.End(trak)) return false;
   }
 
-  size_t start = out.Begin(BoxType("moov"));
+  size_t start = out.Begin(BoxTypes::kMoov);
   for (const Box& box : children) {
-    if (box.type == BoxType("mvhd")) {
-      if (!CopyWithDuration(out, moov, box, 4, movieDuration)) return false;  // after the timescale
+    if (&box == mvhd) {  // the header read above; a second one, which readers ignore, is copied as it is
+      if (!CopyWithDuration(out, moov, box, movieDuration)) return false;
       out.Put(traks.bytes.data(), traks.bytes.size());
-    } else if (box.type != BoxType("trak") && box.type != BoxType("mvex")) {
+    } else if (box.type != BoxTypes::kTrak && box.type != BoxTypes::kMvex) {
       out.Put(moov.data() + box.offset, box.size);
     }
   }
@@ -403,8 +291,9 @@ long InPlaceIndex::Write(const std::string& path) {
   if (long rc = file.Open()) return rc;
 
   // The top-level boxes; a box that runs past the end is the tail of a cut-off take.
-  std::vector<Box> top;
-  if (long rc = file.TopLevelBoxes(top)) return rc;
+  TopLevelBoxes walk;
+  if (long rc = walk.Read(file)) return rc;
+  const std::vector<Box>& top = walk.boxes;
 
   // The first moov describes the tracks; a moov after the samples is an index written
   // before by a finish that was cut off while hiding the fragment headers.
@@ -412,21 +301,26 @@ long InPlaceIndex::Write(const std::string& path) {
   const Box* index = nullptr;
   bool samplesSeen = false;
   for (const Box& box : top) {
-    if (box.type == BoxType("moov")) {
+    if (box.type == BoxTypes::kMoov) {
       if (!first && !samplesSeen) first = &box;
       if (samplesSeen) index = &box;
     }
-    if (box.type == BoxType("mdat")) samplesSeen = true;
+    if (box.type == BoxTypes::kMdat) samplesSeen = true;
   }
   uint64_t indexOffset = 0;
   if (!index) {
     if (!first) return Unsupported(path, "no movie header before the samples");
     std::vector<uint8_t> moov;
     if (long rc = file.Read(first->offset, first->size, moov)) return rc;
-    std::vector<Track> tracks;
     Box moovBox = *first;
     moovBox.offset = 0;
-    if (!ReadTracks(moov, moovBox, tracks)) return Unsupported(path, "its tracks cannot be read");
+    MovieTracks described;
+    if (!described.Read(moov, moovBox) || !described.AllComplete()) {
+      return Unsupported(path, "its tracks cannot be read");
+    }
+    std::vector<Track> tracks(described.tracks.size());
+    for (size_t i = 0; i < tracks.size(); ++i) tracks[i].description = &described.tracks[i];
+    Gatherer gatherer(tracks);
 
     // Every complete fragment, moof then mdat. The take ends at the last one: what follows
     // is a fragment cut off (its mdat missing) or the writer's fragment table (mfra), both
@@ -436,19 +330,21 @@ long InPlaceIndex::Write(const std::string& path) {
     for (size_t i = 0; i < top.size(); ++i) {
       const Box& box = top[i];
       const bool last = i + 1 == top.size();
-      if (box.type == BoxType("ftyp") || &box == first || box.type == BoxType("free") || box.type == BoxType("skip") ||
-          box.type == BoxType("wide")) {
+      if (box.type == BoxTypes::kFtyp || &box == first || box.type == BoxTypes::kFree || box.type == BoxTypes::kSkip ||
+          box.type == BoxTypes::kWide) {
         end = box.offset + box.size;
         continue;
       }
-      if ((box.type == BoxType("moof") || box.type == BoxType("mfra")) && last) break;
-      if (box.type != BoxType("moof") || top[i + 1].type != BoxType("mdat")) {
+      if ((box.type == BoxTypes::kMoof || box.type == BoxTypes::kMfra) && last) break;
+      if (box.type != BoxTypes::kMoof || top[i + 1].type != BoxTypes::kMdat) {
         return Unsupported(path, "it holds boxes other than the fragments of a take");
       }
       const Box& mdat = top[i + 1];
       if (long rc = file.Read(box.offset, box.size, moof)) return rc;
-      if (!ReadFragment(moof, box.offset, mdat.offset + mdat.header, mdat.offset + mdat.size, tracks)) {
-        return Unsupported(path, "a fragment cannot be read");
+      const FragmentSamples::Status status = FragmentSamples::Walk(moof, box.offset, mdat.offset + mdat.header,
+                                                                   mdat.offset + mdat.size, described, gatherer);
+      if (status != FragmentSamples::Status::kRead) {
+        return Unsupported(path, ("a fragment cannot be read: " + std::string(FragmentSamples::Why(status))).c_str());
       }
       end = mdat.offset + mdat.size;
       ++i;
@@ -484,13 +380,13 @@ long InPlaceIndex::Write(const std::string& path) {
   // still find the fragments through it (a cut here leaves the start of the take to them);
   // afterwards only the index.
   for (auto box = top.rbegin(); box != top.rend(); ++box) {
-    if (box->type == BoxType("moof") && box->offset < indexOffset) {
+    if (box->type == BoxTypes::kMoof && box->offset < indexOffset) {
       if (long rc = file.Hide(box->offset)) return rc;
     }
   }
   if (long rc = file.Sync()) return rc;
   for (const Box& box : top) {
-    if (box.type == BoxType("moov") && box.offset < indexOffset) {
+    if (box.type == BoxTypes::kMoov && box.offset < indexOffset) {
       if (long rc = file.Hide(box.offset)) return rc;
     }
   }

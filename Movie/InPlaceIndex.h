@@ -18,8 +18,9 @@ namespace KTN {
 class InPlaceIndex {
  public:
   // Returns 0, or errno with one failure line; 61 (ENODATA) when no complete fragment
-  // holds a sample; 95 (EOPNOTSUPP) with one line for a layout it does not index, which
-  // it leaves untouched (the caller may then copy the samples instead).
+  // holds a sample; 95 (EOPNOTSUPP) with one line saying why for a layout it does not index
+  // (a box among the fragments, a track it cannot read, a fragment FragmentSamples cannot
+  // describe), which it leaves untouched (the caller may then copy the samples instead).
   static long Write(const std::string& path);
 };
 

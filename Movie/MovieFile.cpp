@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Movie/BoxFlags.h"
 #include "Util/FileIo.h"
 #include "Util/Log.h"
 
@@ -52,35 +53,9 @@ long MovieFile::Sync() {
 }
 
 long MovieFile::Hide(uint64_t offset) {
-  static const uint8_t kFree[4] = {'f', 'r', 'e', 'e'};
-  return Write(offset + 4, kFree, 4);
-}
-
-long MovieFile::TopLevelBoxes(std::vector<Box>& boxes, bool* cut, uint64_t from) {
-  boxes.clear();
-  if (cut) *cut = false;
-  std::vector<uint8_t> header;
-  for (uint64_t at = from; at + 8 <= mSize;) {
-    if (long rc = Read(at, at + 16 <= mSize ? 16 : 8, header)) return rc;
-    BoxReader reader(header.data(), header.size());
-    Box box;
-    box.offset = at;
-    box.size = reader.U32();
-    box.type = reader.U32();
-    if (box.size == 1 && header.size() == 16) {
-      box.size = reader.U64();
-      box.header = 16;
-    } else if (box.size == 0) {
-      box.size = mSize - at;
-    }
-    if (box.size < box.header || box.size > mSize - at) {
-      if (cut) *cut = true;
-      break;
-    }
-    boxes.push_back(box);
-    at += box.size;
-  }
-  return 0;
+  const uint8_t type[4] = {static_cast<uint8_t>(BoxTypes::kFree >> 24), static_cast<uint8_t>(BoxTypes::kFree >> 16),
+                          static_cast<uint8_t>(BoxTypes::kFree >> 8), static_cast<uint8_t>(BoxTypes::kFree)};
+  return Write(offset + 4, type, sizeof type);
 }
 
 long MovieFile::Failed(const char* call, long error) {

@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "Movie/BoxReader.h"
-
 namespace KTN {
 
 // Every operation returns 0 or errno with one failure line naming the call and the movie.
@@ -29,11 +27,6 @@ class MovieFile {
   long Sync();
   // Turns the box at offset into a 'free' box of the same size, which readers skip.
   long Hide(uint64_t offset);
-
-  // The top-level boxes, in order, from the one at offset from (0: the first). A box that
-  // runs past the end (the tail of a take cut off, or a fragment still being written) ends
-  // the list, and *cut receives whether there was one.
-  long TopLevelBoxes(std::vector<Box>& boxes, bool* cut = nullptr, uint64_t from = 0);
 
  private:
   long Failed(const char* call, long error);

@@ -20,7 +20,10 @@ class MovieFile;
 // header (a few hundred bytes) is read again each time as well: the writer lengthens that
 // picture in place over the slots given up or dropped after it, which thus count as empty
 // before the next picture comes. A movie that was finished (or is not a take) is read
-// whole. Used by one thread at a time.
+// whole. A fragment that cannot be described (FragmentSamples says why: a track the movie
+// does not have, a sample outside its data ...) counts no sample and the fragments after it
+// count as usual: the summary says what can be read of a take, and repair (which refuses
+// such a movie) says the rest. Used by one thread at a time.
 class MovieFollower {
  public:
   explicit MovieFollower(const std::string& path);

@@ -1,168 +1,26 @@
-// The follower of a growing take: a last picture lengthened in place counts its empty slots at once and once.
+// The follower and the summary of a take: what it holds as it grows, cut off or finished, a last picture lengthened in place, and fragments it cannot describe.
 #include "Movie/MovieFollower.h"
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <errno.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
-#include "Movie/BoxReader.h"
-#include "Movie/BoxWriter.h"
+#include "Movie/FakeTake.h"
+#include "Movie/InPlaceIndex.h"
+#include "Movie/MovieSummary.h"
+#include "Util/CapturedStderr.h"
 #include "Util/ScratchFolder.h"
 
 namespace KTN {
 namespace {
 
-constexpr uint32_t kPictureTrack = 1;
-constexpr uint32_t kSoundTrack = 2;
-constexpr uint32_t kPictureScale = 30000;
-constexpr uint32_t kFrame = 1001;  // one slot at 29.97
-constexpr uint32_t kSoundRate = 48000;
-
-// A track of a take's header: no sample, its handler and timescale.
-void PutTrack(BoxWriter& out, uint32_t id, uint32_t handler, uint32_t timescale) {
-  size_t trak = out.Begin(BoxType("trak"));
-  size_t tkhd = out.Begin(BoxType("tkhd"));
-  out.Put32(0);  // version and flags
-  out.Put32(0);  // dates
-  out.Put32(0);
-  out.Put32(id);
-  for (int i = 0; i < 4; ++i) out.Put32(0);
-  out.End(tkhd);
-  size_t mdia = out.Begin(BoxType("mdia"));
-  size_t mdhd = out.Begin(BoxType("mdhd"));
-  out.Put32(0);
-  out.Put32(0);
-  out.Put32(0);
-  out.Put32(timescale);
-  out.Put32(0);  // duration
-  out.End(mdhd);
-  size_t hdlr = out.Begin(BoxType("hdlr"));
-  out.Put32(0);
-  out.Put32(0);
-  out.Put32(handler);
-  for (int i = 0; i < 3; ++i) out.Put32(0);
-  out.End(hdlr);
-  size_t minf = out.Begin(BoxType("minf"));
-  size_t stbl = out.Begin(BoxType("stbl"));
-  size_t stts = out.Begin(BoxType("stts"));
-  out.Put32(0);
-  out.Put32(0);
-  out.End(stts);
-  size_t stsz = out.Begin(BoxType("stsz"));
-  out.Put32(0);
-  out.Put32(0);
-  out.Put32(0);
-  out.End(stsz);
-  out.End(stbl);
-  out.End(minf);
-  out.End(mdia);
-  out.End(trak);
-}
-
-// The header of a take that fragments follow: a picture track and a sound track.
-std::vector<uint8_t> TakeHeader() {
-  BoxWriter out;
-  size_t ftyp = out.Begin(BoxType("ftyp"));
-  out.Put32(BoxType("qt  "));
-  out.Put32(0);
-  out.End(ftyp);
-  size_t moov = out.Begin(BoxType("moov"));
-  PutTrack(out, kPictureTrack, BoxType("vide"), kPictureScale);
-  PutTrack(out, kSoundTrack, BoxType("soun"), kSoundRate);
-  size_t mvex = out.Begin(BoxType("mvex"));
-  for (uint32_t id : {kPictureTrack, kSoundTrack}) {
-    size_t trex = out.Begin(BoxType("trex"));
-    out.Put32(0);
-    out.Put32(id);
-    out.Put32(1);
-    out.Put32(0);
-    out.Put32(0);
-    out.Put32(0);
-    out.End(trex);
-  }
-  out.End(mvex);
-  out.End(moov);
-  return out.bytes;
-}
-
-// One fragment of one sample, laid out as the recording server writes it: the sample's
-// duration in its tfhd, a 64-bit decode time, and `size` bytes of sample. *durationAt
-// receives where the duration field lies in the fragment.
-std::vector<uint8_t> Fragment(uint32_t track, uint64_t time, uint32_t duration, uint32_t size, size_t* durationAt) {
-  BoxWriter out;
-  size_t moof = out.Begin(BoxType("moof"));
-  size_t mfhd = out.Begin(BoxType("mfhd"));
-  out.Put32(0);
-  out.Put32(1);
-  out.End(mfhd);
-  size_t traf = out.Begin(BoxType("traf"));
-  size_t tfhd = out.Begin(BoxType("tfhd"));
-  out.Put32(0x020038);  // base is the moof; default duration, size and flags
-  out.Put32(track);
-  if (durationAt) *durationAt = out.bytes.size();
-  out.Put32(duration);
-  out.Put32(size);
-  out.Put32(0);
-  out.End(tfhd);
-  size_t tfdt = out.Begin(BoxType("tfdt"));
-  out.Put32(0x01000000);
-  out.Put64(time);
-  out.End(tfdt);
-  size_t trun = out.Begin(BoxType("trun"));
-  out.Put32(0x000001);
-  out.Put32(1);
-  size_t dataOffset = out.bytes.size();
-  out.Put32(0);
-  out.End(trun);
-  out.End(traf);
-  out.End(moof);
-  out.Patch32(dataOffset, static_cast<uint32_t>(out.bytes.size() + 8));
-  out.Put32(8 + size);
-  out.Put32(BoxType("mdat"));
-  out.bytes.resize(out.bytes.size() + size, 0x5A);
-  return out.bytes;
-}
-
-// A take on disk, grown by whole fragments as the recording server grows it.
-class GrowingTake {
- public:
-  explicit GrowingTake(const std::string& path) : mPath(path) { Append(TakeHeader()); }
-
-  // Appends the picture of slot `slot`, one slot long; later it may be lengthened.
-  void Picture(uint64_t slot) {
-    size_t at = 0;
-    std::vector<uint8_t> bytes = Fragment(kPictureTrack, slot * kFrame, kFrame, 64, &at);
-    mLastDuration = mSize + at;
-    Append(bytes);
-  }
-  // Appends sound of `frames` sample frames from sample frame `first`.
-  void Sound(uint64_t first, uint32_t frames) { Append(Fragment(kSoundTrack, first, frames, frames * 4, nullptr)); }
-  // Rewrites the last picture's duration in place, as the server does for the slots after it.
-  void LastPictureLasts(uint32_t duration) {
-    uint8_t field[4] = {static_cast<uint8_t>(duration >> 24), static_cast<uint8_t>(duration >> 16),
-                        static_cast<uint8_t>(duration >> 8), static_cast<uint8_t>(duration)};
-    int fd = open(mPath.c_str(), O_WRONLY | O_CLOEXEC);
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(4, pwrite(fd, field, sizeof field, static_cast<off_t>(mLastDuration)));
-    close(fd);
-  }
-
- private:
-  void Append(const std::vector<uint8_t>& bytes) {
-    std::ofstream file(mPath, std::ios::binary | std::ios::app);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    mSize += bytes.size();
-  }
-
-  std::string mPath;
-  uint64_t mSize = 0;
-  uint64_t mLastDuration = 0;  // where the last picture's duration field lies
-};
+constexpr uint32_t kFrame = FakeTake::kFrame;
 
 // Bytes this process has read so far, as the kernel counts them.
 uint64_t BytesRead() {
@@ -178,7 +36,7 @@ uint64_t BytesRead() {
 TEST(MovieFollowerTest, ALengthenedLastPictureCountsItsEmptySlotsAtOnceAndOnce) {
   Util::ScratchFolder folder;
   std::string path = folder.File("take.mov");
-  GrowingTake take(path);
+  FakeTake take(path);
   for (uint64_t slot = 0; slot < 5; ++slot) {
     take.Picture(slot);
     take.Sound(slot * 1602, 1602);
@@ -225,7 +83,7 @@ TEST(MovieFollowerTest, ALengthenedLastPictureCountsItsEmptySlotsAtOnceAndOnce) 
 TEST(MovieFollowerTest, ADurationReadHalfRewrittenIsSetRightByTheNextUpdate) {
   Util::ScratchFolder folder;
   std::string path = folder.File("take.mov");
-  GrowingTake take(path);
+  FakeTake take(path);
   for (uint64_t slot = 0; slot < 3; ++slot) take.Picture(slot);
   MovieFollower follower(path);
   ASSERT_EQ(0, follower.Update());
@@ -243,7 +101,7 @@ TEST(MovieFollowerTest, ADurationReadHalfRewrittenIsSetRightByTheNextUpdate) {
 TEST(MovieFollowerTest, AnUpdateReadsTheNewFragmentsAndOneHeaderOnly) {
   Util::ScratchFolder folder;
   std::string path = folder.File("take.mov");
-  GrowingTake take(path);
+  FakeTake take(path);
   for (uint64_t slot = 0; slot < 2000; ++slot) {
     take.Picture(slot);
     take.Sound(slot * 1602, 1602);
@@ -258,6 +116,101 @@ TEST(MovieFollowerTest, AnUpdateReadsTheNewFragmentsAndOneHeaderOnly) {
   EXPECT_EQ(2002u, follower.Summary().pictureSlots);
   EXPECT_GT(read, 0u);
   EXPECT_LT(read, 1024u) << "one fragment header, not the take's " << 4000 << " fragments";
+}
+
+// A take followed while it is written: each update adds the fragments completed since
+// (not one that is still being written), and the finished movie is read anew.
+TEST(MovieFollowerTest, AFollowerCountsATakeAsItGrows) {
+  Util::ScratchFolder folder;
+  std::string path = folder.File("growing.mov");
+  FakeTake take(path);
+  MovieFollower follower(path);
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(MovieSummary::Layout::kFragments, follower.Summary().layout);
+  EXPECT_EQ(0u, follower.Summary().pictures);
+  for (uint64_t slot = 0; slot < 5; ++slot) take.Picture(slot);
+  std::vector<uint8_t> half = FakeTake::Fragment(FakeTake::kPictureTrack, 7 * kFrame, kFrame, FakeTake::kPictureBytes);
+  take.Append(std::vector<uint8_t>(half.begin(), half.begin() + static_cast<long>(half.size() / 2)));
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(5u, follower.Summary().pictures) << "the fragment being written is not counted yet";
+  take.Append(std::vector<uint8_t>(half.begin() + static_cast<long>(half.size() / 2), half.end()));
+  for (uint64_t slot = 8; slot < 10; ++slot) take.Picture(slot);
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(8u, follower.Summary().pictures);
+  EXPECT_EQ(10u, follower.Summary().pictureSlots) << "two slots without their pictures";
+  EXPECT_EQ(kFrame, follower.Summary().frameDuration);
+  EXPECT_EQ(FakeTake::kPictureScale, follower.Summary().videoTimescale);
+  ASSERT_EQ(0, InPlaceIndex::Write(path));
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(MovieSummary::Layout::kFinished, follower.Summary().layout);
+  EXPECT_EQ(8u, follower.Summary().pictures);
+  EXPECT_EQ(10u, follower.Summary().pictureSlots);
+}
+
+// The same pictures, slots and sound in the finished movie and in its fragments cut off
+// before the finish; nothing of a file that is no movie; one line for one that is not there.
+TEST(MovieFollowerTest, TheSummaryOfATakeFinishedOrCutOff) {
+  Util::ScratchFolder folder;
+  std::string path = folder.File("take.mov");
+  std::string cut = folder.File("cut.mov");
+  FakeTake take(path);
+  uint64_t pictures = 0;
+  for (uint64_t slot = 0; slot < 12; ++slot) {
+    if (slot % 5 != 1) {  // every fifth slot without its picture, the last one among them
+      take.Picture(slot);
+      ++pictures;
+    }
+    take.Sound(slot * 1602, 1602);
+  }
+  take.LastPictureLasts(2 * kFrame);  // the last slot, given up, held by the picture before it
+  std::filesystem::copy_file(path, cut);
+  ASSERT_EQ(0, InPlaceIndex::Write(path));
+  for (const std::string& movie : {path, cut}) {
+    SCOPED_TRACE(movie);
+    MovieSummary summary;
+    ASSERT_EQ(0, summary.Read(movie));
+    EXPECT_EQ(movie == path ? MovieSummary::Layout::kFinished : MovieSummary::Layout::kFragments, summary.layout);
+    EXPECT_EQ(pictures, summary.pictures);
+    EXPECT_EQ(12u, summary.pictureSlots);
+    EXPECT_EQ(12u * 1602, summary.soundFrames);
+    EXPECT_EQ(48000u, summary.soundRate);
+    EXPECT_FALSE(summary.hasTimecode);
+    EXPECT_FALSE(summary.hasFieldOrder);
+  }
+  std::string text = folder.File("notes.mov");
+  { std::ofstream(text) << "not a movie at all\n"; }
+  MovieSummary none;
+  ASSERT_EQ(0, none.Read(text));
+  EXPECT_EQ(MovieSummary::Layout::kNotAMovie, none.layout);
+  Util::CapturedStderr captured;
+  EXPECT_EQ(ENOENT, none.Read(folder.File("absent.mov")));
+  EXPECT_NE(std::string::npos, captured.Text().find("open(")) << "one line names the failed call";
+}
+
+// A fragment the box layer cannot describe (a track the movie does not have, a run of
+// samples past its data) counts no sample, the fragments around it count as usual, and a
+// count read from the file bounds no work.
+TEST(MovieFollowerTest, AFragmentThatCannotBeDescribedCountsNothing) {
+  Util::ScratchFolder folder;
+  std::string path = folder.File("take.mov");
+  FakeTake take(path);
+  take.Picture(0);
+  take.Append(FakeTake::Fragment(7, 0, kFrame, FakeTake::kPictureBytes));  // no track 7
+  take.Picture(1);
+  // Four thousand million samples of no bytes, all taking the defaults, in 8 bytes of data.
+  std::vector<uint8_t> endless = FakeTake::Fragment(FakeTake::kPictureTrack, 2 * kFrame, kFrame, 8);
+  const std::string trun = "trun";
+  const size_t count = std::search(endless.begin(), endless.end(), trun.begin(), trun.end()) - endless.begin() + 8;
+  for (size_t i : {count, count + 1, count + 2, count + 3}) endless[i] = 0xFF;  // after the run's type and flags
+  take.Append(endless);
+  take.Picture(3);
+  MovieFollower follower(path);
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(3u, follower.Summary().pictures);
+  EXPECT_EQ(4u, follower.Summary().pictureSlots);
+  take.Picture(4);
+  ASSERT_EQ(0, follower.Update());
+  EXPECT_EQ(4u, follower.Summary().pictures) << "and goes on after them";
 }
 
 }  // namespace

@@ -3,11 +3,14 @@
 
 #include <errno.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "Movie/BoxReader.h"
 #include "Movie/BoxWriter.h"
 #include "Movie/MovieFile.h"
+#include "Movie/MovieTracks.h"
+#include "Movie/TopLevelBoxes.h"
 #include "Movie/TimecodeTrack.h"
 #include "Util/Log.h"
 
@@ -24,26 +27,13 @@ void Copy(BoxWriter& out, const std::vector<uint8_t>& bytes, const Box& box) {
   out.Put(bytes.data() + box.offset, box.size);
 }
 
-// The handler type of a trak ('vide', 'soun', 'tmcd'), or 0.
-uint32_t HandlerOf(const std::vector<uint8_t>& moov, const Box& trak) {
-  std::vector<Box> inner, media;
-  if (!BoxReader::Children(moov, trak, inner)) return 0;
-  const Box* mdia = BoxReader::Find(inner, BoxType("mdia"));
-  if (!mdia || !BoxReader::Children(moov, *mdia, media)) return 0;
-  const Box* hdlr = BoxReader::Find(media, BoxType("hdlr"));
-  if (!hdlr) return 0;
-  BoxReader handler(moov, *hdlr);
-  handler.Seek(8);
-  return handler.U32();
-}
-
 // The fiel box's two bytes for an order.
 void PutFields(BoxWriter& out, MovieStamp::Fields fields) {
-  size_t fiel = out.Begin(BoxType("fiel"));
+  size_t fiel = out.Begin(BoxTypes::kFiel);
   switch (fields) {
-    case MovieStamp::Fields::kTopFirst: out.Put8(2), out.Put8(1); break;
-    case MovieStamp::Fields::kBottomFirst: out.Put8(2), out.Put8(6); break;
-    default: out.Put8(1), out.Put8(0); break;
+    case MovieStamp::Fields::kTopFirst: out.Put8(FieldOrder::kTwoFields), out.Put8(FieldOrder::kTopFirst); break;
+    case MovieStamp::Fields::kBottomFirst: out.Put8(FieldOrder::kTwoFields), out.Put8(FieldOrder::kBottomFirst); break;
+    default: out.Put8(FieldOrder::kOneField), out.Put8(0); break;
   }
   out.End(fiel);
 }
@@ -52,13 +42,14 @@ void PutFields(BoxWriter& out, MovieStamp::Fields fields) {
 // none; false when the table is not one to stamp.
 bool WriteStsdWithFields(BoxWriter& out, const std::vector<uint8_t>& moov, const Box& stsd, MovieStamp::Fields fields) {
   std::vector<Box> entries;
-  if (stsd.size < stsd.header + 8 ||
-      !BoxReader::ChildBoxes(moov.data(), stsd.offset + stsd.header + 8, stsd.offset + stsd.size, entries) ||
+  if (stsd.size < stsd.header + kDescriptionsHeader ||
+      !BoxReader::ChildBoxes(moov.data(), stsd.offset + stsd.header + kDescriptionsHeader, stsd.offset + stsd.size,
+                             entries) ||
       entries.empty() || entries[0].size < kVisualEntryFields) {
     return false;
   }
-  size_t start = out.Begin(BoxType("stsd"));
-  out.Put(moov.data() + stsd.offset + stsd.header, 8);  // version, flags and count
+  size_t start = out.Begin(BoxTypes::kStsd);
+  out.Put(moov.data() + stsd.offset + stsd.header, kDescriptionsHeader);
   for (size_t i = 0; i < entries.size(); ++i) {
     const Box& entry = entries[i];
     std::vector<Box> extras;
@@ -71,7 +62,7 @@ bool WriteStsdWithFields(BoxWriter& out, const std::vector<uint8_t>& moov, const
     bool hasFields = false;
     for (const Box& extra : extras) {
       Copy(out, moov, extra);
-      hasFields = hasFields || extra.type == BoxType("fiel");
+      hasFields = hasFields || extra.type == BoxTypes::kFiel;
     }
     if (!hasFields) PutFields(out, fields);
     out.End(described);
@@ -87,9 +78,9 @@ bool WriteTowardsStsd(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
   size_t start = out.Begin(box.type);
   for (const Box& child : children) {
     bool ok = true;
-    if (child.type == BoxType("minf") || child.type == BoxType("stbl")) {
+    if (child.type == BoxTypes::kMinf || child.type == BoxTypes::kStbl) {
       ok = WriteTowardsStsd(out, moov, child, fields);
-    } else if (child.type == BoxType("stsd")) {
+    } else if (child.type == BoxTypes::kStsd) {
       ok = WriteStsdWithFields(out, moov, child, fields);
     } else {
       Copy(out, moov, child);
@@ -105,30 +96,30 @@ bool WritePictureTrak(BoxWriter& out, const std::vector<uint8_t>& moov, const Bo
                       uint32_t timecodeId) {
   std::vector<Box> children;
   if (!BoxReader::Children(moov, trak, children)) return false;
-  size_t start = out.Begin(BoxType("trak"));
+  size_t start = out.Begin(BoxTypes::kTrak);
   for (const Box& child : children) {
-    if (child.type == BoxType("tref")) continue;  // written again below, with the timecode's
-    if (child.type == BoxType("mdia") && fields != MovieStamp::Fields::kKeep) {
+    if (child.type == BoxTypes::kTref) continue;  // written again below, with the timecode's
+    if (child.type == BoxTypes::kMdia && fields != MovieStamp::Fields::kKeep) {
       if (!WriteTowardsStsd(out, moov, child, fields)) return false;
     } else {
       Copy(out, moov, child);
     }
-    if (child.type != BoxType("tkhd")) continue;
+    if (child.type != BoxTypes::kTkhd) continue;
     // After the track header: its references, those it had (but the timecode's when it is
     // stamped again), and ours.
     std::vector<Box> references;
-    if (const Box* tref = BoxReader::Find(children, BoxType("tref"))) {
+    if (const Box* tref = BoxReader::Find(children, BoxTypes::kTref)) {
       if (!BoxReader::Children(moov, *tref, references)) return false;
     }
     std::vector<Box> kept;
     for (const Box& reference : references) {
-      if (reference.type != BoxType("tmcd") || !timecodeId) kept.push_back(reference);
+      if (reference.type != BoxTypes::kTmcd || !timecodeId) kept.push_back(reference);
     }
     if (kept.empty() && !timecodeId) continue;
-    size_t tref = out.Begin(BoxType("tref"));
+    size_t tref = out.Begin(BoxTypes::kTref);
     for (const Box& reference : kept) Copy(out, moov, reference);
     if (timecodeId) {
-      size_t tmcd = out.Begin(BoxType("tmcd"));
+      size_t tmcd = out.Begin(BoxTypes::kTmcd);
       out.Put32(timecodeId);
       out.End(tmcd);
     }
@@ -148,49 +139,39 @@ long MovieStamp::Apply(const std::string& path) const {
   }
   MovieFile file(path);
   if (long rc = file.Open()) return rc;
-  std::vector<Box> top;
-  bool cut = false;
-  if (long rc = file.TopLevelBoxes(top, &cut)) return rc;
+  TopLevelBoxes top;
+  if (long rc = top.Read(file)) return rc;
+  if (top.Count(BoxTypes::kMoof)) return Refused(path, "it is still fragments; it is finished first");
+  if (top.cut || top.Count(BoxTypes::kMoov) != 1) return Refused(path, "it is not a finished movie");
   const Box* moovBox = nullptr;
-  int movieHeaders = 0;
-  for (const Box& box : top) {
-    if (box.type == BoxType("moof")) return Refused(path, "it is still fragments; it is finished first");
-    if (box.type == BoxType("moov")) {
-      moovBox = &box;
-      ++movieHeaders;
-    }
+  for (const Box& box : top.boxes) {
+    if (box.type == BoxTypes::kMoov) moovBox = &box;
   }
-  if (cut || movieHeaders != 1) return Refused(path, "it is not a finished movie");
   std::vector<uint8_t> moov;
   if (long rc = file.Read(moovBox->offset, moovBox->size, moov)) return rc;
   Box whole;
   whole.size = moov.size();
   whole.header = moovBox->header;
   std::vector<Box> children;
-  if (!BoxReader::Children(moov, whole, children)) return Refused(path, "its index cannot be read");
-
-  uint32_t highestId = 0;
-  const Box* picture = nullptr;
-  for (const Box& child : children) {
-    if (child.type != BoxType("trak")) continue;
-    std::vector<Box> inner;
-    if (!BoxReader::Children(moov, child, inner)) return Refused(path, "a track cannot be read");
-    if (const Box* tkhd = BoxReader::Find(inner, BoxType("tkhd"))) {
-      uint32_t id = BoxReader::FirstFieldAfterDates(moov, *tkhd);
-      if (id > highestId) highestId = id;
-    }
-    if (!picture && HandlerOf(moov, child) == BoxType("vide")) picture = &child;
+  MovieTracks tracks;
+  if (!BoxReader::Children(moov, whole, children) || !tracks.Read(moov, whole)) {
+    return Refused(path, "its index cannot be read");
   }
-  const Box* mvhd = BoxReader::Find(children, BoxType("mvhd"));
+  uint32_t highestId = 0;
+  const TrackDescription* picture = nullptr;
+  for (const TrackDescription& track : tracks.tracks) {
+    if (!track.complete) return Refused(path, "a track cannot be read");
+    highestId = std::max(highestId, track.id);
+    if (!picture && track.handler == Handlers::kPicture) picture = &track;
+  }
+  const Box* mvhd = BoxReader::Find(children, BoxTypes::kMvhd);
   if (!mvhd || !picture) return Refused(path, "it has no picture track");
-  bool wide = false;
-  const uint64_t afterDates = BoxReader::AfterDates(moov, *mvhd, wide);
-  BoxReader header(moov.data() + mvhd->offset + afterDates, mvhd->size - afterDates);
-  const uint32_t movieTimescale = header.U32();
-  const uint64_t movieDuration = wide ? header.U64() : header.U32();
-  // The next track ID sits after the rate, volume, reserved bytes, matrix and predefined fields.
-  const uint64_t nextTrackAt = afterDates + 4 + (wide ? 8 : 4) + 4 + 2 + 10 + 36 + 24;
-  if (!header.ok || nextTrackAt + 4 > mvhd->size) return Refused(path, "its movie header cannot be read");
+  HeaderFields header;
+  if (!BoxReader::ReadHeaderFields(moov, *mvhd, header)) return Refused(path, "its movie header cannot be read");
+  const uint32_t movieTimescale = header.first;
+  const uint64_t movieDuration = header.duration;
+  const uint64_t nextTrackAt = header.durationAt + (header.wide ? 8 : 4) + kMvhdAfterDurationToNextTrack;
+  if (nextTrackAt + 4 > mvhd->size) return Refused(path, "its movie header cannot be read");
 
   // The timecode's sample goes in an mdat of its own after the movie's last box, the new
   // index after it.
@@ -199,18 +180,19 @@ long MovieStamp::Apply(const std::string& path) const {
   BoxWriter out;
   if (stampTimecode) {
     out.Put32(12);
-    out.Put32(BoxType("mdat"));
+    out.Put32(BoxTypes::kMdat);
     out.Put32(timecode.FirstFrame());
   }
-  size_t moovStart = out.Begin(BoxType("moov"));
+  size_t moovStart = out.Begin(BoxTypes::kMoov);
   for (const Box& child : children) {
-    if (child.type == BoxType("mvhd")) {
+    if (&child == mvhd) {
+      // The header read above (a second one, which readers ignore, is copied as it is).
       size_t at = out.bytes.size();
       Copy(out, moov, child);
       if (stampTimecode) out.Patch32(at + nextTrackAt, timecodeId + 1);
-    } else if (&child == picture) {
+    } else if (child.type == BoxTypes::kTrak && tracks.ForTrak(child) == picture) {
       if (!WritePictureTrak(out, moov, child, fields, timecodeId)) return Refused(path, "its picture track cannot be read");
-    } else if (stampTimecode && child.type == BoxType("trak") && HandlerOf(moov, child) == BoxType("tmcd")) {
+    } else if (stampTimecode && child.type == BoxTypes::kTrak && tracks.ForTrak(child)->handler == Handlers::kTimecode) {
       continue;  // an earlier timecode, replaced
     } else {
       Copy(out, moov, child);

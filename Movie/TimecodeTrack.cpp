@@ -1,15 +1,12 @@
 // A movie's timecode track.
 #include "Movie/TimecodeTrack.h"
 
-#include "Movie/BoxReader.h"
+#include "Movie/BoxFlags.h"
+#include "Movie/EditList.h"
 
 namespace KTN {
 
 namespace {
-
-// The flags of a timecode's sample description.
-constexpr uint32_t kTimecodeDropFrame = 0x0001;
-constexpr uint32_t kTimecode24HourMax = 0x0002;
 
 // A QuickTime counted string.
 void PutPascal(BoxWriter& out, const char* text) {
@@ -20,7 +17,7 @@ void PutPascal(BoxWriter& out, const char* text) {
 }
 
 void PutIdentityMatrix(BoxWriter& out) {
-  const uint32_t matrix[9] = {0x00010000, 0, 0, 0, 0x00010000, 0, 0, 0, 0x40000000};
+  const uint32_t matrix[9] = {kFixedOne, 0, 0, 0, kFixedOne, 0, 0, 0, kMatrixOne};
   for (uint32_t value : matrix) out.Put32(value);
 }
 
@@ -55,10 +52,10 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
                               uint64_t sampleOffset) const {
   const uint64_t mediaDuration = movieTimescale ? movieDuration * mTimescale / movieTimescale : 0;
   const bool wide = movieDuration > UINT32_MAX || mediaDuration > UINT32_MAX;
-  size_t trak = out.Begin(BoxType("trak"));
+  size_t trak = out.Begin(BoxTypes::kTrak);
 
-  size_t tkhd = out.Begin(BoxType("tkhd"));
-  out.Put32(wide ? 0x01000000 : 0);  // not enabled: a timecode is read, not shown
+  size_t tkhd = out.Begin(BoxTypes::kTkhd);
+  out.Put32(FullBoxWord(wide ? 1 : 0, 0));  // no TkhdFlags: a timecode is read, not shown
   if (wide) {
     out.Put64(0), out.Put64(0);
   } else {
@@ -77,22 +74,11 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.Put32(0), out.Put32(0);  // no picture of its own
   out.End(tkhd);
 
-  size_t edts = out.Begin(BoxType("edts"));
-  size_t elst = out.Begin(BoxType("elst"));
-  out.Put32(wide ? 0x01000000 : 0);
-  out.Put32(1);
-  if (wide) {
-    out.Put64(movieDuration), out.Put64(0);
-  } else {
-    out.Put32(static_cast<uint32_t>(movieDuration)), out.Put32(0);
-  }
-  out.Put32(0x00010000);
-  out.End(elst);
-  out.End(edts);
+  EditList::Write(out, movieDuration);
 
-  size_t mdia = out.Begin(BoxType("mdia"));
-  size_t mdhd = out.Begin(BoxType("mdhd"));
-  out.Put32(wide ? 0x01000000 : 0);
+  size_t mdia = out.Begin(BoxTypes::kMdia);
+  size_t mdhd = out.Begin(BoxTypes::kMdhd);
+  out.Put32(FullBoxWord(wide ? 1 : 0, 0));
   if (wide) {
     out.Put64(0), out.Put64(0), out.Put32(mTimescale), out.Put64(mediaDuration);
   } else {
@@ -101,24 +87,24 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.Put16(0x7FFF);  // no language
   out.Put16(0);
   out.End(mdhd);
-  size_t hdlr = out.Begin(BoxType("hdlr"));
+  size_t hdlr = out.Begin(BoxTypes::kHdlr);
   out.Put32(0);
-  out.Put32(BoxType("mhlr"));
-  out.Put32(BoxType("tmcd"));
+  out.Put32(Handlers::kMediaHandler);
+  out.Put32(Handlers::kTimecode);
   out.Put32(0), out.Put32(0), out.Put32(0);
   PutPascal(out, "TimeCodeHandler");
   out.End(hdlr);
 
-  size_t minf = out.Begin(BoxType("minf"));
-  size_t gmhd = out.Begin(BoxType("gmhd"));
-  size_t gmin = out.Begin(BoxType("gmin"));
+  size_t minf = out.Begin(BoxTypes::kMinf);
+  size_t gmhd = out.Begin(BoxTypes::kGmhd);
+  size_t gmin = out.Begin(BoxTypes::kGmin);
   out.Put32(0);
   out.Put16(0x0040);  // graphics mode: copy
   out.Put16(0x8000), out.Put16(0x8000), out.Put16(0x8000);
   out.Put16(0), out.Put16(0);
   out.End(gmin);
-  size_t tmcd = out.Begin(BoxType("tmcd"));
-  size_t tcmi = out.Begin(BoxType("tcmi"));
+  size_t tmcd = out.Begin(BoxTypes::kTmcd);
+  size_t tcmi = out.Begin(BoxTypes::kTcmi);
   out.Put32(0);
   out.Put16(0), out.Put16(0), out.Put16(12), out.Put16(0);  // font, face, size, reserved
   out.Put16(0), out.Put16(0), out.Put16(0);                 // black text
@@ -127,42 +113,42 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.End(tcmi);
   out.End(tmcd);
   out.End(gmhd);
-  size_t dinf = out.Begin(BoxType("dinf"));
-  size_t dref = out.Begin(BoxType("dref"));
+  size_t dinf = out.Begin(BoxTypes::kDinf);
+  size_t dref = out.Begin(BoxTypes::kDref);
   out.Put32(0);
   out.Put32(1);
-  size_t alis = out.Begin(BoxType("alis"));
-  out.Put32(1);  // the data is in this file
+  size_t alis = out.Begin(BoxTypes::kAlis);
+  out.Put32(kDataInThisFile);
   out.End(alis);
   out.End(dref);
   out.End(dinf);
 
-  size_t stbl = out.Begin(BoxType("stbl"));
-  size_t stsd = out.Begin(BoxType("stsd"));
+  size_t stbl = out.Begin(BoxTypes::kStbl);
+  size_t stsd = out.Begin(BoxTypes::kStsd);
   out.Put32(0);
   out.Put32(1);
-  size_t entry = out.Begin(BoxType("tmcd"));
+  size_t entry = out.Begin(BoxTypes::kTmcd);
   out.Put32(0), out.Put16(0);  // reserved
   out.Put16(1);                // data reference index
   out.Put32(0);                // reserved
-  out.Put32((mDropFrame ? kTimecodeDropFrame : 0) | kTimecode24HourMax);
+  out.Put32((mDropFrame ? TimecodeFlags::kDropFrame : 0) | TimecodeFlags::k24HourMax);
   out.Put32(mTimescale);
   out.Put32(mFrameDuration);
   out.Put8(static_cast<uint8_t>(mFramesPerSecond));
   out.Put8(0);
   out.End(entry);
   out.End(stsd);
-  size_t stts = out.Begin(BoxType("stts"));
+  size_t stts = out.Begin(BoxTypes::kStts);
   out.Put32(0), out.Put32(1), out.Put32(1);
   out.Put32(static_cast<uint32_t>(mediaDuration > UINT32_MAX ? UINT32_MAX : mediaDuration));
   out.End(stts);
-  size_t stsc = out.Begin(BoxType("stsc"));
+  size_t stsc = out.Begin(BoxTypes::kStsc);
   out.Put32(0), out.Put32(1), out.Put32(1), out.Put32(1), out.Put32(1);
   out.End(stsc);
-  size_t stsz = out.Begin(BoxType("stsz"));
+  size_t stsz = out.Begin(BoxTypes::kStsz);
   out.Put32(0), out.Put32(4), out.Put32(1);
   out.End(stsz);
-  size_t places = out.Begin(sampleOffset > UINT32_MAX ? BoxType("co64") : BoxType("stco"));
+  size_t places = out.Begin(sampleOffset > UINT32_MAX ? BoxTypes::kCo64 : BoxTypes::kStco);
   out.Put32(0), out.Put32(1);
   if (sampleOffset > UINT32_MAX) {
     out.Put64(sampleOffset);

@@ -31,7 +31,7 @@
 #include "Record/FakeDeviceFrames.h"
 #include "Record/RecordHandlers.h"
 #include "Record/RecordPlatform.h"
-#include "Server/MovieProbe.h"
+#include "Testing/MovieProbe.h"
 #include "Settings/CaptureTables.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Util/CapturedStderr.h"

@@ -8,7 +8,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include "Movie/BoxReader.h"
+#include "Movie/BoxFlags.h"
 #include "Util/FileIo.h"
 #include "Util/Log.h"
 
@@ -16,17 +16,18 @@ namespace KTN {
 
 namespace {
 
-// Sample flags of a fragment: a sample that depends on no other (a key frame), and the
-// default of a picture track's samples, which the first (and only) sample overrides.
-constexpr uint32_t kSampleDependsOnNothing = 0x02000000;
-constexpr uint32_t kSampleIsNotSync = 0x01010000;
+// Sample flags of a fragment: a key frame (every sound sample, and every picture, which
+// says so as its run's first sample), and the default of a picture track's samples, which
+// the first (and only) sample overrides: a picture that depends on others.
+constexpr uint32_t kKeyFrame = SampleFlags::kDependsOnNothing;
+constexpr uint32_t kDependentPicture = SampleFlags::kDependsOnOthers | SampleFlags::kIsNotSync;
 
 // tfhd: the base of data offsets is the moof; a default duration, size and flags follow.
-constexpr uint32_t kTfhdFlags = 0x020000 | 0x000008 | 0x000010 | 0x000020;
+constexpr uint32_t kTfhdFlags = TfhdFlags::kDefaultBaseIsMoof | TfhdFlags::kDefaultSampleDuration |
+                                TfhdFlags::kDefaultSampleSize | TfhdFlags::kDefaultSampleFlags;
 // trun: a data offset follows; for pictures also the first sample's flags.
-constexpr uint32_t kTrunDataOffset = 0x000001;
-constexpr uint32_t kTrunFirstSampleFlags = 0x000004;
-
+constexpr uint32_t kSoundRun = TrunFlags::kDataOffset;
+constexpr uint32_t kPictureRun = TrunFlags::kDataOffset | TrunFlags::kFirstSampleFlags;
 
 }  // namespace
 
@@ -54,37 +55,37 @@ long FragmentWriter::Open(int descriptor, const std::string& name, uint64_t head
 size_t FragmentWriter::BuildHeader(const Sample& sample) {
   BoxWriter& out = mHeader;
   out.bytes.clear();  // its capacity stays: no allocation per fragment
-  size_t moof = out.Begin(BoxType("moof"));
-  size_t mfhd = out.Begin(BoxType("mfhd"));
-  out.Put32(0);
+  size_t moof = out.Begin(BoxTypes::kMoof);
+  size_t mfhd = out.Begin(BoxTypes::kMfhd);
+  out.Put32(FullBoxWord(0, 0));
   out.Put32(mSequence + 1);
   out.End(mfhd);
-  size_t traf = out.Begin(BoxType("traf"));
-  size_t tfhd = out.Begin(BoxType("tfhd"));
-  out.Put32(kTfhdFlags);
+  size_t traf = out.Begin(BoxTypes::kTraf);
+  size_t tfhd = out.Begin(BoxTypes::kTfhd);
+  out.Put32(FullBoxWord(0, kTfhdFlags));
   out.Put32(sample.trackId);
   mHeaderDurationAt = out.bytes.size();
   out.Put32(sample.duration);
   out.Put32(sample.size);
-  out.Put32(sample.picture ? kSampleIsNotSync : kSampleDependsOnNothing);
+  out.Put32(sample.picture ? kDependentPicture : kKeyFrame);
   out.End(tfhd);
-  size_t tfdt = out.Begin(BoxType("tfdt"));
-  out.Put32(0x01000000);  // version 1: a 64-bit decode time
+  size_t tfdt = out.Begin(BoxTypes::kTfdt);
+  out.Put32(FullBoxWord(1, 0));  // a 64-bit decode time
   out.Put64(sample.decodeTime);
   out.End(tfdt);
-  size_t trun = out.Begin(BoxType("trun"));
-  out.Put32(sample.picture ? kTrunDataOffset | kTrunFirstSampleFlags : kTrunDataOffset);
+  size_t trun = out.Begin(BoxTypes::kTrun);
+  out.Put32(sample.picture ? kPictureRun : kSoundRun);
   out.Put32(1);
   size_t dataOffset = out.bytes.size();
   out.Put32(0);
-  if (sample.picture) out.Put32(kSampleDependsOnNothing);
+  if (sample.picture) out.Put32(kKeyFrame);
   out.End(trun);
   out.End(traf);
   out.End(moof);
   // The sample follows the mdat's own eight bytes.
   out.Patch32(dataOffset, static_cast<uint32_t>(out.bytes.size() - moof + 8));
   out.Put32(static_cast<uint32_t>(8 + static_cast<uint64_t>(sample.size)));
-  out.Put32(BoxType("mdat"));
+  out.Put32(BoxTypes::kMdat);
   return out.bytes.size();
 }
 

@@ -16,8 +16,8 @@ extern "C" {
 }
 
 #include "Movie/MovieLock.h"
-#include "Server/AvFailure.h"
-#include "Server/MovieFinisher.h"
+#include "Finish/AvFailure.h"
+#include "Finish/MovieFinisher.h"
 #include "Util/FileIo.h"
 #include "Util/FourCC.h"
 #include "Util/Printer.h"

@@ -24,7 +24,7 @@
 #include "Core/SharedMemory.h"
 #include "Host/PluginHost.h"
 #include "Host/PluginSession.h"
-#include "Server/MovieProbe.h"
+#include "Testing/MovieProbe.h"
 #include "Settings/CaptureTables.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Util/RowBytes.h"
@@ -143,8 +143,7 @@ int RunCase(size_t format, const std::string& folder) {
   rusage self, children;  // before any other child: a child forked from here starts as big as this process
   getrusage(RUSAGE_SELF, &self);
   getrusage(RUSAGE_CHILDREN, &children);
-  std::string counted = CommandOutput("ffprobe -v error -count_packets -select_streams v:0 -show_entries "
-                                      "stream=nb_read_packets -of csv=p=0 '" + request.moviePath + "'");
+  std::string counted = Ffprobe(request.moviePath, "-count_packets -select_streams v:0 -show_entries stream=nb_read_packets");
   std::filesystem::remove(request.moviePath);
   const double pictures = atof(counted.c_str());
   const double multiple = seconds > 0 ? pictures / seconds / rate : 0;

@@ -19,7 +19,7 @@
 
 #include "Host/PluginHost.h"
 #include "Host/PluginSession.h"
-#include "Server/MovieProbe.h"
+#include "Testing/MovieProbe.h"
 #include "Settings/CaptureTables.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Util/RowBytes.h"
@@ -143,8 +143,7 @@ int RunCase(const SustainCase& sustain, const std::string& folder, double second
   if (failure.empty()) failure = stopped;
   const bool warned = session.DroppedFrames();
   session.Close();
-  std::string counted = CommandOutput("ffprobe -v error -count_packets -select_streams v:0 -show_entries "
-                                      "stream=nb_read_packets -of csv=p=0 '" + request.moviePath + "'");
+  std::string counted = Ffprobe(request.moviePath, "-count_packets -select_streams v:0 -show_entries stream=nb_read_packets");
   std::filesystem::remove(request.moviePath);
   const int pictures = atoi(counted.c_str());
   printf("    %d of %d frames recorded, %d dropped%s; longest service call %.2f s (target <= 1.0%s); stop %.1f s\n",

@@ -31,7 +31,7 @@
 #include "Host/PluginHost.h"
 #include "Host/RecordSession.h"
 #include "Movie/MovieSummary.h"
-#include "Server/MovieProbe.h"
+#include "Testing/MovieProbe.h"
 #include "Settings/CaptureTables.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Simulator/SimulatedModes.h"
@@ -217,7 +217,7 @@ std::string ExpectedColoursAndFields(const CaptureSettings& settings) {
 
 // The timecode track's start as ffprobe reads it (its timecode tag).
 std::string ProbedTimecode(const std::string& movie) {
-  return CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream_tags=timecode -of csv=p=0 '" + movie + "'");
+  return Ffprobe(movie, "-select_streams d:0 -show_entries stream_tags=timecode");
 }
 
 class RecordingMatrixTest : public EndToEndTest, public testing::WithParamInterface<Pair> {};
@@ -266,8 +266,7 @@ TEST_P(RecordingMatrixTest, ShortRecordingIsRightInEveryRespect) {
   // What a finishing editor looks for first. The signal carries no timecode: the take starts
   // at the host's, which has none of its own either.
   EXPECT_EQ(ExpectedColoursAndFields(settings),
-            CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=color_space,field_order -of csv=p=0 '" +
-                          request.moviePath + "'"));
+            Ffprobe(request.moviePath, "-select_streams v:0 -show_entries stream=color_space,field_order"));
   EXPECT_EQ("00:00:00:00", ProbedTimecode(request.moviePath));
 }
 
@@ -1020,8 +1019,7 @@ TEST_F(EndToEndTest, AKilledServerIsNamedWithTheFramesKeptAndHowToFinishTheMovie
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(0, WEXITSTATUS(status)) << repairError;
   EXPECT_TRUE(UserLines(repairError).empty()) << repairError;
-  EXPECT_EQ("bt470bg,tt", CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=color_space,field_order "
-                                        "-of csv=p=0 '" + movie + "'"));
+  EXPECT_EQ("bt470bg,tt", Ffprobe(movie, "-select_streams v:0 -show_entries stream=color_space,field_order"));
   ASSERT_EQ(0, finished.Read(movie));
   EXPECT_EQ(start, finished.startTimecode) << "the timecode stays";
   EXPECT_EQ(kept.pictures, finished.pictures);
@@ -1257,12 +1255,10 @@ TEST_F(EndToEndTest, ATakeFromAnInPointStartsItsTimecodeThere) {
   ASSERT_TRUE(WIFEXITED(status));
   ASSERT_EQ(0, WEXITSTATUS(status)) << error;
   EXPECT_EQ("01:00:00;00", ProbedTimecode(movie));
-  EXPECT_EQ("tmcd", CommandOutput("ffprobe -v error -select_streams d:0 -show_entries stream=codec_tag_string -of csv=p=0 '" +
-                                  movie + "'"));
+  EXPECT_EQ("tmcd", Ffprobe(movie, "-select_streams d:0 -show_entries stream=codec_tag_string"));
   EXPECT_EQ("01:00:00;00", CommandOutput("mediainfo --Inform='Other;%TimeCode_FirstFrame%' '" + movie + "'"));
   EXPECT_EQ("smpte170m,bb",
-            CommandOutput("ffprobe -v error -select_streams v:0 -show_entries stream=color_space,field_order -of csv=p=0 '" +
-                          movie + "'"));
+            Ffprobe(movie, "-select_streams v:0 -show_entries stream=color_space,field_order"));
   EXPECT_EQ("5,5", QtdemuxBufferCounts(movie)) << "the samples read as before the stamp";
 }
 

@@ -1,5 +1,5 @@
 // Reports a failed FFmpeg call in the caller's name and maps its code to errno.
-#include "Server/AvFailure.h"
+#include "Finish/AvFailure.h"
 
 #include <errno.h>
 

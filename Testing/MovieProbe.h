@@ -1,4 +1,4 @@
-// Test support: what a written movie holds, read back with libavformat.
+// Test support: what a written movie holds, read back with libavformat, ffprobe and GStreamer's demuxer.
 #pragma once
 
 #include <stdint.h>
@@ -38,6 +38,15 @@ ProbedMovie ProbeMovie(const std::string& path, bool decode);
 
 // Output of a command line run by the shell, without its final line feed.
 std::string CommandOutput(const std::string& commandLine);
+
+// text quoted for the shell, whatever it holds (spaces, quotes).
+std::string ShellQuoted(const std::string& text);
+
+// What ffprobe prints of the movie at path for selection, its options that choose the
+// streams or packets and their entries ("-select_streams v:0 -show_entries
+// stream=field_order"): one line each, its values separated by commas, without a final
+// line feed. Errors only, no banner.
+std::string Ffprobe(const std::string& path, const std::string& selection);
 
 // What GStreamer's QuickTime demuxer reads of a movie's first video and first audio track,
 // as "<pictures>,<sound buffers>": a third reader, independent of FFmpeg and MediaInfo.

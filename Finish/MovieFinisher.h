@@ -19,14 +19,19 @@ class MovieFinisher {
   // when the caller knows it, as the writer does; 0 reads it from the movie's timestamps.
   // Returns 0 (also for a movie already in the ordinary layout, which is left alone) or
   // errno with one failure line; 61 (ENODATA) when not one sample could be read back.
-  static long Finish(const std::string& path, int64_t frameDuration = 0, int64_t timescale = 0);
+  // *rewritten, when given, receives whether the movie needed the finish (and got it).
+  static long Finish(const std::string& path, int64_t frameDuration = 0, int64_t timescale = 0,
+                     bool* rewritten = nullptr);
 
-  // Whether the movie at path is laid out as fragments (holds a top-level 'moof' box) or
-  // was left by a finish that was cut off (two top-level 'moov' boxes). False when the file
-  // cannot be read.
+  // Whether the movie at path still needs its finish: it is laid out as fragments (holds a
+  // top-level 'moof' box) or was left by a finish or a stamp that was cut off (two top-level
+  // 'moov' boxes). False, with one failure line, when the file cannot be read.
   static bool IsFragmented(const std::string& path);
 
  private:
+  // Whether the movie at path still needs its finish, into unfinished: 0 or errno with one
+  // failure line.
+  static long NeedsFinish(const std::string& path, bool& unfinished);
   // The copy: frame time as Finish takes it.
   static long CopyIntoOrdinaryMovie(const std::string& path, int64_t frameDuration, int64_t timescale);
 };

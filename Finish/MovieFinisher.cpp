@@ -1,5 +1,5 @@
 // Copies the samples of a fragmented movie into an ordinary movie and renames it over.
-#include "Server/MovieFinisher.h"
+#include "Finish/MovieFinisher.h"
 
 #include <errno.h>
 #include <stdint.h>
@@ -7,6 +7,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <map>
 #include <vector>
 
 extern "C" {
@@ -14,8 +15,12 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include "Server/AvFailure.h"
+#include "Finish/AvFailure.h"
+#include "Movie/FragmentSamples.h"
 #include "Movie/InPlaceIndex.h"
+#include "Movie/MovieFile.h"
+#include "Movie/MovieTracks.h"
+#include "Movie/TopLevelBoxes.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -38,6 +43,53 @@ struct Rewrite {
   }
 };
 
+// The last sample of a track as its fragments record it, in the track's timescale.
+struct RecordedEnd {
+  uint64_t decodeTime = 0;
+  uint32_t duration = 0;
+};
+
+// Keeps the last sample each track's fragments describe.
+class LastSamples : public FragmentSamples::Visitor {
+ public:
+  explicit LastSamples(size_t tracks) : ends(tracks) {}
+  uint64_t NextDecodeTime(size_t track) override { return ends[track].decodeTime + ends[track].duration; }
+  void Sample(const FragmentSample& sample) override { ends[sample.track] = {sample.decodeTime, sample.duration}; }
+  std::vector<RecordedEnd> ends;
+};
+
+// The last sample of each track (by track ID) as the movie's complete fragments record
+// it: the duration the writer gave the last picture, lengthened over the empty slots at the
+// end of the take, which FFmpeg's reader does not give. Empty when the movie says none.
+std::map<uint32_t, RecordedEnd> RecordedEnds(const std::string& path) {
+  std::map<uint32_t, RecordedEnd> byId;
+  MovieFile file(path);
+  TopLevelBoxes top;
+  if (file.Open(false) || top.Read(file)) return byId;
+  const Box* moovBox = nullptr;
+  for (const Box& box : top.boxes) {
+    if (box.type == BoxTypes::kMoov && !moovBox) moovBox = &box;
+  }
+  std::vector<uint8_t> moov, moof;
+  MovieTracks tracks;
+  if (!moovBox || file.Read(moovBox->offset, moovBox->size, moov)) return byId;
+  Box whole = *moovBox;
+  whole.offset = 0;
+  if (!tracks.Read(moov, whole)) return byId;
+  LastSamples last(tracks.tracks.size());
+  for (size_t i = 0; i + 1 < top.boxes.size(); ++i) {
+    const Box& box = top.boxes[i];
+    const Box& mdat = top.boxes[i + 1];
+    if (box.type != BoxTypes::kMoof || mdat.type != BoxTypes::kMdat || file.Read(box.offset, box.size, moof)) continue;
+    // A fragment that cannot be described is left to FFmpeg's reading alone.
+    FragmentSamples::Walk(moof, box.offset, mdat.offset + mdat.header, mdat.offset + mdat.size, tracks, last);
+  }
+  for (size_t i = 0; i < tracks.tracks.size(); ++i) {
+    if (last.ends[i].duration) byId[tracks.tracks[i].id] = last.ends[i];
+  }
+  return byId;
+}
+
 // The rewrite's name: hidden, beside the movie, so the rename stays on one filesystem.
 std::string TemporaryBeside(const std::string& path) {
   size_t slash = path.rfind('/');
@@ -48,43 +100,27 @@ std::string TemporaryBeside(const std::string& path) {
 
 }  // namespace
 
-bool MovieFinisher::IsFragmented(const std::string& path) {
-  FILE* file = fopen(path.c_str(), "rb");
-  if (!file) return false;
-  bool fragmented = false;
-  int movieHeaders = 0;
-  uint8_t header[16];
-  // Walks the top-level boxes; a fragment's 'moof' follows the (empty) 'moov'. A second
-  // 'moov' is an index whose finish was cut off before the first was hidden.
-  while (fread(header, 1, 8, file) == 8) {
-    uint64_t size = (uint64_t{header[0]} << 24) | (uint64_t{header[1]} << 16) | (uint64_t{header[2]} << 8) | header[3];
-    uint64_t headerBytes = 8;
-    if (size == 1) {
-      if (fread(header + 8, 1, 8, file) != 8) break;
-      size = 0;
-      for (int i = 8; i < 16; ++i) size = (size << 8) | header[i];
-      headerBytes = 16;
-    }
-    if (memcmp(header + 4, "moov", 4) == 0) ++movieHeaders;
-    if (memcmp(header + 4, "moof", 4) == 0 || movieHeaders > 1) {
-      fragmented = true;
-      break;
-    }
-    if (size < headerBytes || fseeko(file, static_cast<off_t>(size - headerBytes), SEEK_CUR) != 0) break;
-  }
-  fclose(file);
-  return fragmented;
+long MovieFinisher::NeedsFinish(const std::string& path, bool& unfinished) {
+  unfinished = false;
+  MovieFile file(path);
+  if (long rc = file.Open(false)) return rc;
+  TopLevelBoxes top;
+  if (long rc = top.Read(file)) return rc;
+  unfinished = top.Unfinished();
+  return 0;
 }
 
-long MovieFinisher::Finish(const std::string& path, int64_t frameDuration, int64_t timescale) {
-  if (!IsFragmented(path)) {
-    if (access(path.c_str(), R_OK) != 0) {
-      long error = errno;
-      KTN_LOG("Cannot read the movie %s: %s", path.c_str(), strerror(errno));
-      return error;
-    }
-    return 0;
-  }
+bool MovieFinisher::IsFragmented(const std::string& path) {
+  bool unfinished = false;
+  return NeedsFinish(path, unfinished) == 0 && unfinished;
+}
+
+long MovieFinisher::Finish(const std::string& path, int64_t frameDuration, int64_t timescale, bool* rewritten) {
+  if (rewritten) *rewritten = false;
+  bool unfinished = false;
+  if (long rc = NeedsFinish(path, unfinished)) return rc;
+  if (!unfinished) return 0;
+  if (rewritten) *rewritten = true;
   // The index is written in place when the layout allows; the samples are copied only when not.
   long rc = InPlaceIndex::Write(path);
   if (rc != EOPNOTSUPP) return rc;
@@ -128,8 +164,10 @@ long MovieFinisher::CopyIntoOrdinaryMovie(const std::string& path, int64_t frame
   }
   if ((rc = avformat_write_header(rewrite.output, nullptr)) < 0) return REPORT_AV("avformat_write_header", rc);
   // Each stream's packet waits for the next: a picture lasts until the next one starts
-  // (which keeps the time of frames a full backlog dropped), the last as long as the one
-  // before it. The fragments' own durations are not trusted for the last sample.
+  // (which keeps the time of frames a full backlog dropped). The last keeps the duration
+  // its fragment records, which the writer lengthened over the empty slots at the end of
+  // the take; only a last sample whose fragment says none lasts as long as the one before.
+  const std::map<uint32_t, RecordedEnd> recordedEnds = RecordedEnds(path);
   std::vector<AVPacket*> pending(rewrite.input->nb_streams, nullptr);
   std::vector<int64_t> lastDuration(rewrite.input->nb_streams, 0);
   AVPacket* packet = av_packet_alloc();
@@ -171,7 +209,13 @@ long MovieFinisher::CopyIntoOrdinaryMovie(const std::string& path, int64_t frame
   for (size_t index = 0; index < pending.size(); ++index) {
     if (!pending[index]) continue;
     if (!result) {
-      if (lastDuration[index] > 0) pending[index]->duration = lastDuration[index];
+      // The reader's streams are the tracks: its stream ID the track's, its time base the track's timescale.
+      auto recorded = recordedEnds.find(static_cast<uint32_t>(rewrite.input->streams[index]->id));
+      if (recorded != recordedEnds.end() && pending[index]->dts == static_cast<int64_t>(recorded->second.decodeTime)) {
+        pending[index]->duration = recorded->second.duration;
+      } else if (lastDuration[index] > 0) {
+        pending[index]->duration = lastDuration[index];
+      }
       result = emit(pending[index]);
     }
     av_packet_free(&pending[index]);

@@ -1,5 +1,5 @@
 // Test support: reading a written movie back with libavformat and libavcodec.
-#include "Server/MovieProbe.h"
+#include "Testing/MovieProbe.h"
 
 #include <stdio.h>
 
@@ -90,7 +90,7 @@ std::string QtdemuxBufferCounts(const std::string& path) {
   std::string counts;
   for (const char* pad : {"video_0", "audio_0"}) {
     // Each buffer the demuxer hands on is one line of the sink's "chain" messages.
-    std::string count = CommandOutput("gst-launch-1.0 -v filesrc location='" + path + "' ! qtdemux name=d d." + pad +
+    std::string count = CommandOutput("gst-launch-1.0 -v filesrc location=" + ShellQuoted(path) + " ! qtdemux name=d d." + pad +
                                       " ! queue ! fakesink silent=false 2>&1 | grep -c 'chain'");
     counts += (counts.empty() ? "" : ",") + count;
   }
@@ -107,6 +107,16 @@ std::string CommandOutput(const std::string& commandLine) {
   pclose(pipe);
   while (!output.empty() && (output.back() == '\n' || output.back() == '\r')) output.pop_back();
   return output;
+}
+
+std::string ShellQuoted(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+std::string Ffprobe(const std::string& path, const std::string& selection) {
+  return CommandOutput("ffprobe -v error " + selection + " -of csv=p=0 " + ShellQuoted(path));
 }
 
 }  // namespace KTN
