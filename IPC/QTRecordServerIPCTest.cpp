@@ -10,6 +10,7 @@
 #include "IPC/QTRecordServerIPC.h"
 #include "IPC/TestStreams.h"
 #include "Util/CapturedStderr.h"
+#include "Util/FileIo.h"
 
 namespace KTN {
 namespace {
@@ -184,12 +185,7 @@ std::string ServeThroughPipe(FakeRecordingServer& server, const std::string& scr
   Pipe pipe;
   if (pipe.Open()) return "(no pipe)";
   // The script fits the pipe's buffer, so it is written whole before the loop reads it.
-  size_t written = 0;
-  while (written < script.size()) {
-    ssize_t put = write(pipe.WriteEnd(), script.data() + written, script.size() - written);
-    if (put <= 0) return "(write failed)";
-    written += static_cast<size_t>(put);
-  }
+  if (Util::FileIo::WriteAll(pipe.WriteEnd(), script.data(), script.size())) return "(write failed)";
   pipe.CloseWriteEnd();
   FILE* input = fdopen(pipe.TakeReadEnd(), "r");
   FILE* output = OutputStream();
