@@ -796,10 +796,17 @@ TEST(SimulatedCardTest, ABoundedSignalStopsAfterItsFrames) {
 
 TEST(SimulatedCardTest, BadSettingsAreReportedAndTheDefaultKept) {
   Util::CapturedStderr captured;
-  SimulatedCard card({{"VELDRAN_SIM_SPEED", "fast"}, {"VELDRAN_SIM_TIMECODE", "ltc"}});
+  // The timecodes hold what the card's own check took before the one rule for timecode text:
+  // frames beyond any rate, any character between the fields.
+  SimulatedCard card({{"VELDRAN_SIM_SPEED", "fast"}, {"VELDRAN_SIM_TIMECODE", "ltc"},
+                      {"VELDRAN_SIM_TIMECODE_START", "01:00:00:99"}, {"VELDRAN_SIM_CUE", "01.00.00.05"}});
   std::string text = captured.Text();
   EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_SPEED=fast is not a number from 0 to 1000; using 1")) << text;
   EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_TIMECODE=ltc is not rp188, vitc or none; using rp188")) << text;
+  EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_TIMECODE_START=01:00:00:99 is not HH:MM:SS:FF; using 01:00:00:00"))
+      << text;
+  EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_CUE=01.00.00.05 is not HH:MM:SS:FF; starting at the first frame"))
+      << text;
 }
 
 TEST(SimulatedCardTest, OnlyTheEntryPointsAreExported) {
