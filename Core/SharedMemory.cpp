@@ -119,42 +119,8 @@ long SharedMemory::Fill(const struct iovec* parts, int count) {
     KTN_LOG("shm_open(%s) failed with errno %ld (%s)", mKey, error, strerror(errno));
     return error;
   }
-  long result = 0;
-  off_t offset = 0;
-  int part = 0;
-  size_t skip = 0;  // bytes of parts[part] already written
-  while (part < count) {
-    // Up to eight parts a call; a short write continues where it stopped.
-    struct iovec pending[8];
-    int used = 0;
-    size_t bytes = 0;
-    for (int i = part; i < count && used < 8; ++i, ++used) {
-      pending[used].iov_base = static_cast<char*>(parts[i].iov_base) + (i == part ? skip : 0);
-      pending[used].iov_len = parts[i].iov_len - (i == part ? skip : 0);
-      bytes += pending[used].iov_len;
-    }
-    if (bytes == 0) {  // empty parts only: nothing to write for them
-      part += used;
-      skip = 0;
-      continue;
-    }
-    ssize_t written = pwritev(fd, pending, used, offset);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) {
-      result = written < 0 ? errno : EIO;
-      KTN_LOG("pwritev(%d, %llu) failed with errno %ld (%s)", fd, static_cast<unsigned long long>(offset), result,
-              strerror(static_cast<int>(result)));
-      break;
-    }
-    offset += written;
-    size_t left = static_cast<size_t>(written);
-    while (part < count && left >= parts[part].iov_len - skip) {
-      left -= parts[part].iov_len - skip;
-      skip = 0;
-      ++part;
-    }
-    skip += left;
-  }
+  long result = Util::FileIo::WriteAllParts(fd, parts, count, 0);
+  if (result) KTN_LOG("pwritev(%s) failed with errno %ld (%s)", mKey, result, strerror(static_cast<int>(result)));
   close(fd);
   return result;
 }

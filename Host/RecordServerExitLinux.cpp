@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "Util/ProcStat.h"
+
 namespace KTN {
 
 namespace {
@@ -48,29 +50,6 @@ std::vector<long> Children() {
   return pids;
 }
 
-// From a stat line: the task's state letter and, once it has ended (a zombie), its exit_code,
-// the 52nd field, which holds the wait status. The command name sits in parentheses and may
-// hold spaces and parentheses itself, so the fields are counted from the last ')', which
-// ends field 2. False when the line is not such a line.
-bool ParseStat(const std::string& stat, char& state, int& waitStatus) {
-  size_t close = stat.rfind(')');
-  if (close == std::string::npos) return false;
-  std::vector<std::string> fields;
-  size_t at = close + 1;
-  while (at < stat.size()) {
-    size_t start = stat.find_first_not_of(' ', at);
-    if (start == std::string::npos) break;
-    size_t end = stat.find(' ', start);
-    fields.push_back(stat.substr(start, end == std::string::npos ? std::string::npos : end - start));
-    at = end == std::string::npos ? stat.size() : end;
-  }
-  // fields[0] is field 3 (the state); field 52 is fields[49] (kernels since 3.5 have it).
-  if (fields.size() < 50 || fields[0].size() != 1) return false;
-  state = fields[0][0];
-  waitStatus = atoi(fields[49].c_str());
-  return true;
-}
-
 }  // namespace
 
 long RecordServerExit::Find(int& waitStatus, int waitMillis) {
@@ -79,11 +58,10 @@ long RecordServerExit::Find(int& waitStatus, int waitMillis) {
     std::string folder = "/proc/" + std::to_string(pid);
     if (FirstLine(folder + "/comm") != kServerName) continue;
     for (;;) {
-      char state = 0;
-      int status = 0;
-      if (!ParseStat(FirstLine(folder + "/stat"), state, status)) break;  // reaped meanwhile
-      if (state == 'Z') {
-        waitStatus = status;
+      Util::ProcStat stat;
+      if (!Util::ProcStat::Read((folder + "/stat").c_str(), stat)) break;  // reaped meanwhile
+      if (stat.state == 'Z' && stat.hasExitCode) {
+        waitStatus = stat.exitCode;
         return 0;
       }
       // A server whose pipes have closed is ending: its descriptors close before it

@@ -22,7 +22,6 @@
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
 #include "Host/StopSignals.h"
-#include "Host/TimecodeText.h"
 #include "Host/WholeNumber.h"
 #include "Finish/MovieFinisher.h"
 #include "Movie/MovieLock.h"
@@ -32,6 +31,7 @@
 #include "Settings/CaptureTables.h"
 #include "Util/FileKind.h"
 #include "Util/TimeCode.h"
+#include "Util/TimecodeText.h"
 
 namespace {
 
@@ -205,11 +205,11 @@ int Record(int argc, char** argv) {
   if (frames) request.frames = static_cast<int32_t>(frames);
   if (!inText.empty()) {
     if (!frames) return Usage("--in needs --frames or --seconds");
-    const unsigned timecodeRate = static_cast<unsigned>(std::ceil(frameRate - 1e-9));
-    const bool dropFrame = settings.frameDuration == 1001 && (timecodeRate == 30 || timecodeRate == 60);
     Util::TimeCode tc = {};
     std::string problem;
-    if (!ParseTimecodeText(inText, timecodeRate, dropFrame, tc, &problem)) return Usage("--in: " + problem);
+    if (!Util::TimecodeText::ParseAtPictureRate(inText, settings.frameDuration, settings.timeScale, tc, &problem)) {
+      return Usage("--in: " + problem);
+    }
     request.hasInPoint = true;
     request.timecodeRate = tc.framesPerSecond;
     request.dropFrame = tc.dropFrame;
@@ -258,7 +258,7 @@ int Repair(int argc, char** argv) {
     }
   }
   if (movie.empty()) return Usage("repair needs exactly one MOVIE");
-  if (!timecode.empty() && !IsTimecodeText(timecode)) return Usage("--timecode must be a timecode HH:MM:SS:FF (HH:MM:SS;FF at drop frame)");
+  if (!timecode.empty() && !Util::TimecodeText::IsTimecode(timecode)) return Usage("--timecode must be a timecode HH:MM:SS:FF (HH:MM:SS;FF at drop frame)");
   MovieStamp stamp;
   if (fieldsText == "tt") stamp.fields = MovieStamp::Fields::kTopFirst;
   else if (fieldsText == "bb") stamp.fields = MovieStamp::Fields::kBottomFirst;

@@ -3,14 +3,39 @@
 
 #include <stdint.h>
 
+#include <string>
+
 #include "IPC/SimpleServerIPC.h"
 
 namespace KTN {
 
+// What the setters have stored for the next "Prepare"; zero (and empty) until set. The
+// twelve numbers are stored by QTRecordServerIPC's own setters; video and audio on or off
+// and the file path by the concrete server's. One struct, so that "Begin" starts a
+// configuration afresh with one assignment and nothing is left over from the take before.
+struct RecorderSettings {
+  int64_t mVideoDuration = 0;   // one frame, in mVideoTimescale units
+  int64_t mVideoTimescale = 0;  // units per second
+  int32_t mVideoWidth = 0;
+  int32_t mVideoHeight = 0;
+  int32_t mPixelAspectRatioX = 0;
+  int32_t mPixelAspectRatioY = 0;
+  int32_t mVideoCodecType = 0;
+  int32_t mVideoCodecVendor = 0;
+  int32_t mVideoCodecQuality = 0;
+  int32_t mAudioChannels = 0;
+  int32_t mAudioType = 0;  // bits per sample
+  int32_t mAudioRate = 0;  // Hz
+  bool mVideoEnabled = false;
+  bool mAudioEnabled = false;
+  std::string mFilePath;
+};
+
 // A concrete server supplies the pure operations; the numeric setters store their value
 // in the matching field and answer 0 unless overridden. All run on the server loop's
-// thread and return the status to acknowledge.
-class QTRecordServerIPC : public SimpleServerIPC {
+// thread and return the status to acknowledge. The fields are those of RecorderSettings,
+// which the class holds as its base.
+class QTRecordServerIPC : public SimpleServerIPC, protected RecorderSettings {
  public:
   // Dispatches by exact command word. "Exit" stops the loop (answering 0, argument
   // ignored); unknown commands and commands missing their argument answer 22 with a
@@ -51,18 +76,10 @@ class QTRecordServerIPC : public SimpleServerIPC {
   // 0 here; a server that must not change settings under an open recording refuses.
   virtual long AcceptSetting(const char* command);
 
-  int64_t mVideoDuration = 0;   // one frame, in mVideoTimescale units
-  int64_t mVideoTimescale = 0;  // units per second
-  int32_t mVideoWidth = 0;
-  int32_t mVideoHeight = 0;
-  int32_t mPixelAspectRatioX = 0;
-  int32_t mPixelAspectRatioY = 0;
-  int32_t mVideoCodecType = 0;
-  int32_t mVideoCodecVendor = 0;
-  int32_t mVideoCodecQuality = 0;
-  int32_t mAudioChannels = 0;
-  int32_t mAudioType = 0;  // bits per sample
-  int32_t mAudioRate = 0;  // Hz
+  // All that the setters have stored, as one value.
+  const RecorderSettings& Settings() const { return *this; }
+  // Every field back to zero (and the path empty), as before the first setter.
+  void ClearSettings() { static_cast<RecorderSettings&>(*this) = RecorderSettings(); }
 };
 
 }  // namespace KTN

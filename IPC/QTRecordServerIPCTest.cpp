@@ -10,6 +10,7 @@
 #include "IPC/QTRecordServerIPC.h"
 #include "IPC/TestStreams.h"
 #include "Util/CapturedStderr.h"
+#include "Util/FileIo.h"
 
 namespace KTN {
 namespace {
@@ -31,7 +32,7 @@ class FakeRecordingServer : public QTRecordServerIPC {
     mAudioEnabledCalls += enabled ? "1;" : "0;";
     return 0;
   }
-  long SetFilePath(const char* path) override { mPath = path; return 0; }
+  long SetFilePath(const char* path) override { mFilePath = path; return 0; }
   long Prepare() override { mCalls += "Prepare;"; return 0; }
   long MapVideo(unsigned long long size) override { mVideoSize = size; return 7; }
   long MapAudio(unsigned long long size) override { mAudioSize = size; return 0; }
@@ -42,10 +43,12 @@ class FakeRecordingServer : public QTRecordServerIPC {
   long long Duration() const { return mVideoDuration; }
   int CodecType() const { return mVideoCodecType; }
 
+  // The settings are the server's own fields; the test reads them.
+  using QTRecordServerIPC::mAudioEnabled;
+  using QTRecordServerIPC::mFilePath;
+  using QTRecordServerIPC::mVideoEnabled;
+
   std::string mCalls;
-  std::string mPath;
-  bool mVideoEnabled = false;
-  bool mAudioEnabled = false;
   std::string mVideoEnabledCalls;  // each call's flag, "1;" or "0;"
   std::string mAudioEnabledCalls;
   unsigned long long mVideoSize = 0;
@@ -113,7 +116,7 @@ TEST(QTRecordServerIPCTest, PathsKeepTheirSpacesAndCommandsWithoutArgumentIgnore
   FakeRecordingServer server;
   EXPECT_EQ("SetFilePath 0\nPrepare 0\nStop 0\nMapAudio 0\nExit 0\n",
             Serve(server, "SetFilePath /Volumes/My Disk/clip.mov\nPrepare now\nStop 1\nMapAudio 6400\nExit\n"));
-  EXPECT_EQ("/Volumes/My Disk/clip.mov", server.mPath);
+  EXPECT_EQ("/Volumes/My Disk/clip.mov", server.mFilePath);
   EXPECT_EQ("Prepare;Stop;", server.mCalls);
   EXPECT_EQ(6400u, server.mAudioSize);
 }
@@ -174,7 +177,7 @@ TEST(QTRecordServerIPCTest, ARefusedSettingIsAnsweredAndNotApplied) {
             Serve(server, "SetVideoWidth 1920\nSetFilePath /x.mov\nSetVideoEnabled 1\nPrepare\nMapVideo 10\nStop\n"));
   EXPECT_EQ("SetVideoWidth;SetFilePath;SetVideoEnabled;", server.mRefused) << "asked once for each setter";
   EXPECT_EQ(0, server.Width());
-  EXPECT_EQ("", server.mPath);
+  EXPECT_EQ("", server.mFilePath);
   EXPECT_EQ("", server.mVideoEnabledCalls);
   EXPECT_EQ("Prepare;Stop;", server.mCalls) << "other commands are served";
 }
@@ -184,12 +187,7 @@ std::string ServeThroughPipe(FakeRecordingServer& server, const std::string& scr
   Pipe pipe;
   if (pipe.Open()) return "(no pipe)";
   // The script fits the pipe's buffer, so it is written whole before the loop reads it.
-  size_t written = 0;
-  while (written < script.size()) {
-    ssize_t put = write(pipe.WriteEnd(), script.data() + written, script.size() - written);
-    if (put <= 0) return "(write failed)";
-    written += static_cast<size_t>(put);
-  }
+  if (Util::FileIo::WriteAll(pipe.WriteEnd(), script.data(), script.size())) return "(write failed)";
   pipe.CloseWriteEnd();
   FILE* input = fdopen(pipe.TakeReadEnd(), "r");
   FILE* output = OutputStream();
@@ -210,7 +208,7 @@ TEST(QTRecordServerIPCTest, OverlongLinesAreRefusedWholeWithOneAnswer) {
   {
     FakeRecordingServer server;
     EXPECT_EQ("SetFilePath 0\nBegin 0\n", ServeThroughPipe(server, fits + "\nBegin\n"));
-    EXPECT_EQ(fits.substr(12), server.mPath) << "the longest line is one command";
+    EXPECT_EQ(fits.substr(12), server.mFilePath) << "the longest line is one command";
   }
   {
     FakeRecordingServer server;
@@ -218,7 +216,7 @@ TEST(QTRecordServerIPCTest, OverlongLinesAreRefusedWholeWithOneAnswer) {
     // One character too many; the tail would read as "Begin" if it were served.
     const std::string over = "SetFilePath /" + std::string(static_cast<size_t>(longest) - 13, 'f') + "Begin";
     EXPECT_EQ("SetFilePath 22\nStop 0\n", ServeThroughPipe(server, over + "\nStop\n"));
-    EXPECT_EQ("", server.mPath) << "not executed with a cut path";
+    EXPECT_EQ("", server.mFilePath) << "not executed with a cut path";
     EXPECT_EQ("Stop;", server.mCalls) << "its tail is no command";
     EXPECT_NE(std::string::npos, captured.Text().find("A line of more than 4129 characters (\"SetFilePath ...\") refused whole"))
         << captured.Text();

@@ -9,8 +9,8 @@
 
 #include <string>
 
-#include "IPC/ProcStatLinux.h"
 #include "IPC/ServerProcess.h"
+#include "Util/ProcStat.h"
 
 extern char** environ;
 
@@ -107,11 +107,10 @@ long long ServerProcess::CpuTicks() const {
   if (mPid <= 0 || mWaited) return -1;
   char name[40];
   snprintf(name, sizeof name, "/proc/%d/stat", static_cast<int>(mPid));
-  char state = 0;
-  long long ticks = 0;
-  if (!ReadProcStat(name, state, ticks)) return -1;
-  if (state == 'T' || state == 't' || state == 'Z' || state == 'X') return -1;
-  return ticks;
+  Util::ProcStat stat;
+  if (!Util::ProcStat::Read(name, stat)) return -1;
+  if (stat.state == 'T' || stat.state == 't' || stat.state == 'Z' || stat.state == 'X') return -1;
+  return stat.cpuTicks;
 }
 
 bool ServerProcess::WaitingForDisk() const {
@@ -124,9 +123,8 @@ bool ServerProcess::WaitingForDisk() const {
   while (struct dirent* task = readdir(tasks)) {
     if (task->d_name[0] == '.') continue;
     std::string path = std::string(folder) + "/" + task->d_name + "/stat";
-    char state = 0;
-    long long ticks = 0;
-    if (ReadProcStat(path.c_str(), state, ticks) && state == 'D') {
+    Util::ProcStat stat;
+    if (Util::ProcStat::Read(path.c_str(), stat) && stat.state == 'D') {
       waiting = true;
       break;
     }

@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
-#include <sys/sendfile.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -93,27 +92,9 @@ long FragmentWriter::Write(const Sample& sample, const void* data) {
   if (mFd < 0) return EINVAL;
   if (mFirstError) return mFirstError;
   size_t headerSize = BuildHeader(sample);
-  struct iovec parts[2] = {{mHeader.bytes.data(), headerSize}, {const_cast<void*>(data), sample.size}};
-  size_t total = headerSize + sample.size;
-  size_t done = 0;
-  int first = 0;
-  while (done < total) {
-    ssize_t put = writev(mFd, parts + first, 2 - first);
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return Failed("writev", put < 0 ? errno : EIO);
-    done += static_cast<size_t>(put);
-    // Moves past what was written, for a write that stopped short.
-    size_t left = static_cast<size_t>(put);
-    while (first < 2 && left >= parts[first].iov_len) {
-      left -= parts[first].iov_len;
-      ++first;
-    }
-    if (first < 2) {
-      parts[first].iov_base = static_cast<uint8_t*>(parts[first].iov_base) + left;
-      parts[first].iov_len -= left;
-    }
-  }
-  Written(sample, total);
+  const struct iovec parts[2] = {{mHeader.bytes.data(), headerSize}, {const_cast<void*>(data), sample.size}};
+  if (long rc = Util::FileIo::WriteAllParts(mFd, parts, 2)) return Failed("writev", rc);
+  Written(sample, headerSize + sample.size);
   return 0;
 }
 
@@ -122,23 +103,13 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
   if (mFirstError) return mFirstError;
   size_t headerSize = BuildHeader(sample);
   if (long rc = WriteAll(mHeader.bytes.data(), headerSize)) return rc;
-  off_t from = 0;
-  size_t left = sample.size;
-  long rc = 0;
-  while (left > 0) {
-    // A segment that has shrunk sends short, or nothing: never a fault.
-    ssize_t sent = sendfile(mFd, descriptor, &from, left);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent < 0 && (errno == EINVAL || errno == ENOSYS) && from == 0) {
-      rc = CopyFrom(descriptor, sample.size);
-      break;
-    }
-    if (sent < 0) return Failed("sendfile", errno);
-    if (sent == 0) {
-      rc = ENODATA;
-      break;
-    }
-    left -= static_cast<size_t>(sent);
+  // A segment that has shrunk copies short, or nothing: never a fault.
+  size_t copied = 0;
+  long rc = Util::FileIo::CopyAll(mFd, descriptor, 0, sample.size, &copied);
+  if ((rc == EINVAL || rc == ENOSYS) && copied == 0) {
+    rc = CopyFrom(descriptor, sample.size);  // a descriptor sendfile cannot read from
+  } else if (rc && rc != ENODATA) {
+    return Failed("sendfile", rc);
   }
   if (rc == ENODATA) {
     KTN_LOG("The segment of a sample of %u bytes in %s was shrunk before it was written: the sample is left out",

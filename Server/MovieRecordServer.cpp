@@ -40,12 +40,7 @@ long MovieRecordServer::Begin() {
     KTN_LOG("Begin during a recording: finishing %s first", mRecording.path.c_str());
     FinishRecording();
   }
-  mVideoEnabled = mAudioEnabled = false;
-  mPath.clear();
-  mVideoDuration = mVideoTimescale = 0;
-  mVideoWidth = mVideoHeight = mPixelAspectRatioX = mPixelAspectRatioY = 0;
-  mVideoCodecType = mVideoCodecVendor = mVideoCodecQuality = 0;
-  mAudioChannels = mAudioType = mAudioRate = 0;
+  ClearSettings();
   return 0;
 }
 
@@ -68,7 +63,7 @@ long MovieRecordServer::SetAudioEnabled(bool enabled) {
 }
 
 long MovieRecordServer::SetFilePath(const char* path) {
-  mPath = path;
+  mFilePath = path;
   return 0;
 }
 
@@ -79,26 +74,27 @@ long MovieRecordServer::Prepare() {
     KTN_LOG("Prepare while %s is being recorded: refused until Stop or Begin", mRecording.path.c_str());
     return EINVAL;
   }
+  const RecorderSettings& asked = Settings();
   MovieSettings settings;
-  settings.path = mPath;
-  settings.videoEnabled = mVideoEnabled;
-  settings.codec = FindServerCodec(static_cast<uint32_t>(mVideoCodecType));
-  if (mVideoEnabled && !settings.codec) {
-    KTN_LOG("Codec type %s is not one this server writes", Util::Printer::Fcc(mVideoCodecType));
+  settings.path = asked.mFilePath;
+  settings.videoEnabled = asked.mVideoEnabled;
+  settings.codec = FindServerCodec(static_cast<uint32_t>(asked.mVideoCodecType));
+  if (asked.mVideoEnabled && !settings.codec) {
+    KTN_LOG("Codec type %s is not one this server writes", Util::Printer::Fcc(asked.mVideoCodecType));
     return EINVAL;
   }
-  settings.deviceFormat = DeviceInputFormat(static_cast<uint32_t>(mVideoCodecType));
-  settings.width = mVideoWidth;
-  settings.height = mVideoHeight;
-  settings.frameDuration = mVideoDuration;
-  settings.timescale = mVideoTimescale;
-  settings.pixelAspectX = mPixelAspectRatioX;
-  settings.pixelAspectY = mPixelAspectRatioY;
-  settings.quality = mVideoCodecQuality;
-  settings.audioEnabled = mAudioEnabled;
-  settings.channels = mAudioChannels;
-  settings.bitsPerSample = mAudioType;
-  settings.sampleRate = mAudioRate;
+  settings.deviceFormat = DeviceInputFormat(static_cast<uint32_t>(asked.mVideoCodecType));
+  settings.width = asked.mVideoWidth;
+  settings.height = asked.mVideoHeight;
+  settings.frameDuration = asked.mVideoDuration;
+  settings.timescale = asked.mVideoTimescale;
+  settings.pixelAspectX = asked.mPixelAspectRatioX;
+  settings.pixelAspectY = asked.mPixelAspectRatioY;
+  settings.quality = asked.mVideoCodecQuality;
+  settings.audioEnabled = asked.mAudioEnabled;
+  settings.channels = asked.mAudioChannels;
+  settings.bitsPerSample = asked.mAudioType;
+  settings.sampleRate = asked.mAudioRate;
   if (long rc = mWriter.Open(settings)) return rc;
 
   mRecording = settings;

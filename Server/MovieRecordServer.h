@@ -27,17 +27,18 @@ class MovieRecordServer : public QTRecordServerIPC {
 
   // 'appl' for every codec type written here, 0 for any other.
   long GetCodecManufacturer(int codecType) override;
-  // A fresh configuration; a recording still open is finished first.
+  // A fresh configuration: every setting back to zero (RecorderSettings); a recording still
+  // open is finished first.
   long Begin() override;
   // The setters change the configuration of the next Prepare. While a recording is open
   // (from Prepare to Stop or Begin) they are refused with 22 and a line, and change nothing.
   long SetVideoEnabled(bool enabled) override;
   long SetAudioEnabled(bool enabled) override;
   long SetFilePath(const char* path) override;
-  // Creates the movie and writes its header: 22 with the reason for a missing path, a path
-  // that is no regular file or an impossible configuration, 16 (EBUSY) when another
-  // process is writing that movie, the errno when the file cannot be created. 22 while a
-  // recording is open: it goes on untouched.
+  // Creates the movie that the settings describe and writes its header: 22 with the reason
+  // for a missing path, a path that is no regular file or an impossible configuration, 16
+  // (EBUSY) when another process is writing that movie, the errno when the file cannot be
+  // created. 22 while a recording is open: it goes on untouched.
   long Prepare() override;
   // Open the named segment read-only, check it against the configuration the movie was
   // opened with, queue it and answer at once: 0, 7 for a frame dropped because the
@@ -72,9 +73,6 @@ class MovieRecordServer : public QTRecordServerIPC {
   long FinishRecording();
 
   const ServerOptions mOptions;
-  bool mVideoEnabled = false;
-  bool mAudioEnabled = false;
-  std::string mPath;
 
   MovieWriter mWriter;
   std::unique_ptr<WriteQueue> mQueue;  // exists while a recording is open

@@ -779,27 +779,51 @@ TEST(SimulatedCardTest, SourceMoviePlaysInALoopInsteadOfTheBars) {
   EXPECT_EQ(seen[0].picture, seen[10].picture) << "the movie starts again after its tenth frame";
 }
 
+// Counts every frame the card delivers.
+class FakeFrameCounter : public IVeldranInputCallback {
+ public:
+  VeldranResult QueryInterface(VeldranIID, void**) override { return kVeldranNoInterface; }
+  int32_t AddRef() override { return 2; }  // lives on the test's stack
+  int32_t Release() override { return 1; }
+  VeldranResult VideoInputFormatChanged(uint32_t, IVeldranDisplayMode*, uint32_t) override { return kVeldranOK; }
+  VeldranResult VideoInputFrameArrived(IVeldranVideoInputFrame* video, IVeldranAudioInputPacket*) override {
+    if (video) ++frames;
+    return kVeldranOK;
+  }
+  std::atomic<int> frames{0};
+};
+
 TEST(SimulatedCardTest, ABoundedSignalStopsAfterItsFrames) {
   SimulatedCard card({{"VELDRAN_SIM_FRAMES", "5"}});
-  CaptureCount count;
-  APICapture* capture = new APICapture;
-  ASSERT_EQ(0, capture->Init());
-  ASSERT_EQ(0, capture->EnableVideoInMode(ktnModePAL, ktnFormat8BitYUV));
-  ASSERT_EQ(0, capture->Start(SlowFrameCallback, &count));
-  for (int i = 0; i < 12000 && count.frames < 5; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  // The card's callback is set before its streams start, so that none of the five frames
+  // (delivered as fast as the card can) comes before it.
+  FakeFrameCounter counter;
+  IVeldranInput* input = card.Input();
+  ASSERT_EQ(kVeldranOK, input->EnableVideoInput(ktnModePAL, ktnFormat8BitYUV, ktnInputFlagDefault));
+  ASSERT_EQ(kVeldranOK, input->SetCallback(&counter));
+  ASSERT_EQ(kVeldranOK, input->StartStreams());
+  for (int i = 0; i < 12000 && counter.frames < 5; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  // The signal has ended: nothing more comes while the card runs on.
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  ASSERT_EQ(0, capture->Stop());
-  EXPECT_EQ(5, count.frames);
-  capture->Unregister();  // the card holds it as its callback until then
-  capture->Release();
+  EXPECT_EQ(kVeldranOK, input->StopStreams());
+  EXPECT_EQ(kVeldranOK, input->SetCallback(nullptr));
+  EXPECT_EQ(kVeldranOK, input->DisableVideoInput());
+  EXPECT_EQ(5, counter.frames);
 }
 
 TEST(SimulatedCardTest, BadSettingsAreReportedAndTheDefaultKept) {
   Util::CapturedStderr captured;
-  SimulatedCard card({{"VELDRAN_SIM_SPEED", "fast"}, {"VELDRAN_SIM_TIMECODE", "ltc"}});
+  // The timecodes hold what the card's own check took before the one rule for timecode text:
+  // frames beyond any rate, any character between the fields.
+  SimulatedCard card({{"VELDRAN_SIM_SPEED", "fast"}, {"VELDRAN_SIM_TIMECODE", "ltc"},
+                      {"VELDRAN_SIM_TIMECODE_START", "01:00:00:99"}, {"VELDRAN_SIM_CUE", "01.00.00.05"}});
   std::string text = captured.Text();
   EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_SPEED=fast is not a number from 0 to 1000; using 1")) << text;
   EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_TIMECODE=ltc is not rp188, vitc or none; using rp188")) << text;
+  EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_TIMECODE_START=01:00:00:99 is not HH:MM:SS:FF; using 01:00:00:00"))
+      << text;
+  EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_CUE=01.00.00.05 is not HH:MM:SS:FF; starting at the first frame"))
+      << text;
 }
 
 TEST(SimulatedCardTest, OnlyTheEntryPointsAreExported) {

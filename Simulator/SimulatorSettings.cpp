@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "Util/Log.h"
+#include "Util/TimecodeText.h"
 
 namespace KTN {
 namespace Sim {
@@ -26,13 +27,6 @@ bool ParseLong(const char* name, const char* text, long minimum, long maximum, l
   }
   value = parsed;
   return true;
-}
-
-bool IsTimecodeText(const char* text) {
-  unsigned h, m, s, f;
-  char separator1, separator2, separator3;
-  return sscanf(text, "%2u%c%2u%c%2u%c%2u", &h, &separator1, &m, &separator2, &s, &separator3, &f) == 7 &&
-         strlen(text) == 11 && h < 24 && m < 60 && s < 60;
 }
 
 }  // namespace
@@ -63,7 +57,7 @@ SimulatorSettings ReadSimulatorSettings() {
     }
   }
   if (const char* text = getenv("VELDRAN_SIM_TIMECODE_START")) {
-    if (IsTimecodeText(text)) {
+    if (Util::TimecodeText::IsTimecode(text)) {
       settings.timecodeStart = text;
     } else {
       KTN_LOG("VELDRAN_SIM_TIMECODE_START=%s is not HH:MM:SS:FF; using %s", text, settings.timecodeStart.c_str());
@@ -73,7 +67,7 @@ SimulatorSettings ReadSimulatorSettings() {
     if (ParseLong("VELDRAN_SIM_DECK", text, 0, 1, value)) settings.deckAttached = value != 0;
   }
   if (const char* text = getenv("VELDRAN_SIM_CUE")) {
-    if (IsTimecodeText(text)) {
+    if (Util::TimecodeText::IsTimecode(text)) {
       settings.cuePoint = text;
     } else {
       KTN_LOG("VELDRAN_SIM_CUE=%s is not HH:MM:SS:FF; starting at the first frame", text);

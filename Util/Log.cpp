@@ -1,4 +1,4 @@
-// Failure lines on standard error, each written with one write(2).
+// Failure lines on standard error, each written in one call where standard error takes it whole.
 #include "Util/Log.h"
 
 #include <errno.h>
@@ -8,24 +8,20 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "Util/FileIo.h"
+
 namespace KTN {
 namespace Util {
 
 namespace {
 
 // Writes all of [text, text + length) to standard error. A single write(2) on a pipe or
-// terminal is atomic up to PIPE_BUF; the loop only matters for longer lines or a signal.
+// terminal is atomic up to PIPE_BUF; going on after a short write only matters for longer
+// lines or a signal. A standard error that takes nothing loses the line: there is nowhere
+// else to say so.
 void WriteAll(const char* text, size_t length) {
   int savedErrno = errno;  // a failure report must not disturb the caller's errno
-  while (length > 0) {
-    ssize_t written = write(STDERR_FILENO, text, length);
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      break;
-    }
-    text += written;
-    length -= static_cast<size_t>(written);
-  }
+  (void)FileIo::WriteAll(STDERR_FILENO, text, length);
   errno = savedErrno;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Util/TimeCode.h"
+#include "Util/TimecodeText.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text(reinterpret_cast<const char*>(data), size);
@@ -23,5 +24,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   KTN::Util::SetTimeCodeTimeWithInts(&base, 1, 0, 0, 0);
   int frames = 0;
   KTN::Util::relativeTCToAbsoluteTC(base, text, frames);
+  // The strict reader of typed timecodes, at the counting rate the first byte picks.
+  std::string problem;
+  KTN::Util::TimecodeText::IsTimecode(text);
+  KTN::Util::TimecodeText::Parse(text, size > 0 ? data[0] % 64 : 0, size > 0 && (data[0] & 64), tc, &problem);
+  KTN::Util::TimecodeText::ParseAtPictureRate(text, 1001, 30000, tc, &problem);
   return 0;
 }
