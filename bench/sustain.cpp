@@ -188,13 +188,19 @@ class DiskReader {
 
 // The recording server among this process's children, or -1.
 pid_t ServerPid() {
-  std::string children;
   FILE* file = fopen(("/proc/self/task/" + std::to_string(getpid()) + "/children").c_str(), "r");
   if (!file) return -1;
-  char buffer[256];
-  while (fgets(buffer, sizeof buffer, file)) children += buffer;
+  pid_t server = -1;
+  int child = 0;
+  while (server < 0 && fscanf(file, "%d", &child) == 1) {
+    char name[64] = "";
+    if (FILE* comm = fopen(("/proc/" + std::to_string(child) + "/comm").c_str(), "r")) {
+      if (fgets(name, sizeof name, comm) && strncmp(name, "QTRecordServer", 14) == 0) server = child;
+      fclose(comm);
+    }
+  }
   fclose(file);
-  return children.empty() ? -1 : static_cast<pid_t>(atoi(children.c_str()));
+  return server;
 }
 
 // The disk's own sequential write rate in MB/s: 2 GiB written in 8 MiB blocks and synced.
