@@ -25,6 +25,7 @@
 
 #include "Host/PluginHost.h"
 #include "Host/PluginSession.h"
+#include "Movie/MovieFollower.h"
 #include "Server/MovieProbe.h"
 #include "Settings/CaptureTables.h"
 #include "Simulator/SimulatedCardLoader.h"
@@ -111,7 +112,9 @@ ReadBytes ProcessReadBytes(pid_t pid) {
 
 // The take's footprint in memory, sampled on a thread of its own (so the service calls are
 // timed as the editor's): the most of the movie resident in the page cache, and the most
-// dirty and under write-back above where they were when the take began.
+// dirty and under write-back above where they were when the take began. It follows the
+// growing take once a second as the host program's status line does (its count of dropped
+// frames), so that what the follower reads counts too.
 class FootprintSampler {
  public:
   explicit FootprintSampler(std::string path)
@@ -127,8 +130,14 @@ class FootprintSampler {
  private:
   void Run() {
     int fd = -1;
+    MovieFollower follower(mPath);
+    Clock::time_point nextFollow = Clock::now();
     while (!mStop) {
       if (fd < 0) fd = open(mPath.c_str(), O_RDONLY | O_CLOEXEC);
+      if (fd >= 0 && Clock::now() >= nextFollow) {
+        follower.Update();
+        nextFollow += std::chrono::seconds(1);
+      }
       if (fd >= 0) {
         struct stat status;
         if (fstat(fd, &status) == 0) {
