@@ -48,6 +48,7 @@ long FragmentWriter::Open(int descriptor, const std::string& name, uint64_t head
   if (mFd < 0) return Failed("open", EBADF);
   if (lseek(mFd, static_cast<off_t>(headerBytes), SEEK_SET) < 0) return Failed("lseek", errno);
   mCompleteBytes = headerBytes;
+  mWriteBehind.Start(mFd, mPath, headerBytes);
   return 0;
 }
 
@@ -94,8 +95,7 @@ long FragmentWriter::Write(const Sample& sample, const void* data) {
   size_t headerSize = BuildHeader(sample);
   const struct iovec parts[2] = {{mHeader.bytes.data(), headerSize}, {const_cast<void*>(data), sample.size}};
   if (long rc = Util::FileIo::WriteAllParts(mFd, parts, 2)) return Failed("writev", rc);
-  Written(sample, headerSize + sample.size);
-  return 0;
+  return Written(sample, headerSize + sample.size);
 }
 
 long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
@@ -118,8 +118,7 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
     return ENODATA;
   }
   if (rc) return rc;
-  Written(sample, headerSize + sample.size);
-  return 0;
+  return Written(sample, headerSize + sample.size);
 }
 
 long FragmentWriter::CopyFrom(int descriptor, size_t size) {
@@ -144,10 +143,17 @@ long FragmentWriter::TakeBack() {
   return 0;
 }
 
-void FragmentWriter::Written(const Sample& sample, uint64_t bytes) {
+long FragmentWriter::Written(const Sample& sample, uint64_t bytes) {
   ++mSequence;
   if (sample.picture) mLastPictureDuration = static_cast<int64_t>(mCompleteBytes + mHeaderDurationAt);
   mCompleteBytes += bytes;
+  // A write-back that failed may have lost bytes already answered for: the take fails as
+  // for a failed write (cut back to its last whole fragment at Close).
+  if (long rc = mWriteBehind.Written(mCompleteBytes)) {
+    if (!mFirstError) mFirstError = rc;
+    return rc;
+  }
+  return 0;
 }
 
 long FragmentWriter::ExtendLastPicture(uint32_t duration) {
@@ -176,6 +182,7 @@ long FragmentWriter::Close() {
     KTN_LOG("ftruncate(%s, %llu) failed with errno %d (%s)", mPath.c_str(),
             static_cast<unsigned long long>(mCompleteBytes), errno, strerror(errno));
   }
+  mWriteBehind.Stop();
   if (close(mFd) != 0 && !mFirstError) Failed("close", errno);
   mFd = -1;
   return mFirstError;

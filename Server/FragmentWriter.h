@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Movie/BoxWriter.h"
+#include "Server/WriteBehind.h"
 
 namespace KTN {
 
@@ -16,6 +17,9 @@ namespace KTN {
 // writer killed or a disk filled mid-take leaves a movie that plays to its last whole
 // sample, and no sample waits in memory. A sample held in a segment goes from the
 // segment's pages to the file's inside the kernel, without passing through this process.
+//
+// Behind the write head, the fragments go to the disk early and leave the page cache
+// (WriteBehind): a take holds a small, bounded part of the cache however long it runs.
 //
 // Used by one thread at a time. Every operation returns 0 or an errno value with one
 // failure line; after the first failure every write answers that failure.
@@ -27,6 +31,10 @@ class FragmentWriter {
 
   FragmentWriter(const FragmentWriter&) = delete;
   FragmentWriter& operator=(const FragmentWriter&) = delete;
+
+  // The most of the file kept in the page cache behind the write head (0: the default), for
+  // the files opened from here on.
+  void SetCacheWindow(uint64_t bytes) { mWriteBehind = WriteBehind(bytes); }
 
   // Takes descriptor (owned from here on, closed by Close), open for writing on the movie
   // named name (for failure lines), and writes the fragments after its headerBytes of
@@ -63,8 +71,9 @@ class FragmentWriter {
  private:
   // The fragment header (moof and the mdat's own header) of sample into mHeader; its size.
   size_t BuildHeader(const Sample& sample);
-  // Counts a fragment of bytes (header and sample) written whole.
-  void Written(const Sample& sample, uint64_t bytes);
+  // Counts a fragment of bytes (header and sample) written whole, and hands what lies far
+  // enough behind it to the disk; 0, or the failure of that write-back, reported.
+  long Written(const Sample& sample, uint64_t bytes);
   // Writes all of the bytes at the file's position; 0 or errno, reported.
   long WriteAll(const void* data, size_t size);
   // Copies size bytes from the start of descriptor to the file's position through
@@ -84,6 +93,7 @@ class FragmentWriter {
   BoxWriter mHeader;           // the fragment header being written
   std::vector<uint8_t> mCopyBuffer;  // CopyFrom's, allocated at its first use
   size_t mHeaderDurationAt = 0;  // offset of the sample duration in mHeader
+  WriteBehind mWriteBehind;
 };
 
 }  // namespace KTN

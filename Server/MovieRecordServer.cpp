@@ -25,7 +25,9 @@ constexpr unsigned long long kMostSkippedFrames = 60ull * 60 * 24 * 366 * 60;
 
 }  // namespace
 
-MovieRecordServer::MovieRecordServer(const ServerOptions& options) : mOptions(options) {}
+MovieRecordServer::MovieRecordServer(const ServerOptions& options) : mOptions(options) {
+  mWriter.SetCacheWindow(options.cacheWindowBytes);
+}
 
 MovieRecordServer::~MovieRecordServer() {
   FinishRecording();

@@ -53,6 +53,10 @@ class MovieWriter {
   MovieWriter(const MovieWriter&) = delete;
   MovieWriter& operator=(const MovieWriter&) = delete;
 
+  // The most of a take kept in the page cache behind the write head (0: the default); for
+  // the movies opened from here on.
+  void SetCacheWindow(uint64_t bytes) { mFragments.SetCacheWindow(bytes); }
+
   // Checks the settings (22 with the reason when impossible), makes the streams and
   // encoders, creates the file and writes the header. The path is a plain file's, never a
   // protocol or URL; what is there already must be a regular file (22 for a FIFO, a device

@@ -42,6 +42,7 @@
 #include "Testing/MovieProbe.h"
 #include "Util/CapturedStderr.h"
 #include "Util/FourCC.h"
+#include "Util/PageCache.h"
 #include "Util/RowBytes.h"
 #include "Util/ScratchFolder.h"
 #include "Util/SmallDisk.h"
@@ -1651,6 +1652,58 @@ TEST(QTRecordServerTest, TerminalSignalsDoNotEndTheServer) {
   int status = server.ExitStatus();
   ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
   EXPECT_EQ(1, WEXITSTATUS(status)) << "the end of its input, as when the plug-in has gone";
+}
+
+}  // namespace
+}  // namespace KTN
+
+namespace KTN {
+namespace {
+
+// A take to a folder on the disk holds no more than its window of the page cache while it
+// records: what lies behind the write head goes to the disk and leaves the cache. The
+// window is made small here (4 MB) so that a take of 100 MB shows it; the take is whole.
+TEST(QTRecordServerTest, ATakeOnTheDiskHoldsNoMoreThanItsWindowOfThePageCache) {
+  constexpr uint64_t kWindow = 4 << 20;
+  constexpr int kPictures = 150;
+  ScratchFolder folder;
+  const Take& take = kTakes[0];  // 2vuy at SD: 700 KB a picture
+  const std::string path = folder.File("window.mov");
+  const std::string server = folder.File("windowed-server");
+  {
+    std::ofstream script(server);
+    script << "#!/bin/sh\nexec '" << QT_RECORD_SERVER << "' --cache-window-bytes " << kWindow << "\n";
+  }
+  fs::permissions(server, fs::perms::owner_all);
+  const std::vector<uint8_t> picture = FramePayload(take, 0);
+  uint64_t mostPages = 0;
+  {
+    ServerSession session(server);
+    ASSERT_EQ(0, session.Status());
+    ASSERT_EQ(0, Configure(session.Client(), take, path, true, false));
+    int movie = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(movie, 0);
+    if (Util::PageCache::IsMemoryBacked(movie)) {
+      close(movie);
+      GTEST_SKIP() << "the build's scratch folder is in memory: " << folder.Path();
+    }
+    for (int frame = 0; frame < kPictures; ++frame) {
+      ASSERT_EQ(0, HandOver(session.Client(), kVideoShmKey, picture, true));
+      struct stat status;
+      ASSERT_EQ(0, fstat(movie, &status));
+      mostPages = std::max(mostPages, Util::PageCache::ResidentBytes(movie, static_cast<uint64_t>(status.st_size)) / 4096);
+    }
+    EXPECT_EQ(0, session.Client().Stop());
+    close(movie);
+  }
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(path));
+  EXPECT_EQ(MovieSummary::Layout::kFinished, summary.layout);
+  EXPECT_EQ(static_cast<uint64_t>(kPictures), summary.pictures);
+  EXPECT_GT(fs::file_size(path), kPictures * picture.size());
+  // The window, and the few pictures the writer may have in hand beyond it.
+  EXPECT_LE(mostPages, (kWindow + 4 * picture.size()) / 4096) << "pages of the take resident at most while it recorded";
+  EXPECT_GT(mostPages, 0u);
 }
 
 }  // namespace

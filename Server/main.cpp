@@ -20,8 +20,10 @@ bool ParseOptions(int argc, char** argv, KTN::ServerOptions& options) {
       options.backlogBytes = strtoull(argv[++i], nullptr, 10);
     } else if (strcmp(argv[i], "--write-delay-ms") == 0 && i + 1 < argc) {
       options.writeDelayMillis = static_cast<unsigned>(strtoul(argv[++i], nullptr, 10));
+    } else if (strcmp(argv[i], "--cache-window-bytes") == 0 && i + 1 < argc) {
+      options.cacheWindowBytes = strtoull(argv[++i], nullptr, 10);
     } else {
-      KTN_LOG("Unknown option %s (known: --backlog-bytes N, --write-delay-ms N)", argv[i]);
+      KTN_LOG("Unknown option %s (known: --backlog-bytes N, --write-delay-ms N, --cache-window-bytes N)", argv[i]);
       return false;
     }
   }
