@@ -7,14 +7,25 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "Movie/BoxFlags.h"
 #include "Util/FileIo.h"
 #include "Util/Log.h"
+#include "Util/PageCache.h"
 
 namespace KTN {
 
 MovieFile::~MovieFile() {
-  if (mFd >= 0) close(mFd);
+  if (mFd < 0) return;
+  // What was written is on the disk once a writer has synced it; pages still dirty stay.
+  if (mTouchedEnd > mTouchedBegin) Util::PageCache::DropClean(mFd, mTouchedBegin, mTouchedEnd - mTouchedBegin);
+  close(mFd);
+}
+
+void MovieFile::Touched(uint64_t offset, uint64_t size) {
+  mTouchedBegin = std::min(mTouchedBegin, offset);
+  mTouchedEnd = std::max(mTouchedEnd, offset + size);
 }
 
 long MovieFile::Open(bool writable) {
@@ -23,11 +34,13 @@ long MovieFile::Open(bool writable) {
   struct stat info;
   if (fstat(mFd, &info) != 0) return Failed("fstat", errno);
   mSize = static_cast<uint64_t>(info.st_size);
+  Util::PageCache::ReadSparsely(mFd);
   return 0;
 }
 
 long MovieFile::Read(uint64_t offset, uint64_t size, std::vector<uint8_t>& bytes) {
   bytes.resize(size);
+  Touched(offset, size);
   long rc = Util::FileIo::ReadAll(mFd, bytes.data(), size, static_cast<int64_t>(offset));
   if (rc == ENODATA) {
     KTN_LOG("The movie %s ends inside a box at %llu", mPath.c_str(), static_cast<unsigned long long>(offset));
@@ -37,6 +50,7 @@ long MovieFile::Read(uint64_t offset, uint64_t size, std::vector<uint8_t>& bytes
 }
 
 long MovieFile::Write(uint64_t offset, const uint8_t* bytes, uint64_t size) {
+  Touched(offset, size);
   if (long rc = Util::FileIo::WriteAll(mFd, bytes, size, static_cast<int64_t>(offset))) return Failed("pwrite", rc);
   if (offset + size > mSize) mSize = offset + size;
   return 0;

@@ -9,6 +9,10 @@
 namespace KTN {
 
 // Every operation returns 0 or errno with one failure line naming the call and the movie.
+// A movie is read box by box, far apart: the file is read without read-ahead, and the
+// pages read or written through the object leave the page cache with it once they are on
+// the disk, so that following, finishing or stamping a long take never brings it back into
+// memory (a file in a memory-backed folder keeps its pages).
 class MovieFile {
  public:
   explicit MovieFile(const std::string& path) : mPath(path) {}
@@ -31,9 +35,14 @@ class MovieFile {
  private:
   long Failed(const char* call, long error);
 
+  // Notes bytes [offset, offset + size) as read or written through the object.
+  void Touched(uint64_t offset, uint64_t size);
+
   std::string mPath;
   int mFd = -1;
   uint64_t mSize = 0;
+  uint64_t mTouchedBegin = UINT64_MAX;  // the bytes read or written lie in [begin, end)
+  uint64_t mTouchedEnd = 0;
 };
 
 }  // namespace KTN

@@ -1661,8 +1661,9 @@ namespace KTN {
 namespace {
 
 // A take to a folder on the disk holds no more than its window of the page cache while it
-// records: what lies behind the write head goes to the disk and leaves the cache. The
-// window is made small here (4 MB) so that a take of 100 MB shows it; the take is whole.
+// records: what lies behind the write head goes to the disk and leaves the cache; and Stop
+// leaves it out of the cache. The window is made small here (4 MB) so that a take of
+// 100 MB shows it; the take is whole.
 TEST(QTRecordServerTest, ATakeOnTheDiskHoldsNoMoreThanItsWindowOfThePageCache) {
   constexpr uint64_t kWindow = 4 << 20;
   constexpr int kPictures = 150;
@@ -1676,7 +1677,7 @@ TEST(QTRecordServerTest, ATakeOnTheDiskHoldsNoMoreThanItsWindowOfThePageCache) {
   }
   fs::permissions(server, fs::perms::owner_all);
   const std::vector<uint8_t> picture = FramePayload(take, 0);
-  uint64_t mostPages = 0;
+  uint64_t mostPages = 0, afterStopPages = 0;
   {
     ServerSession session(server);
     ASSERT_EQ(0, session.Status());
@@ -1694,8 +1695,13 @@ TEST(QTRecordServerTest, ATakeOnTheDiskHoldsNoMoreThanItsWindowOfThePageCache) {
       mostPages = std::max(mostPages, Util::PageCache::ResidentBytes(movie, static_cast<uint64_t>(status.st_size)) / 4096);
     }
     EXPECT_EQ(0, session.Client().Stop());
+    // Finishing read the fragment headers, not the pictures, and left none of it behind.
+    struct stat status;
+    ASSERT_EQ(0, fstat(movie, &status));
+    afterStopPages = Util::PageCache::ResidentBytes(movie, static_cast<uint64_t>(status.st_size)) / 4096;
     close(movie);
   }
+  EXPECT_LE(afterStopPages, 256u) << "pages of the finished take resident after Stop";
   MovieSummary summary;
   ASSERT_EQ(0, summary.Read(path));
   EXPECT_EQ(MovieSummary::Layout::kFinished, summary.layout);

@@ -20,6 +20,9 @@ class PageCache {
   // disk (clean): a reader's pages, or a writer's once written back. Pages still to be
   // written stay. Nothing is dropped from a file that lives in memory.
   static void DropClean(int fd, uint64_t offset, uint64_t size);
+  // Tells the kernel that the file will be read here and there (box headers far apart), so
+  // that a read brings in its own pages and not a long read-ahead of samples around them.
+  static void ReadSparsely(int fd);
 };
 
 }  // namespace Util

@@ -50,5 +50,9 @@ void PageCache::DropClean(int fd, uint64_t offset, uint64_t size) {
   posix_fadvise(fd, static_cast<off_t>(offset), static_cast<off_t>(size), POSIX_FADV_DONTNEED);
 }
 
+void PageCache::ReadSparsely(int fd) {
+  posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
+}
+
 }  // namespace Util
 }  // namespace KTN
