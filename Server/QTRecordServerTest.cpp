@@ -1128,6 +1128,23 @@ std::string WithAnUnknownBoxAmongTheFragments(const std::string& fragments) {
   return fragments.substr(0, insertAt) + box + fragments.substr(insertAt);
 }
 
+// Writes `pictures` pictures of take as fragments to path, marks the slots before
+// slotsAtEnd empty after them (none when 0), and returns the fragments as they were before
+// the finish, with a box the in-place index refuses among them (empty when it cannot).
+std::string FragmentsTheIndexRefuses(const Take& take, const std::string& path, int pictures, int64_t slotsAtEnd = 0) {
+  MovieWriter writer;
+  EXPECT_EQ(0, writer.Open(WriterSettings(take, path, false)));
+  for (int frame = 0; frame < pictures; ++frame) {
+    EXPECT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+  }
+  if (slotsAtEnd) {
+    EXPECT_EQ(0, writer.MarkSlotsEmptyBefore(slotsAtEnd));
+  }
+  const std::string fragments = WithAnUnknownBoxAmongTheFragments(FileBytes(path));
+  EXPECT_EQ(0, writer.Finish(slotsAtEnd ? slotsAtEnd : -1));
+  return fragments;
+}
+
 // A fragmented movie whose layout the in-place index refuses is finished by copying its
 // samples into an ordinary movie.
 TEST(QTRecordServerTest, ALayoutThatCannotBeIndexedInPlaceIsCopied) {
@@ -1135,13 +1152,7 @@ TEST(QTRecordServerTest, ALayoutThatCannotBeIndexedInPlaceIsCopied) {
   ScratchFolder folder;
   std::string path = folder.File("take.mov");
   std::string odd = folder.File("odd.mov");
-  MovieWriter writer;
-  ASSERT_EQ(0, writer.Open(WriterSettings(take, path, false)));
-  for (int frame = 0; frame < 30; ++frame) {
-    ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
-  }
-  const std::string fragments = WithAnUnknownBoxAmongTheFragments(FileBytes(path));
-  ASSERT_EQ(0, writer.Finish());
+  const std::string fragments = FragmentsTheIndexRefuses(take, path, 30);
   ASSERT_FALSE(fragments.empty());
   { std::ofstream(odd, std::ios::binary) << fragments; }
   const int64_t frames = ProbeMovie(odd, false).video.packets;
@@ -1165,14 +1176,8 @@ TEST(QTRecordServerTest, ACopiedTakeKeepsTheEmptySlotsAtItsEnd) {
   ScratchFolder folder;
   std::string path = folder.File("take.mov");
   std::string odd = folder.File("odd.mov");
-  MovieWriter writer;
-  ASSERT_EQ(0, writer.Open(WriterSettings(take, path, false)));
-  for (int frame = 0; frame < 10; ++frame) {
-    ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
-  }
-  ASSERT_EQ(0, writer.MarkSlotsEmptyBefore(25));  // the last picture holds slots 9 to 24
-  const std::string fragments = WithAnUnknownBoxAmongTheFragments(FileBytes(path));
-  ASSERT_EQ(0, writer.Finish(25));
+  // The last picture holds slots 9 to 24.
+  const std::string fragments = FragmentsTheIndexRefuses(take, path, 10, 25);
   ASSERT_FALSE(fragments.empty());
   { std::ofstream(odd, std::ios::binary) << fragments; }
   MovieSummary recorded;
