@@ -85,7 +85,8 @@ void SettleDurations(Track& track, uint64_t& bytesPerFrame) {
   }
   for (size_t i = 0; i + 1 < count; ++i) {
     if (track.times[i + 1] > track.times[i]) {
-      track.durations[i] = static_cast<uint64_t>(track.times[i + 1] - track.times[i]);
+      // Unsigned: two decode times read from a file may lie further apart than int64_t holds.
+      track.durations[i] = static_cast<uint64_t>(track.times[i + 1]) - static_cast<uint64_t>(track.times[i]);
     }
   }
   if (count > 1 && track.durations[count - 1] == 0) track.durations[count - 1] = track.durations[count - 2];
