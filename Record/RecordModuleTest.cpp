@@ -656,14 +656,18 @@ TEST_F(CallbackTest, AnInPointRecordingReportsWhatItWaitsFor) {
   late->Release();
 
   // The same in-point, a signal without timecode and no deck: the recording starts at once,
-  // and the first report after the start says so.
+  // and the first report after the start is preceded by a note that says so.
   ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
   ASSERT_EQ(rmNoErr, Start(mInstance));
   FakeVideoInputFrame* plain = new FakeVideoInputFrame(720, 576, 0x80);
   FrameArrivedCallback(mInstance, plain, nullptr);
   EXPECT_TRUE(mInstance->started);
   EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
-  EXPECT_EQ("The signal carries no timecode: recorded from its first frame, not from 01:00:00:05", sStatus.texts.back());
+  ASSERT_GE(sStatus.texts.size(), 2u);
+  EXPECT_EQ("The signal carries no timecode: recorded from its first frame, not from 01:00:00:05",
+            sStatus.texts[sStatus.texts.size() - 2]);
+  EXPECT_EQ(1, sStatus.counts[sStatus.counts.size() - 2]);
+  EXPECT_EQ("Recording to disk", sStatus.texts.back());
   EXPECT_EQ(1, sStatus.counts.back());
   recStopRecord(mInstance);
   plain->Release();
@@ -671,7 +675,7 @@ TEST_F(CallbackTest, AnInPointRecordingReportsWhatItWaitsFor) {
 
 // Once a take has started, every report is exactly "Recording to disk" or the dropped-frames
 // warning, which hosts match as whole texts; an in-point take that started without timecode
-// says so once, in the first report after its start, in words of its own.
+// says so once, just before the first report after its start, in words of its own.
 TEST_F(CallbackTest, AfterTheStartEveryReportIsOneOfTheTwoTextsBesidesOneNote) {
   const std::set<std::string> recording = {"Recording to disk", "Recording to disk (WARNING: Dropped frames detected)"};
   const std::string note = "The signal carries no timecode: recorded from its first frame, not from 01:00:00:05";
@@ -697,7 +701,7 @@ TEST_F(CallbackTest, AfterTheStartEveryReportIsOneOfTheTwoTextsBesidesOneNote) {
     EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
     EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
     const std::vector<std::string> reports(sStatus.texts.begin() + static_cast<long>(beforeStart), sStatus.texts.end());
-    ASSERT_EQ(5u, reports.size());
+    ASSERT_EQ(timecode ? 5u : 6u, reports.size());
     size_t notes = 0;
     for (size_t i = 0; i < reports.size(); ++i) {
       if (!timecode && i == 0 && reports[i] == note) {
@@ -711,6 +715,26 @@ TEST_F(CallbackTest, AfterTheStartEveryReportIsOneOfTheTwoTextsBesidesOneNote) {
     EXPECT_EQ(1u, recording.count(reports[1]));
     for (FakeVideoInputFrame* frame : frames) frame->Release();
   }
+}
+
+// A take without timecode that drops a frame and reaches its frame limit at its first report
+// after the start ends on the warning: the note comes before it, never in its place.
+TEST_F(CallbackTest, ATakeEndingAtItsFirstReportEndsOnTheWarningAfterTheNote) {
+  recCapParmsRec8 parms = Parms(mFolder + "/short.mov", 2);
+  parms.timecodeRate = 25;
+  parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  FakeVideoInputFrame* plain = new FakeVideoInputFrame(720, 576, 0x80);
+  FrameArrivedCallback(mInstance, plain, nullptr);
+  FrameArrivedCallback(mInstance, nullptr, nullptr);  // a slot whose picture the card dropped
+  const size_t before = sStatus.texts.size();
+  EXPECT_EQ(rmFrameLimitReached, recServiceRecord(mInstance));
+  ASSERT_EQ(before + 2, sStatus.texts.size());
+  EXPECT_EQ("The signal carries no timecode: recorded from its first frame, not from 01:00:00:05", sStatus.texts[before]);
+  EXPECT_EQ("Recording to disk (WARNING: Dropped frames detected)", sStatus.texts.back());
+  EXPECT_EQ(rmNoErr, recStopRecord(mInstance));
+  plain->Release();
 }
 
 // A signal just before midnight is before an in-point just after it, not half a day past it.
