@@ -129,19 +129,17 @@ bool HostTimecodeNow(CapPriv* instance, char* text) {
 
 int32_t ReportTake(CapPriv* instance, int64_t handedOver) {
   const bool warning = instance->reportDroppedFrames && instance->droppedFrames;
-  // The count of a report other than the warning is in the host's units (pairs above 30
-  // frames a second); the warning's is deliberately not halved.
-  int64_t count = handedOver;
-  if (!warning && instance->settings.CountsFramePairs()) count /= 2;
+  // A report's count is in the host's units (pairs above 30 frames a second), except the
+  // warning's, which is deliberately not halved.
+  const int64_t hostCount = instance->settings.CountsFramePairs() ? handedOver / 2 : handedOver;
+  const int64_t count = warning ? handedOver : hostCount;
   int32_t result = 0;
   if (instance->statusFunc) {
     // The note of a take that started without its timecode comes once, just before the
     // first report after the start, which stays one of the two recording texts: a take that
     // ends at that report (its frame limit reached, frames dropped) still tells the host so.
     if (const char* note = instance->started ? StartNote(instance) : nullptr) {
-      int64_t noteCount = handedOver;
-      if (instance->settings.CountsFramePairs()) noteCount /= 2;
-      instance->statusFunc(instance->callbackID, note, noteCount);
+      instance->statusFunc(instance->callbackID, note, hostCount);
     }
     // Once started, one of the two recording texts; before, the wait's report unless the
     // warning takes its place.
