@@ -166,6 +166,14 @@ class RecordModuleTest : public testing::Test {
     return parms;
   }
 
+  // The parameters of a recording of frames frames from the in-point 01:00:00:05 at 25.
+  recCapParmsRec8 InPointParms(const std::string& movie, int32_t frames) {
+    recCapParmsRec8 parms = Parms(movie, frames);
+    parms.timecodeRate = 25;
+    parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+    return parms;
+  }
+
   int32_t Prep(CapPriv* instance, recCapParmsRec8& parms) {
     return mHost.Call(recmod_PrepRecord8, instance, reinterpret_cast<intptr_t>(&parms));
   }
@@ -604,9 +612,7 @@ TEST_F(CallbackTest, NothingIsQueuedWhileNotRecording) {
 }
 
 TEST_F(CallbackTest, WithAStartTimecodeEarlierFramesAndEarlierSoundAreDropped) {
-  recCapParmsRec8 parms = Parms(mFolder + "/in.mov", 50);
-  parms.timecodeRate = 25;
-  parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+  recCapParmsRec8 parms = InPointParms(mFolder + "/in.mov", 50);
   ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
   EXPECT_EQ(0x01000005u, mInstance->inPointBCD);
   ASSERT_EQ(rmNoErr, Start(mInstance));
@@ -634,9 +640,7 @@ TEST_F(CallbackTest, WithAStartTimecodeEarlierFramesAndEarlierSoundAreDropped) {
 // While an in-point recording waits, its reports say what for and where the signal is, or
 // that the signal has passed it; one that starts at once for want of timecode says so.
 TEST_F(CallbackTest, AnInPointRecordingReportsWhatItWaitsFor) {
-  recCapParmsRec8 parms = Parms(mFolder + "/waiting.mov", 50);
-  parms.timecodeRate = 25;
-  parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+  recCapParmsRec8 parms = InPointParms(mFolder + "/waiting.mov", 50);
   ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
   ASSERT_EQ(rmNoErr, Start(mInstance));
   EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
@@ -681,9 +685,7 @@ TEST_F(CallbackTest, AfterTheStartEveryReportIsOneOfTheTwoTextsBesidesOneNote) {
   const std::string note = "The signal carries no timecode: recorded from its first frame, not from 01:00:00:05";
   for (bool timecode : {false, true}) {
     SCOPED_TRACE(timecode ? "a signal with timecode" : "a signal without timecode");
-    recCapParmsRec8 parms = Parms(mFolder + (timecode ? "/timed.mov" : "/untimed.mov"), 50);
-    parms.timecodeRate = 25;
-    parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+    recCapParmsRec8 parms = InPointParms(mFolder + (timecode ? "/timed.mov" : "/untimed.mov"), 50);
     ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
     ASSERT_EQ(rmNoErr, Start(mInstance));
     EXPECT_EQ(rmNoErr, recServiceRecord(mInstance));
@@ -720,9 +722,7 @@ TEST_F(CallbackTest, AfterTheStartEveryReportIsOneOfTheTwoTextsBesidesOneNote) {
 // A take without timecode that drops a frame and reaches its frame limit at its first report
 // after the start ends on the warning: the note comes before it, never in its place.
 TEST_F(CallbackTest, ATakeEndingAtItsFirstReportEndsOnTheWarningAfterTheNote) {
-  recCapParmsRec8 parms = Parms(mFolder + "/short.mov", 2);
-  parms.timecodeRate = 25;
-  parms.startFrameCount = 3600 * 25 + 5;  // 01:00:00:05 at 25
+  recCapParmsRec8 parms = InPointParms(mFolder + "/short.mov", 2);
   ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
   ASSERT_EQ(rmNoErr, Start(mInstance));
   FakeVideoInputFrame* plain = new FakeVideoInputFrame(720, 576, 0x80);
