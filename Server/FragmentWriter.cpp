@@ -52,6 +52,33 @@ long FragmentWriter::Open(int descriptor, const std::string& name, uint64_t head
   return 0;
 }
 
+long FragmentWriter::OpenSidecar(const std::string& path, const std::string& header) {
+  if (mFd < 0) return EINVAL;
+  if (!mHasher.Ready()) {
+    KTN_LOG("av_hash_alloc(murmur3) failed: the frame hashes of %s cannot be made", mPath.c_str());
+    return ENOMEM;
+  }
+  if (long rc = mSidecar.Open(path, header)) {
+    KTN_LOG("The frame hashes of %s cannot be written to %s (errno %ld)", mPath.c_str(), path.c_str(), rc);
+    return rc;
+  }
+  return 0;
+}
+
+void FragmentWriter::BeginHash(const Sample& sample) {
+  mHasher.Begin(static_cast<int>(sample.trackId) - 1, static_cast<int64_t>(sample.decodeTime), sample.duration,
+                sample.size, sample.picture ? 0 : sample.frameBytes);
+}
+
+long FragmentWriter::AppendLines(const Sample& sample) {
+  if (!mSidecar.IsOpen()) return 0;
+  if (long rc = mSidecar.Append(mHasher.Lines(), sample.picture)) {
+    if (!mFirstError) mFirstError = rc;
+    return rc;
+  }
+  return 0;
+}
+
 size_t FragmentWriter::BuildHeader(const Sample& sample) {
   BoxWriter& out = mHeader;
   out.bytes.clear();  // its capacity stays: no allocation per fragment
@@ -93,6 +120,11 @@ long FragmentWriter::Write(const Sample& sample, const void* data) {
   if (mFd < 0) return EINVAL;
   if (mFirstError) return mFirstError;
   size_t headerSize = BuildHeader(sample);
+  if (mSidecar.IsOpen()) {
+    BeginHash(sample);
+    mHasher.Update(static_cast<const uint8_t*>(data), sample.size);
+    if (long rc = AppendLines(sample)) return rc;
+  }
   const struct iovec parts[2] = {{mHeader.bytes.data(), headerSize}, {const_cast<void*>(data), sample.size}};
   if (long rc = Util::FileIo::WriteAllParts(mFd, parts, 2)) return Failed("writev", rc);
   return Written(sample, headerSize + sample.size);
@@ -104,12 +136,17 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
   size_t headerSize = BuildHeader(sample);
   if (long rc = WriteAll(mHeader.bytes.data(), headerSize)) return rc;
   // A segment that has shrunk copies short, or nothing: never a fault.
-  size_t copied = 0;
-  long rc = Util::FileIo::CopyAll(mFd, descriptor, 0, sample.size, &copied);
-  if ((rc == EINVAL || rc == ENOSYS) && copied == 0) {
-    rc = CopyFrom(descriptor, sample.size);  // a descriptor sendfile cannot read from
-  } else if (rc && rc != ENODATA) {
-    return Failed("sendfile", rc);
+  long rc = 0;
+  if (mSidecar.IsOpen()) {
+    rc = CopyFrom(sample, descriptor);  // hashed on the way
+  } else {
+    size_t copied = 0;
+    rc = Util::FileIo::CopyAll(mFd, descriptor, 0, sample.size, &copied);
+    if ((rc == EINVAL || rc == ENOSYS) && copied == 0) {
+      rc = CopyFrom(sample, descriptor);  // a descriptor sendfile cannot read from
+    } else if (rc && rc != ENODATA) {
+      return Failed("sendfile", rc);
+    }
   }
   if (rc == ENODATA) {
     KTN_LOG("The segment of a sample of %u bytes in %s was shrunk before it was written: the sample is left out",
@@ -121,23 +158,34 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
   return Written(sample, headerSize + sample.size);
 }
 
-long FragmentWriter::CopyFrom(int descriptor, size_t size) {
-  // Read, not mapped: a segment shrunk by its maker cannot fault a read.
+long FragmentWriter::CopyFrom(const Sample& sample, int descriptor) {
+  // Read, not mapped: a segment shrunk by its maker cannot fault a read. A chunk of a
+  // megabyte stays in the processor's cache between its read, its hash and its write.
   constexpr size_t kChunk = 1 << 20;
   mCopyBuffer.resize(kChunk);
+  const bool hashing = mSidecar.IsOpen();
+  if (hashing) BeginHash(sample);
+  const size_t size = sample.size;
   size_t done = 0;
   while (done < size) {
     size_t want = size - done < kChunk ? size - done : kChunk;
     long rc = Util::FileIo::ReadAll(descriptor, mCopyBuffer.data(), want, static_cast<int64_t>(done));
     if (rc == ENODATA) return rc;
     if (rc) return Failed("pread", rc);
+    if (hashing) {
+      mHasher.Update(mCopyBuffer.data(), want);
+      // The sample's lines before its last bytes: a fragment whole in the movie is described.
+      if (done + want == size && (rc = AppendLines(sample))) return rc;
+    }
     if ((rc = WriteAll(mCopyBuffer.data(), want))) return rc;
     done += want;
   }
+  if (hashing && size == 0) return AppendLines(sample);
   return 0;
 }
 
 long FragmentWriter::TakeBack() {
+  if (long rc = mSidecar.CutBack()) return rc;
   if (ftruncate(mFd, static_cast<off_t>(mCompleteBytes)) != 0) return Failed("ftruncate", errno);
   if (lseek(mFd, static_cast<off_t>(mCompleteBytes), SEEK_SET) < 0) return Failed("lseek", errno);
   return 0;
@@ -147,6 +195,7 @@ long FragmentWriter::Written(const Sample& sample, uint64_t bytes) {
   ++mSequence;
   if (sample.picture) mLastPictureDuration = static_cast<int64_t>(mCompleteBytes + mHeaderDurationAt);
   mCompleteBytes += bytes;
+  mSidecar.Commit();
   // A write-back that failed may have lost bytes already answered for: the take fails as
   // for a failed write (cut back to its last whole fragment at Close).
   if (long rc = mWriteBehind.Written(mCompleteBytes)) {
@@ -162,6 +211,12 @@ long FragmentWriter::ExtendLastPicture(uint32_t duration) {
   uint8_t field[4] = {static_cast<uint8_t>(duration >> 24), static_cast<uint8_t>(duration >> 16),
                       static_cast<uint8_t>(duration >> 8), static_cast<uint8_t>(duration)};
   if (long rc = Util::FileIo::WriteAll(mFd, field, sizeof field, mLastPictureDuration)) return Failed("pwrite", rc);
+  if (mSidecar.IsOpen()) {
+    if (long rc = mSidecar.LengthenLastPicture(duration)) {
+      if (!mFirstError) mFirstError = rc;
+      return rc;
+    }
+  }
   return 0;
 }
 
@@ -183,6 +238,10 @@ long FragmentWriter::Close() {
             static_cast<unsigned long long>(mCompleteBytes), errno, strerror(errno));
   }
   mWriteBehind.Stop();
+  // The lines of a torn fragment go with it; the sidecar reaches the disk with the movie.
+  if (long rc = mSidecar.Close()) {
+    if (!mFirstError) mFirstError = rc;
+  }
   if (close(mFd) != 0 && !mFirstError) Failed("close", errno);
   mFd = -1;
   return mFirstError;

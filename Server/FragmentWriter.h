@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "FrameHash/PacketHasher.h"
 #include "Movie/BoxWriter.h"
+#include "Server/FrameHashSidecar.h"
 #include "Server/WriteBehind.h"
 
 namespace KTN {
@@ -20,6 +22,11 @@ namespace KTN {
 //
 // Behind the write head, the fragments go to the disk early and leave the page cache
 // (WriteBehind): a take holds a small, bounded part of the cache however long it runs.
+//
+// With a sidecar (OpenSidecar), every sample is hashed as it is written, in the packets
+// FFmpeg reads it in, and its lines reach the sidecar before its last bytes reach the movie.
+// The bytes hashed are the bytes written: a sample held in a segment is then read through a
+// buffer of the writer's own and written from it, not sent inside the kernel.
 //
 // Used by one thread at a time. Every operation returns 0 or an errno value with one
 // failure line; after the first failure every write answers that failure.
@@ -40,16 +47,22 @@ class FragmentWriter {
   // named name (for failure lines), and writes the fragments after its headerBytes of
   // header.
   long Open(int descriptor, const std::string& name, uint64_t headerBytes);
+  // Hashes every sample from here on into the sidecar at path, which starts with header (see
+  // FrameHashSidecar::Open). Its stream numbers are the track IDs less one: the movie's
+  // tracks are its pictures' and then its sound's, as FFmpeg numbers its streams.
+  long OpenSidecar(const std::string& path, const std::string& header);
 
   // What one fragment holds: the sample of track trackId that starts at decodeTime and
   // lasts duration (both in the track's own timescale) and is size bytes long. A picture
-  // is marked a key frame (every picture of the recorder's codecs is one).
+  // is marked a key frame (every picture of the recorder's codecs is one). frameBytes: for
+  // sound, the bytes of one sample frame, the unit its packets are hashed in.
   struct Sample {
     uint32_t trackId = 0;
     bool picture = false;
     uint64_t decodeTime = 0;
     uint32_t duration = 0;
     uint32_t size = 0;
+    uint32_t frameBytes = 0;
   };
   // The sample's bytes are at data.
   long Write(const Sample& sample, const void* data);
@@ -76,10 +89,15 @@ class FragmentWriter {
   long Written(const Sample& sample, uint64_t bytes);
   // Writes all of the bytes at the file's position; 0 or errno, reported.
   long WriteAll(const void* data, size_t size);
-  // Copies size bytes from the start of descriptor to the file's position through
-  // mCopyBuffer, for a kernel that cannot send between the two: 0, ENODATA when the
+  // Copies the sample's bytes from the start of descriptor to the file's position through
+  // mCopyBuffer, for a kernel that cannot send between the two or to hash them on the way
+  // (its lines go to the sidecar before its last bytes to the movie): 0, ENODATA when the
   // descriptor ends first (unreported), or errno, reported.
-  long CopyFrom(int descriptor, size_t size);
+  long CopyFrom(const Sample& sample, int descriptor);
+  // Starts hashing sample into mHasher.
+  void BeginHash(const Sample& sample);
+  // Appends the lines of the sample hashed (when there is a sidecar).
+  long AppendLines(const Sample& sample);
   // Takes back the fragment begun after the last complete one (its sample left out).
   long TakeBack();
   long Failed(const char* call, long error);
@@ -94,6 +112,8 @@ class FragmentWriter {
   std::vector<uint8_t> mCopyBuffer;  // CopyFrom's, allocated at its first use
   size_t mHeaderDurationAt = 0;  // offset of the sample duration in mHeader
   WriteBehind mWriteBehind;
+  FrameHashSidecar mSidecar;
+  PacketHasher mHasher;  // the sample being written, when there is a sidecar
 };
 
 }  // namespace KTN

@@ -17,6 +17,7 @@ struct ServerOptions {
   uint64_t backlogBytes = 0;     // 0: about two and a half seconds of video
   unsigned writeDelayMillis = 0; // hold back every write, as a slow disk would
   uint64_t cacheWindowBytes = 0; // the most of a take kept in the page cache (0: WriteBehind's default)
+  bool frameHashes = true;       // every sample hashed into the take's sidecar
 };
 
 // Runs on the command loop's thread; the writing happens on the WriteQueue's thread.

@@ -18,6 +18,7 @@ extern "C" {
 #include "Movie/MovieLock.h"
 #include "Finish/AvFailure.h"
 #include "Finish/MovieFinisher.h"
+#include "FrameHash/FrameHashLine.h"
 #include "Util/FileIo.h"
 #include "Util/FourCC.h"
 #include "Util/Printer.h"
@@ -204,6 +205,7 @@ long MovieWriter::Open(const MovieSettings& settings) {
       result = mFragments.Open(fragments, mSettings.path, static_cast<uint64_t>(headerBytes));
     }
   }
+  if (!result && mFrameHashes) result = mFragments.OpenSidecar(FrameHashSidecarPath(mSettings.path), SidecarHeader());
   if (result) {
     Release();
     CloseMovieFile();
@@ -335,6 +337,34 @@ long MovieWriter::AddAudioStream() {
   return 0;
 }
 
+std::string MovieWriter::SidecarHeader() const {
+  std::string header = kFrameHashFormatLines;
+  char text[256];
+  auto add = [&](const char* format, auto... values) {
+    snprintf(text, sizeof text, format, values...);
+    header += text;
+  };
+  add("#software: QTRecordServer\n");
+  for (const AVStream* stream : {mVideoStream, mAudioStream}) {
+    if (!stream) continue;
+    const AVCodecParameters* par = stream->codecpar;
+    const int i = stream->index;
+    add("#tb %d: %d/%d\n", i, stream->time_base.num, stream->time_base.den);
+    add("#media_type %d: %s\n", i, av_get_media_type_string(par->codec_type));
+    add("#codec_id %d: %s\n", i, avcodec_get_name(par->codec_id));
+    if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
+      add("#dimensions %d: %dx%d\n", i, par->width, par->height);
+      add("#sar %d: %d/%d\n", i, par->sample_aspect_ratio.num, par->sample_aspect_ratio.den);
+    } else {
+      char layout[128] = "";
+      av_channel_layout_describe(&par->ch_layout, layout, sizeof layout);
+      add("#sample_rate %d: %d\n", i, par->sample_rate);
+      add("#channel_layout_name %d: %s\n", i, layout);
+    }
+  }
+  return header + kFrameHashColumnsLine;
+}
+
 long MovieWriter::Record(long error) {
   if (error && !mFirstError) mFirstError = error;
   return error;
@@ -463,6 +493,7 @@ long MovieWriter::WriteAudio(Core::SharedMemory& segment, int64_t firstSample) {
   sample.trackId = static_cast<uint32_t>(mAudioStream->index + 1);
   sample.decodeTime = static_cast<uint64_t>(av_rescale_q(firstSample, sampleTime, mAudioStream->time_base));
   sample.size = static_cast<uint32_t>(segment.OpenedSize());
+  sample.frameBytes = static_cast<uint32_t>(mAudioStream->codecpar->block_align);
   sample.duration = static_cast<uint32_t>(
       av_rescale_q(sample.size / mAudioStream->codecpar->block_align, sampleTime, mAudioStream->time_base));
   long rc = mFragments.WriteFrom(sample, segment.Descriptor());

@@ -56,9 +56,12 @@ class MovieWriter {
   // The most of a take kept in the page cache behind the write head (0: the default); for
   // the movies opened from here on.
   void SetCacheWindow(uint64_t bytes) { mFragments.SetCacheWindow(bytes); }
+  // Whether the movies opened from here on get their frame-hash sidecar (the default).
+  void SetFrameHashes(bool on) { mFrameHashes = on; }
 
   // Checks the settings (22 with the reason when impossible), makes the streams and
-  // encoders, creates the file and writes the header. The path is a plain file's, never a
+  // encoders, creates the file and writes the header, and beside it the sidecar of its
+  // frame hashes (MOVIE.framehash, emptied if there is one), unless they are off. The path is a plain file's, never a
   // protocol or URL; what is there already must be a regular file (22 for a FIFO, a device
   // or a folder). The movie's lock (MovieLock) is taken before its first byte and held
   // until Finish has finished it: 16 (EBUSY) with a line naming the writer when another
@@ -115,6 +118,8 @@ class MovieWriter {
   // Writes every picture the encoder holds, then opens a fresh encoder in its place.
   long RestartEncoder();
   long AddAudioStream();
+  // The sidecar's first lines: its format, then each stream's timescale and description.
+  std::string SidecarHeader() const;
   // Sends a frame (null: flush) to the encoder and writes what comes out.
   long Encode(AVFrame* frame);
   // Writes an encoded packet (pts and duration in the encoder's time base) as one
@@ -150,6 +155,7 @@ class MovieWriter {
   int64_t mEmptyBefore = 0;            // the slots after the last picture and before this are empty
   bool mMarkedSinceSubmitted = false;  // slots were marked empty since the last picture came
   long mFirstError = 0;
+  bool mFrameHashes = true;
 };
 
 }  // namespace KTN

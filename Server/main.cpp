@@ -22,8 +22,11 @@ bool ParseOptions(int argc, char** argv, KTN::ServerOptions& options) {
       options.writeDelayMillis = static_cast<unsigned>(strtoul(argv[++i], nullptr, 10));
     } else if (strcmp(argv[i], "--cache-window-bytes") == 0 && i + 1 < argc) {
       options.cacheWindowBytes = strtoull(argv[++i], nullptr, 10);
+    } else if (strcmp(argv[i], "--no-frame-hash") == 0) {
+      options.frameHashes = false;
     } else {
-      KTN_LOG("Unknown option %s (known: --backlog-bytes N, --write-delay-ms N, --cache-window-bytes N)", argv[i]);
+      KTN_LOG("Unknown option %s (known: --backlog-bytes N, --write-delay-ms N, --cache-window-bytes N, --no-frame-hash)",
+              argv[i]);
       return false;
     }
   }
