@@ -6,6 +6,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "Movie/MovieSidecars.h"
+
 namespace KTN {
 
 const char kFrameHashFormatLines[] = "#format: frame checksums\n#version: 2\n#hash: murmur3\n";
@@ -85,7 +87,7 @@ bool FrameHashLine::Parse(const char* text, size_t length) {
 }
 
 std::string FrameHashSidecarPath(const std::string& moviePath) {
-  return moviePath + ".framehash";
+  return MovieSidecars::FrameHashes(moviePath);
 }
 
 }  // namespace KTN

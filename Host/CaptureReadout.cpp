@@ -59,6 +59,12 @@ CaptureReadout::CaptureReadout(QWidget* parent) : QWidget(parent) {
   mNote->hide();
   layout->addWidget(mNote);
 
+  mVerification = new QLabel(this);
+  mVerification->setObjectName("verify");
+  mVerification->setWordWrap(true);
+  mVerification->hide();
+  layout->addWidget(mVerification);
+
   mTake = new QWidget(this);
   QHBoxLayout* take = new QHBoxLayout(mTake);
   take->setContentsMargins(0, 0, 0, 0);
@@ -105,6 +111,12 @@ void CaptureReadout::ShowNote(const std::string& text) {
   mNote->setVisible(!text.empty());
 }
 
+void CaptureReadout::ShowVerification(const std::string& text, bool warning) {
+  mVerification->setText(QString::fromStdString(text));
+  Warn(mVerification, warning);
+  mVerification->setVisible(!text.empty());
+}
+
 void CaptureReadout::ShowTake(double elapsedSeconds, int64_t frames, int64_t droppedFrames, const std::string& startTimecode) {
   mElapsed->setText(QString::fromStdString(ElapsedText(elapsedSeconds)));
   mFrames->setText(QString::number(static_cast<qlonglong>(frames)));
@@ -133,6 +145,10 @@ std::string CaptureReadout::Snapshot() const {
   if (mNote->isVisibleTo(this)) {
     lines += "note: " + Text(mNote) + "\n";
     lines += "note colour: " + mNote->palette().color(QPalette::WindowText).name().toStdString() + "\n";
+  }
+  if (mVerification->isVisibleTo(this)) {
+    lines += "verify: " + Text(mVerification) + "\n";
+    lines += "verify colour: " + mVerification->palette().color(QPalette::WindowText).name().toStdString() + "\n";
   }
   if (mTake->isVisibleTo(this)) {
     lines += "elapsed: " + Text(mElapsed) + "\n";

@@ -34,13 +34,17 @@ class CaptureReadout : public QWidget {
   // A note on the take that stays while the status changes (the plug-in says it once): shown
   // under the status, in red; empty hides it.
   void ShowNote(const std::string& text);
+  // What checking the finished take against its frame hashes found (or that it is being
+  // checked), under the note; red when warning (the take differs, or could not be checked).
+  // Empty hides it.
+  void ShowVerification(const std::string& text, bool warning);
   // The take's figures, shown from the first take on. frames: as the plug-in counts them;
   // startTimecode: empty while unknown.
   void ShowTake(double elapsedSeconds, int64_t frames, int64_t droppedFrames, const std::string& startTimecode);
 
-  // Every label's text as "name: text" lines (the take's and the note only once shown), and
-  // the colour of those that can warn as "name colour: #rrggbb": what a person sees, for
-  // unattended runs.
+  // Every label's text as "name: text" lines (the take's, the note and the verification only
+  // once shown), and the colour of those that can warn as "name colour: #rrggbb": what a
+  // person sees, for unattended runs.
   std::string Snapshot() const;
 
  private:
@@ -50,6 +54,7 @@ class CaptureReadout : public QWidget {
   QLabel* mDisk;
   QLabel* mStatus;
   QLabel* mNote;
+  QLabel* mVerification;
   QWidget* mTake;
   QLabel* mElapsed;
   QLabel* mFrames;

@@ -111,6 +111,25 @@ TEST(CaptureReadoutTest, ATakesNoteStaysShownWhileTheStatusChanges) {
   EXPECT_EQ(std::string::npos, window.Readout().Snapshot().find("note:"));
 }
 
+// The check of a finished take shows under the status: a verified take in the window's
+// colours, one that differs in red; the next take hides it.
+TEST(CaptureReadoutTest, AVerifiedTakeIsShownPlainAndADifferingOneInRed) {
+  ReadoutInAWindow window(60, kLightText);
+  EXPECT_EQ(std::string::npos, window.Readout().Snapshot().find("verify:")) << "no check before a take";
+  window.Readout().ShowVerification("Verified 75 pictures and 144000 sound samples", false);
+  EXPECT_TRUE(window.Label("verify")->isVisibleTo(&window.Readout()));
+  EXPECT_EQ(kLightText, window.Colour("verify"));
+  std::string snapshot = window.Readout().Snapshot();
+  EXPECT_NE(std::string::npos, snapshot.find("verify: Verified 75 pictures and 144000 sound samples\n")) << snapshot;
+  EXPECT_NE(std::string::npos, snapshot.find("verify colour: " + kLightText.name().toStdString() + "\n")) << snapshot;
+  window.Readout().ShowVerification("Picture 12 (01:00:00:13) differs", true);
+  EXPECT_EQ("Picture 12 (01:00:00:13) differs", window.Text("verify"));
+  EXPECT_TRUE(Red(window.Colour("verify"))) << window.Colour("verify").name().toStdString();
+  window.Readout().ShowVerification("", false);
+  EXPECT_FALSE(window.Label("verify")->isVisibleTo(&window.Readout()));
+  EXPECT_EQ(std::string::npos, window.Readout().Snapshot().find("verify:"));
+}
+
 TEST(CaptureReadoutTest, StatusAndSettingsLines) {
   ReadoutInAWindow window(60, kLightText);
   EXPECT_EQ("Not recording", window.Text("status"));

@@ -1,6 +1,7 @@
 // The host program's capture window.
 #include "Host/CaptureWindow.h"
 
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QHBoxLayout>
 #include <QImage>
@@ -19,6 +20,7 @@
 #include "Host/MoviePath.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
+#include "Host/TakeVerification.h"
 #include "Movie/MovieFollower.h"
 #include "Movie/TimecodeTrack.h"
 
@@ -54,8 +56,12 @@ CaptureWindow::CaptureWindow(PluginHost& host, const CaptureSettings& settings, 
   mStopButton = new QPushButton("Stop", central);
   mStopButton->setObjectName("stopButton");
   mStopButton->setEnabled(false);
+  mVerify = new QCheckBox("Verify after Stop", central);
+  mVerify->setObjectName("verifyAfterStop");
+  mVerify->setToolTip("Read the take again from the disk once it is finished and check it against its frame hashes");
   controls->addWidget(mOptionsButton);
   controls->addWidget(mMoviePath, 1);
+  controls->addWidget(mVerify);
   controls->addWidget(mRecordButton);
   controls->addWidget(mStopButton);
   layout->addLayout(controls);
@@ -83,6 +89,8 @@ CaptureWindow::CaptureWindow(PluginHost& host, const CaptureSettings& settings, 
 }
 
 CaptureWindow::~CaptureWindow() {
+  // A check under way ends first: its outcome, posted to this window, is dropped with it.
+  if (mVerifier.joinable()) mVerifier.join();
   mServiceTimer->stop();
   mTakeTimer->stop();
   mSecondTimer->stop();
@@ -135,6 +143,7 @@ void CaptureWindow::ShowOptions() {
 }
 
 void CaptureWindow::Record() {
+  if (mVerifying) return;  // the button is off meanwhile
   RecordRequest request;
   request.moviePath = mMoviePath->text().trimmed().toStdString();
   std::string problem;
@@ -165,6 +174,7 @@ void CaptureWindow::Record() {
   mStartTimecode.clear();
   mFollower.reset(new MovieFollower(mTakePath));
   mReadout->ShowNote(std::string());  // the last take's
+  mReadout->ShowVerification(std::string(), false);
   ShowStatus("Recording started");
   RefreshTake();
   mServiceTimer->start();
@@ -181,13 +191,17 @@ void CaptureWindow::Service() {
   // How the server ended is read before stopping reaps it; the line, once the movie no
   // longer changes.
   RecordingFailure failure(rc);
-  Stop();
+  EndTake(false);
   std::string line = failure.Line(mTakePath, mStartTimecode);
   if (!line.empty()) line[0] = static_cast<char>(toupper(static_cast<unsigned char>(line[0])));
   ShowStatus(line);
 }
 
 void CaptureWindow::Stop() {
+  EndTake(mVerify->isChecked());
+}
+
+void CaptureWindow::EndTake(bool verify) {
   if (!mSession->Recording()) return;
   mServiceTimer->stop();
   RefreshTake();  // the elapsed time stops here
@@ -227,8 +241,32 @@ void CaptureWindow::Stop() {
       line += " (WARNING: frames were dropped)";  // reported by the plug-in, not found in the movie
     }
     ShowStatus(line);
+    if (verify) StartVerification();
   }
   ReadDiskAndMovie();
+}
+
+void CaptureWindow::SetVerifyAfterStop(bool verify) {
+  mVerify->setChecked(verify);
+}
+
+void CaptureWindow::StartVerification() {
+  if (mVerifier.joinable()) mVerifier.join();  // the last check's, whose outcome has come
+  mVerifying = true;
+  mRecordButton->setEnabled(false);
+  mReadout->ShowVerification("Verifying...", false);
+  // The thread touches nothing of the window: its outcome is posted to the main thread, and
+  // the window joins it before it goes.
+  mVerifier = std::thread([this, path = mTakePath] {
+    const TakeVerification check = TakeVerification::Of(path);
+    QMetaObject::invokeMethod(this, [this, check] { ShowVerification(check); }, Qt::QueuedConnection);
+  });
+}
+
+void CaptureWindow::ShowVerification(const TakeVerification& check) {
+  mVerifying = false;
+  mRecordButton->setEnabled(!mSession->Recording());
+  mReadout->ShowVerification(check.Sentence(), check.result != TakeVerification::Result::kVerified);
 }
 
 void CaptureWindow::RefreshTake() {
@@ -283,7 +321,7 @@ bool CaptureWindow::ConfirmReplace(const std::string& path) {
 }
 
 void CaptureWindow::closeEvent(QCloseEvent* event) {
-  if (mSession->Recording()) Stop();
+  if (mSession->Recording()) EndTake(false);  // a window closing is not waited on for a check
   event->accept();
 }
 

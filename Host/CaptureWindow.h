@@ -6,11 +6,13 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include <QMainWindow>
 
 #include "Host/PluginSession.h"
 
+class QCheckBox;
 class QLineEdit;
 class QPushButton;
 class QTimer;
@@ -19,6 +21,7 @@ namespace KTN {
 
 class CaptureReadout;
 class MovieFollower;
+struct TakeVerification;
 
 // Main thread only. Opens and activates the plug-in when shown, places the preview in its
 // preview area on every resize, and records through the same steps as the command line.
@@ -26,7 +29,11 @@ class MovieFollower;
 // recording the plug-in's status, elapsed time, frames, dropped frames and start timecode:
 // the plug-in is serviced every 10 ms, the labels are refreshed four times a second and the
 // movie and the disk are read once a second, so that Stop is handled between service calls
-// whatever the load.
+// whatever the load. With "Verify after Stop" ticked, a take the user stopped (or that reached
+// its frame limit) is then read again from the disk and checked against its frame hashes on a
+// thread of its own, the window serviced meanwhile; Record waits for the check, which reads at
+// the disk's full rate and would take it from a new take. Closing the window stops a take
+// without checking it, and waits for a check under way.
 class CaptureWindow : public QMainWindow {
   Q_OBJECT
 
@@ -47,6 +54,10 @@ class CaptureWindow : public QMainWindow {
   int64_t Frames() const { return mSession->FramesRecorded(); }
   // The readout's texts, one "name: text" a line (CaptureReadout::Snapshot).
   std::string ReadoutSnapshot() const;
+  // Ticks or clears "Verify after Stop".
+  void SetVerifyAfterStop(bool verify);
+  // A finished take is being checked against its frame hashes.
+  bool Verifying() const { return mVerifying; }
 
  public slots:
   void ShowOptions();
@@ -59,6 +70,12 @@ class CaptureWindow : public QMainWindow {
 
  private:
   void Service();
+  // Stops the take and shows how it ended; verify: check it afterwards (when it was recorded
+  // whole).
+  void EndTake(bool verify);
+  // Checks the take just finished off the main thread; its outcome comes back to ShowVerification.
+  void StartVerification();
+  void ShowVerification(const TakeVerification& check);
   void PlacePreview();
   void ShowStatus(const std::string& text);
   // Asks whether the movie at path may be replaced: true for Replace, false for Keep it (the
@@ -78,6 +95,7 @@ class CaptureWindow : public QMainWindow {
   QPushButton* mRecordButton;
   QPushButton* mStopButton;
   QLineEdit* mMoviePath;
+  QCheckBox* mVerify;
   CaptureReadout* mReadout;
   QTimer* mServiceTimer;
   QTimer* mTakeTimer;
@@ -89,6 +107,10 @@ class CaptureWindow : public QMainWindow {
   int64_t mDropped = 0;
   std::string mStartTimecode;  // empty while unknown
   std::unique_ptr<MovieFollower> mFollower;  // null between takes and after a failed read
+  // The check of the last take: its thread (joined before the next and when the window
+  // goes), and whether its outcome is still to come.
+  std::thread mVerifier;
+  bool mVerifying = false;
 };
 
 }  // namespace KTN

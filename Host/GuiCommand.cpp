@@ -27,7 +27,7 @@ const char kGuiUsage[] =
     "usage: kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] [--grey LEVEL]\n"
     "                           [--screenshot-preview PNG] [--screenshot-options PNG] [--quit-after SECONDS]\n"
     "                           [--record-frames N] [--screenshot-recording PNG] [--screenshot-window PNG]\n"
-    "                           [--labels FILE]\n";
+    "                           [--labels FILE] [--verify]\n";
 
 int GuiUsage(const std::string& problem) {
   fprintf(stderr, "kestrin-capture: %s\n%s", problem.c_str(), kGuiUsage);
@@ -66,6 +66,7 @@ int RunCaptureWindow(int argc, char** argv) {
   int grey = 60;
   double quitAfter = 0;
   long long recordFrames = 0;
+  bool verify = false;
   for (int i = 0; i < argc; ++i) {
     std::string option = argv[i];
     const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
@@ -99,6 +100,7 @@ int RunCaptureWindow(int argc, char** argv) {
     } else if (option == "--screenshot-recording") recordingShot = argv[++i];
     else if (option == "--screenshot-window") windowShot = argv[++i];
     else if (option == "--labels") labels = argv[++i];
+    else if (option == "--verify") verify = true;
     else {
       return GuiUsage("unknown option " + option);
     }
@@ -123,6 +125,7 @@ int RunCaptureWindow(int argc, char** argv) {
   {
     CaptureWindow window(host, settings, movie, grey);
     CloseOnSignals(window);
+    window.SetVerifyAfterStop(verify);
     window.show();
     std::string failure = window.Start();
     if (!failure.empty()) {

@@ -1,6 +1,8 @@
 // One recording through the plug-in, from open to close, as the command line runs it.
 #include "Host/RecordSession.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <chrono>
 #include <memory>
@@ -11,6 +13,7 @@
 #include "Host/ProgressDisplay.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
+#include "FrameHash/FrameHashLine.h"
 #include "Movie/TimecodeTrack.h"
 #include "Util/TimeCode.h"
 
@@ -134,6 +137,14 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
       const bool timed = TimecodeTrack::CountableRate(mSettings.frameDuration, mSettings.timeScale);
       std::string incomplete = KeptMovie(request.moviePath, timed ? firstFrame : std::string()).Incomplete();
       if (!incomplete.empty()) fail(12, incomplete);
+    }
+    // The server writes the hashes of every packet beside a completed movie unless it was
+    // told not to; only one that is there is named.
+    struct stat sidecar = {};
+    const std::string sidecarPath = FrameHashSidecarPath(request.moviePath);
+    if (!outcome.exitCode && !session.MovieRemoved() && stat(sidecarPath.c_str(), &sidecar) == 0 &&
+        S_ISREG(sidecar.st_mode)) {
+      outcome.frameHashes = sidecarPath;
     }
   }
   outcome.frames = session.FramesRecorded();

@@ -20,6 +20,7 @@ struct RecordOutcome {
   std::string status;           // the plug-in's last status text
   double longestServiceCall = 0;  // seconds the longest service call held the host's thread
   bool movieRemoved = false;    // nothing was recorded, and the empty movie is gone
+  std::string frameHashes;      // the completed movie's frame-hash sidecar, when it has one
 };
 
 class RecordSession {

@@ -22,6 +22,7 @@
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
 #include "Host/StopSignals.h"
+#include "Host/TakeVerification.h"
 #include "Host/WholeNumber.h"
 #include "Finish/MovieFinisher.h"
 #include "Movie/MovieLock.h"
@@ -40,7 +41,7 @@ using namespace KTN;
 const char kUsage[] =
     "usage: kestrin-capture record -o MOVIE [--standard NAME|ROW] [--format NAME|ROW] [--channels 2|8|16]\n"
     "                              [--bits 16|24|32] [--frames N | --seconds S] [--in HH:MM:SS:FF]\n"
-    "                              [--abort-on-drop] [--no-audio] [-y|--overwrite] [--plugin BUNDLE]\n"
+    "                              [--abort-on-drop] [--no-audio] [-y|--overwrite] [--plugin BUNDLE] [--verify]\n"
     "       kestrin-capture info\n"
     "       kestrin-capture repair [--timecode HH:MM:SS:FF] [--fields tt|bb|progressive] MOVIE\n"
     "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
@@ -100,7 +101,7 @@ int Record(int argc, char** argv) {
   std::string movie, standardText, formatText, inText, bundle = PluginHost::DefaultBundlePath();
   long channels = 0, bits = 0, frames = 0;
   double seconds = 0;
-  bool abortOnDrop = false, noAudio = false, overwrite = false;
+  bool abortOnDrop = false, noAudio = false, overwrite = false, verify = false;
   for (int i = 0; i < argc; ++i) {
     std::string option = argv[i];
     auto value = [&](const char* name) -> const char* {
@@ -146,6 +147,8 @@ int Record(int argc, char** argv) {
     } else if (option == "--plugin") {
       if (!(text = value("--plugin"))) return Usage("--plugin needs a bundle path");
       bundle = text;
+    } else if (option == "--verify") {
+      verify = true;
     } else {
       return Usage("unknown option " + option);
     }
@@ -237,7 +240,18 @@ int Record(int argc, char** argv) {
   }
   printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
          outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
-  return 0;
+  if (!outcome.frameHashes.empty()) printf("Frame hashes: %s\n", outcome.frameHashes.c_str());
+  if (!verify) return 0;
+  // The take as the disk holds it, read again once it is complete and compared with the
+  // hashes of what was written.
+  fflush(stdout);
+  const TakeVerification check = TakeVerification::Of(movie);
+  if (check.result == TakeVerification::Result::kVerified) {
+    printf("%s\n", check.line.c_str());
+  } else {
+    fprintf(stderr, "kestrin-capture: %s\n", check.line.c_str());
+  }
+  return check.ExitStatus();
 }
 
 // Gives an interrupted recording its ordinary index, in place, and gives back what only the

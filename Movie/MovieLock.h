@@ -35,7 +35,7 @@ class MovieLock {
   // error set: as OpenRegular, or 16 (EBUSY) when another process writes the movie, which is
   // then left untouched; one failure line each, naming the writer.
   static int CreateEmptied(const std::string& path, long& error);
-  // Removes the movie at path when it holds no sample (empty, or headers alone) and nobody
+  // Removes the movie at path, and its sidecars, when it holds no sample (empty, or headers alone) and nobody
   // writes it: what a take that never began leaves. Anything else there is left alone. True
   // when it was removed.
   static bool RemoveIfUnrecorded(const std::string& path);

@@ -10,6 +10,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "Movie/MovieSidecars.h"
 #include "Movie/MovieSummary.h"
 #include "Util/FileKind.h"
 #include "Util/Log.h"
@@ -136,6 +137,12 @@ bool MovieLock::RemoveIfUnrecorded(const std::string& path) {
   if (unrecorded && stat(path.c_str(), &named) == 0 && named.st_dev == opened.st_dev && named.st_ino == opened.st_ino) {
     removed = unlink(path.c_str()) == 0;
     if (!removed) KTN_LOG("unlink(%s) failed with errno %ld (%s)", path.c_str(), static_cast<long>(errno), strerror(errno));
+    // Its sidecars describe no sample either.
+    for (const std::string& sidecar : MovieSidecars::All(path)) {
+      if (removed && unlink(sidecar.c_str()) != 0 && errno != ENOENT) {
+        KTN_LOG("unlink(%s) failed with errno %ld (%s)", sidecar.c_str(), static_cast<long>(errno), strerror(errno));
+      }
+    }
   }
   close(fd);
   return removed;

@@ -205,7 +205,13 @@ long MovieWriter::Open(const MovieSettings& settings) {
       result = mFragments.Open(fragments, mSettings.path, static_cast<uint64_t>(headerBytes));
     }
   }
-  if (!result && mFrameHashes) result = mFragments.OpenSidecar(FrameHashSidecarPath(mSettings.path), SidecarHeader());
+  if (!result && mFrameHashes) {
+    result = mFragments.OpenSidecar(FrameHashSidecarPath(mSettings.path), SidecarHeader());
+  } else if (!result && unlink(FrameHashSidecarPath(mSettings.path).c_str()) != 0 && errno != ENOENT) {
+    // A sidecar of the take this one replaces would describe another take.
+    result = errno;
+    KTN_LOG("unlink(%s) failed with errno %ld (%s)", FrameHashSidecarPath(mSettings.path).c_str(), result, strerror(errno));
+  }
   if (result) {
     Release();
     CloseMovieFile();

@@ -25,6 +25,7 @@
 #include "Core/SegmentLock.h"
 #include "Core/SharedMemory.h"
 #include "Finish/MovieFinisher.h"
+#include "FrameHash/FrameHashFile.h"
 #include "IPC/Pipe.h"
 #include "IPC/QTRecordClient.h"
 #include "IPC/RecorderCommands.h"
@@ -1063,7 +1064,8 @@ TEST(QTRecordServerTest, FinishingIndexesInPlaceAndCompletesAfterACut) {
   ASSERT_EQ(0, stat(path.c_str(), &finished));
   EXPECT_EQ(recording.st_ino, finished.st_ino) << "the same file, indexed where it lies";
   EXPECT_FALSE(MovieFinisher::IsFragmented(path));
-  EXPECT_EQ(2, std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator())) << "no copy beside it";
+  EXPECT_EQ(3, std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator()))
+      << "the take, its frame hashes and the copy made here: no copy beside it";
   ProbedMovie movie = ProbeMovie(path, true);
   ASSERT_TRUE(movie.opened);
   EXPECT_EQ(kFrames, movie.video.packets);
@@ -1347,7 +1349,11 @@ TEST(QTRecordServerTest, FullDiskAnswers28AndKeepsWhatWasWritten) {
   EXPECT_FALSE(fs::exists(disk.File(".full.mov.finishing"))) << "no rewrite left behind";
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(disk.Path())) names.push_back(entry.path().filename());
-  EXPECT_EQ(std::vector<std::string>{"full.mov"}, names);
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ((std::vector<std::string>{"full.mov", "full.mov.framehash"}), names) << "the take and its frame hashes";
+  FrameHashFile hashes;
+  ASSERT_EQ(0, hashes.Read(disk.File("full.mov.framehash")));
+  EXPECT_EQ(static_cast<size_t>(movie.video.packets), hashes.Stream(0).size()) << "a line for every whole picture, no more";
 }
 
 // A stopped server is given up after the idle limit, killed, and reads as gone from then
@@ -1678,7 +1684,10 @@ TEST(QTRecordServerTest, ATakeOnTheDiskHoldsNoMoreThanItsWindowOfThePageCache) {
   const std::string server = folder.File("windowed-server");
   {
     std::ofstream script(server);
-    script << "#!/bin/sh\nexec '" << QT_RECORD_SERVER << "' --cache-window-bytes " << kWindow << "\n";
+    // A backlog that holds the whole take: the pictures come far faster than a disk takes
+    // them, and none may be dropped for it.
+    script << "#!/bin/sh\nexec '" << QT_RECORD_SERVER << "' --cache-window-bytes " << kWindow << " --backlog-bytes "
+           << 2 * kPictures * FramePayload(take, 0).size() << "\n";
   }
   fs::permissions(server, fs::perms::owner_all);
   const std::vector<uint8_t> picture = FramePayload(take, 0);

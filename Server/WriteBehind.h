@@ -53,6 +53,7 @@ class WriteBehind {
   std::string mName;
   uint64_t mPushed = 0;   // write-back started for bytes below
   uint64_t mDropped = 0;  // on the disk and out of the cache below
+  uint64_t mFirstDrop = 0;  // where the dropped ranges start
 };
 
 }  // namespace KTN

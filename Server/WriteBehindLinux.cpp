@@ -15,6 +15,7 @@ namespace KTN {
 namespace {
 
 constexpr uint64_t kPage = 4096;
+constexpr uint64_t kLargestFolio = 2 << 20;
 
 }  // namespace
 
@@ -30,7 +31,7 @@ void WriteBehind::Start(int descriptor, const std::string& name, uint64_t from) 
   mName = name;
   mDrops = descriptor >= 0 && !Util::PageCache::IsMemoryBacked(descriptor);
   // The header may be rewritten at Stop; the ranges start at the first whole page after it.
-  mPushed = mDropped = (from + kPage - 1) / kPage * kPage;
+  mPushed = mDropped = mFirstDrop = (from + kPage - 1) / kPage * kPage;
 }
 
 long WriteBehind::Written(uint64_t end) {
@@ -52,7 +53,11 @@ long WriteBehind::Written(uint64_t end) {
     if (sync_file_range(mFd, static_cast<off64_t>(mDropped), static_cast<off64_t>(mChunk), flags) != 0) {
       return Failed("sync_file_range", errno);
     }
-    Util::PageCache::DropClean(mFd, mDropped, mChunk);
+    // The cache may hold a written range in folios larger than a page (up to 2 MB), and a
+    // folio that reaches past the range is not dropped with it: each drop reaches back over
+    // the folios its predecessor had to leave, now written back whole.
+    const uint64_t back = std::min(mDropped - mFirstDrop, kLargestFolio);
+    Util::PageCache::DropClean(mFd, mDropped - back, mChunk + back);
     mDropped += mChunk;
   }
   return 0;

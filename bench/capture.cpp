@@ -2,7 +2,9 @@
 // frames, the real plug-in and server, a movie in a memory-backed folder. Prints, per format
 // at its largest standard, the rate at which pictures reach the movie as a multiple of real
 // time, the host's CPU time per picture (the simulated card's work included) against the
-// fresh-segment floor, the server's, and peak memory.
+// fresh-segment floor, the server's, and peak memory. The uncompressed formats run twice,
+// with the server hashing every packet into the take's sidecar and without, and what the
+// hashing costs is printed: the real-time factor's ratio and the server's CPU per picture.
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -17,11 +19,13 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Core/SharedMemory.h"
+#include "FrameHash/FrameHashLine.h"
 #include "Host/PluginHost.h"
 #include "Host/PluginSession.h"
 #include "Testing/MovieProbe.h"
@@ -89,8 +93,44 @@ void FreshSegmentFloor(size_t bytes, double& mappedMillis, double& writtenMillis
   writtenMillis = Median(written);
 }
 
+// What a case measured, handed from its process to the one that compares the two runs of a
+// format: the rate as a multiple of real time, the server's CPU per picture (ms) and the
+// stream's pictures a second.
+struct CaseFigures {
+  double multiple = 0;
+  double serverMillis = 0;
+  double rate = 0;
+};
+
+bool ReadFigures(const std::string& path, CaseFigures& figures) {
+  std::ifstream file(path);
+  return static_cast<bool>(file >> figures.multiple >> figures.serverMillis >> figures.rate);
+}
+
+// A copy of the plug-in bundle (in folder) whose server runs the real one without frame
+// hashes: the same plug-in and resources, only the hashing and the sidecar left out.
+std::string BundleWithoutFrameHashes(const std::string& folder) {
+  namespace fs = std::filesystem;
+  const std::string bundle = folder + "/NoFrameHash.bundle";
+  const std::string real = KESTRIN_BUNDLE;
+  fs::remove_all(bundle);
+  fs::create_directories(bundle + "/Contents/Resources");
+  fs::copy(real + "/Contents/Linux", bundle + "/Contents/Linux", fs::copy_options::recursive);
+  for (const auto& entry : fs::directory_iterator(real + "/Contents/Resources")) {
+    if (entry.path().filename() == "QTRecordServer") continue;
+    fs::copy(entry.path(), bundle + "/Contents/Resources/" + entry.path().filename().string(), fs::copy_options::recursive);
+  }
+  const std::string server = bundle + "/Contents/Resources/QTRecordServer";
+  std::ofstream(server) << "#!/bin/sh\nexec '" << real << "/Contents/Resources/QTRecordServer' --no-frame-hash \"$@\"\n";
+  fs::permissions(server, fs::perms::owner_all);
+  return bundle;
+}
+
 // One capture, run in a child process so that its peak memory and CPU time are its own.
-int RunCase(size_t format, const std::string& folder) {
+// hashes: "on" or "off" for the two runs of an uncompressed format, empty otherwise; figures:
+// where its figures are written (empty: nowhere).
+int RunCase(size_t format, const std::string& folder, const std::string& bundle, const std::string& hashes,
+            const std::string& figuresPath) {
   int standard = LargestStandard(format);
   CaptureSettings settings = SignedCaptureSettings(standard, static_cast<int>(format), 2, 16, 48000);
   const double rate = static_cast<double>(settings.timeScale) / settings.frameDuration;
@@ -109,7 +149,7 @@ int RunCase(size_t format, const std::string& folder) {
   slots -= slots % pairs;
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_TIMECODE", "none"}, {"VELDRAN_SIM_SPEED", "8"}});
   PluginHost host;
-  std::string loaded = host.Load(KESTRIN_BUNDLE);
+  std::string loaded = host.Load(bundle);
   if (!loaded.empty()) {
     fprintf(stderr, "capture: %s\n", loaded.c_str());
     return 1;
@@ -145,6 +185,7 @@ int RunCase(size_t format, const std::string& folder) {
   getrusage(RUSAGE_CHILDREN, &children);
   std::string counted = Ffprobe(request.moviePath, "-count_packets -select_streams v:0 -show_entries stream=nb_read_packets");
   std::filesystem::remove(request.moviePath);
+  std::filesystem::remove(FrameHashSidecarPath(request.moviePath));
   const double pictures = atof(counted.c_str());
   const double multiple = seconds > 0 ? pictures / seconds / rate : 0;
   const bool uncompressed = format <= 2;
@@ -153,8 +194,9 @@ int RunCase(size_t format, const std::string& folder) {
   const bool floorAllowsFour = 4 * rate * floor < 1000;
   const double target = uncompressed ? (floorAllowsFour ? 4.0 : 2.5) : dv ? 6.0 : format == 3 ? 1.5 : 1.0;
   const double hostPerPicture = pictures ? 1000 * hostCpu / pictures : 0;
-  printf("  %-31s %-16s %5.0f pictures %5.2fx real time (target %.1fx%s)  host %6.2f ms CPU/picture", gSupportedPixelFormats[format].name,
-         gSupportedStandards[standard].name, pictures, multiple, target, multiple >= target ? "" : " MISSED",
+  printf("  %-31s %-16s %-10s %5.0f pictures %5.2fx real time (target %.1fx%s)  host %6.2f ms CPU/picture",
+         gSupportedPixelFormats[format].name, gSupportedStandards[standard].name,
+         hashes.empty() ? "" : ("hashes " + hashes).c_str(), pictures, multiple, target, multiple >= target ? "" : " MISSED",
          hostPerPicture);
   if (uncompressed) {
     printf(" = %4.2fx the floor of %5.2f ms (target <= 1.5%s; fill by mapping %5.2f, by descriptor %5.2f)",
@@ -165,30 +207,72 @@ int RunCase(size_t format, const std::string& folder) {
          pictures ? 1000 * serverCpu / pictures : 0.0, longestService, self.ru_maxrss / 1024.0,
          children.ru_maxrss / 1024.0, failure.empty() ? "" : (" error: " + failure).c_str());
   fflush(stdout);
+  if (!figuresPath.empty()) {
+    std::ofstream(figuresPath) << multiple << " " << (pictures ? 1000 * serverCpu / pictures : 0.0) << " " << rate << "\n";
+  }
   return failure.empty() ? 0 : 1;
+}
+
+// Runs one case in a child process (this program again): whether it succeeded.
+bool RunCaseProcess(const char* program, size_t format, const std::string& bundle, const std::string& hashes,
+                    const std::string& figuresPath) {
+  pid_t child = fork();
+  if (child == 0) {
+    std::string index = std::to_string(format);
+    execl(program, program, "--case", index.c_str(), bundle.c_str(), hashes.empty() ? "-" : hashes.c_str(),
+          figuresPath.empty() ? "-" : figuresPath.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// What hashing every packet costs a format: its real-time factor against the one without,
+// and the server's CPU per picture as a share of one core at the stream's rate.
+void PrintHashingCost(const CaseFigures& on, const CaseFigures& off) {
+  const double ratio = off.multiple > 0 ? on.multiple / off.multiple : 0;
+  const double extraMillis = on.serverMillis - off.serverMillis;
+  const double ofACore = extraMillis * on.rate / 10;  // ms per picture x pictures a second, in % of 1000 ms
+  printf("  hashing: %.2fx the real-time factor without it (target >= 0.90%s), server %+.2f ms/picture = %.1f%% of a core "
+         "at %.2f fps (target <= 5%%%s); %.2f ms/picture on, %.2f off\n",
+         ratio, ratio >= 0.90 ? "" : " MISSED", extraMillis, ofACore, on.rate, ofACore <= 5 ? "" : " MISSED",
+         on.serverMillis, off.serverMillis);
+  fflush(stdout);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string folder = "/dev/shm/ktn-capture-bench";  // memory-backed
-  if (argc == 3 && strcmp(argv[1], "--case") == 0) return RunCase(static_cast<size_t>(atoi(argv[2])), folder);
+  if (argc == 3 && strcmp(argv[1], "--case") == 0) return RunCase(static_cast<size_t>(atoi(argv[2])), folder, KESTRIN_BUNDLE, "", "");
+  if (argc == 6 && strcmp(argv[1], "--case") == 0) {
+    const std::string hashes = strcmp(argv[4], "-") ? argv[4] : "", figures = strcmp(argv[5], "-") ? argv[5] : "";
+    return RunCase(static_cast<size_t>(atoi(argv[2])), folder, argv[3], hashes, figures);
+  }
   std::filesystem::create_directories(folder);
   printf("capture: pictures reaching the movie (in %s) with the card delivering at 8x real time;\n"
          "the floor is a fresh segment of one frame created, filled and removed (median of 40)\n",
          folder.c_str());
+  fflush(stdout);  // before the cases' own lines
+  const std::string withoutHashes = BundleWithoutFrameHashes(folder);
   int failures = 0;
   for (size_t format = 0; format < 12; ++format) {  // ProRes (12, 13) is allowed by no standard
     if (argc == 2 && static_cast<size_t>(atoi(argv[1])) != format) continue;
-    pid_t child = fork();
-    if (child == 0) {
-      std::string index = std::to_string(format);
-      execl(argv[0], argv[0], "--case", index.c_str(), static_cast<char*>(nullptr));
-      _exit(127);
+    const bool uncompressed = format <= 2;
+    if (!uncompressed) {
+      failures += !RunCaseProcess(argv[0], format, KESTRIN_BUNDLE, "", "");
+      continue;
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    failures += !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+    // Twice, the same run: what the frame hashes cost the server, against the same take without.
+    const std::string onPath = folder + "/figures-on", offPath = folder + "/figures-off";
+    std::filesystem::remove(onPath);
+    std::filesystem::remove(offPath);
+    const bool on = RunCaseProcess(argv[0], format, KESTRIN_BUNDLE, "on", onPath);
+    const bool off = RunCaseProcess(argv[0], format, withoutHashes, "off", offPath);
+    failures += !on + !off;
+    CaseFigures hashed, unhashed;
+    if (on && off && ReadFigures(onPath, hashed) && ReadFigures(offPath, unhashed)) PrintHashingCost(hashed, unhashed);
   }
   std::filesystem::remove_all(folder);
   return failures ? 1 : 0;

@@ -340,6 +340,34 @@ TEST_F(CaptureWindowTest, WhileItRecordsTheLabelsCountAndStopLeavesTheFinalLine)
   EXPECT_FALSE(QImage(QString::fromStdString(recordingShot)).isNull()) << recordingShot;
 }
 
+// With "Verify after Stop" ticked, a take clicked through is read again once finished and
+// checked against its frame hashes: the readout says it was verified, in the window's
+// colours, and the run ends only once it has.
+TEST_F(CaptureWindowTest, ATakeVerifiedAfterStopSaysSo) {
+  StoreSettings(4, 0, 2, 16);  // PAL 4x3, 2vuy
+  std::string labels = mFolder + "/labels.txt", movie = mFolder + "/verified.mov";
+  std::string shot = Artifact("capture-window-verified.png");
+  // 25 frames: a second at the card's own pace.
+  ASSERT_EQ(0, RunWindow({"-o", movie, "--record-frames", "25", "--verify", "--labels", labels, "--screenshot-window", shot}));
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_FALSE(snapshots.empty()) << labels;
+  for (const Snapshot& snapshot : snapshots) {
+    if (snapshot.recording) {
+      EXPECT_FALSE(snapshot.Has("verify")) << "no check before the take ends";
+    }
+  }
+  const Snapshot& stopped = snapshots.back();
+  EXPECT_FALSE(stopped.recording);
+  EXPECT_EQ(0u, stopped.Label("status").find("Recorded ")) << stopped.Label("status");
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(movie));
+  const std::string verified = stopped.Label("verify");
+  EXPECT_EQ(0u, verified.find("Verified")) << verified;
+  EXPECT_NE(std::string::npos, verified.find(std::to_string(summary.pictures) + " pictures")) << verified;
+  EXPECT_FALSE(Red(stopped.Label("verify colour"))) << stopped.Label("verify colour");
+  EXPECT_FALSE(QImage(QString::fromStdString(shot)).isNull()) << shot;
+}
+
 // A server that writes slowly (each write held back, room for two frames) drops most of
 // the card's frames however fast the machine is, and the movie shows each empty slot as
 // soon as the next picture is written. The window counts them while it records and from

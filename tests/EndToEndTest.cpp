@@ -28,6 +28,7 @@
 
 #include "Capture/VeldranAPILoader.h"
 #include "Core/SharedMemory.h"
+#include "FrameHash/FrameHashLine.h"
 #include "Host/PluginHost.h"
 #include "Host/RecordSession.h"
 #include "Movie/MovieSummary.h"
@@ -117,6 +118,21 @@ class EndToEndTest : public testing::Test {
     FILE* script = fopen(server.c_str(), "w");
     fprintf(script, "#!/bin/sh\nexec '%s/Contents/Resources/QTRecordServer' --write-delay-ms 60 --backlog-bytes %lu\n",
             KESTRIN_BUNDLE, 2 * frameBytes);
+    fclose(script);
+    fs::permissions(server, fs::perms::owner_all);
+    return bundle;
+  }
+
+  // A copy of the plug-in bundle whose server is a shell script: body runs the real server,
+  // whose path is in $server.
+  std::string ScriptedServerBundle(const std::string& name, const std::string& body) {
+    std::string bundle = mFolder + "/" + name + ".bundle";
+    fs::create_directories(bundle + "/Contents/Linux");
+    fs::create_directories(bundle + "/Contents/Resources");
+    fs::copy_file(std::string(KESTRIN_BUNDLE) + "/Contents/Linux/KestrinCapture.so", bundle + "/Contents/Linux/KestrinCapture.so");
+    std::string server = bundle + "/Contents/Resources/QTRecordServer";
+    FILE* script = fopen(server.c_str(), "w");
+    fprintf(script, "#!/bin/sh\nserver='%s/Contents/Resources/QTRecordServer'\n%s\n", KESTRIN_BUNDLE, body.c_str());
     fclose(script);
     fs::permissions(server, fs::perms::owner_all);
     return bundle;
@@ -415,6 +431,8 @@ TEST_F(EndToEndTest, HostProgramRefusesBadInputInOneLine) {
       {{"record", "-o", "x.mov", "--in", "01:00:00:00"}, "kestrin-capture: --in needs --frames or --seconds"},
       {{"record", "-o", "x.mov", "--frames", "5", "--seconds", "1"}, "kestrin-capture: give --frames or --seconds, not both"},
       {{"record", "-o", "x.mov", "--plugin"}, "kestrin-capture: --plugin needs a bundle path"},
+      {{"record", "--verify"}, "kestrin-capture: record needs -o MOVIE"},
+      {{"record", "-o", "x.mov", "--verify=yes"}, "kestrin-capture: unknown option --verify=yes"},
       {{"replay"}, "kestrin-capture: unknown command replay"},
   };
   for (const BadCommand& c : cases) {
@@ -1260,6 +1278,73 @@ TEST_F(EndToEndTest, ATakeFromAnInPointStartsItsTimecodeThere) {
   EXPECT_EQ("smpte170m,bb",
             Ffprobe(movie, "-select_streams v:0 -show_entries stream=color_space,field_order"));
   EXPECT_EQ("5,5", QtdemuxBufferCounts(movie)) << "the samples read as before the stamp";
+}
+
+// ---- A take's frame hashes: named when it ends, and checked with --verify ----
+
+const std::regex kVerifiedLine("verified (\\d+) pictures and (\\d+) sound samples");
+
+// A completed take names the sidecar of hashes the server wrote beside it, and --verify reads
+// the take again from the disk and says what it checked against them.
+TEST_F(EndToEndTest, ATakesClosingLinesNameItsFrameHashesAndVerifyChecksIt) {
+  const std::string movie = mFolder + "/hashed.mov";
+  std::string output, error;
+  int status = RunHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--frames", "10", "--verify"},
+                              mFolder, 60, output, error);
+  ASSERT_TRUE(WIFEXITED(status)) << error;
+  EXPECT_EQ(0, WEXITSTATUS(status)) << output << error;
+  EXPECT_EQ(std::vector<std::string>{}, UserLines(error)) << error;
+  const std::string sidecar = FrameHashSidecarPath(movie);
+  EXPECT_TRUE(fs::is_regular_file(sidecar)) << sidecar;
+  MovieSummary summary;
+  ASSERT_EQ(0, summary.Read(movie));
+  const std::vector<std::string> lines = Lines(output);
+  ASSERT_EQ(3u, lines.size()) << output;
+  EXPECT_EQ(0u, lines[0].find("Recorded 10 frames to " + movie)) << lines[0];
+  EXPECT_EQ("Frame hashes: " + sidecar, lines[1]);
+  std::smatch counts;
+  ASSERT_TRUE(std::regex_match(lines[2], counts, kVerifiedLine)) << lines[2];
+  EXPECT_EQ(std::to_string(summary.pictures), counts[1].str());
+  EXPECT_EQ(std::to_string(summary.soundFrames), counts[2].str());
+}
+
+// A take recorded without hashes has no sidecar to name, and --verify says in one line that it
+// could not check it.
+TEST_F(EndToEndTest, ATakeWithoutFrameHashesIsNotNamedAndCannotBeVerified) {
+  const std::string bundle = ScriptedServerBundle("NoHashes", "exec \"$server\" --no-frame-hash \"$@\"");
+  const std::string movie = mFolder + "/unhashed.mov";
+  std::string output, error;
+  int status = RunHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--frames", "5", "--verify",
+                               "--plugin", bundle},
+                              mFolder, 60, output, error);
+  ASSERT_TRUE(WIFEXITED(status)) << error;
+  EXPECT_EQ(6, WEXITSTATUS(status)) << output << error;
+  EXPECT_FALSE(fs::exists(FrameHashSidecarPath(movie)));
+  const std::vector<std::string> lines = Lines(output);
+  ASSERT_EQ(1u, lines.size()) << output;
+  EXPECT_EQ(0u, lines[0].find("Recorded 5 frames to " + movie)) << lines[0];
+  EXPECT_EQ(1u, UserLines(error).size()) << error;
+  EXPECT_EQ(1u, LinesWith(error, movie).size()) << "the line names the take: " << error;
+}
+
+// A take whose bytes changed on the disk after they were written (one picture's, once the
+// server has ended) is told on standard error, with exit status 1.
+TEST_F(EndToEndTest, ATakeThatDiffersFromItsFrameHashesFailsVerification) {
+  const std::string movie = mFolder + "/changed.mov";
+  // Inside the fourth picture: ten PAL frames of 8-bit 4:2:2 are 829440 bytes each.
+  const std::string body = "\"$server\" \"$@\"\nended=$?\nprintf '\\001\\002\\003\\004' | dd of='" + movie +
+                           "' bs=1 seek=" + std::to_string(3 * 829440 + 1000) + " conv=notrunc 2>/dev/null\nexit $ended";
+  const std::string bundle = ScriptedServerBundle("Changing", body);
+  std::string output, error;
+  int status = RunHostProgram({"record", "-o", movie, "--standard", "PAL 4x3", "--format", "0", "--frames", "10", "--verify",
+                               "--plugin", bundle},
+                              mFolder, 60, output, error);
+  ASSERT_TRUE(WIFEXITED(status)) << error;
+  EXPECT_EQ(1, WEXITSTATUS(status)) << output << error;
+  EXPECT_EQ(2u, Lines(output).size()) << "the take and its hashes, no verified line: " << output;
+  const std::vector<std::string> said = UserLines(error);
+  ASSERT_EQ(1u, said.size()) << error;
+  EXPECT_FALSE(std::regex_match(said[0].substr(said[0].find(' ') + 1), kVerifiedLine)) << said[0];
 }
 
 }  // namespace

@@ -32,19 +32,32 @@ namespace fs = std::filesystem;
   _exit(127);
 }
 
-Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder, uid_t user) {
+namespace {
+
+Child Start(const std::vector<std::string>& arguments, const std::string& folder, uid_t user, bool keepOutput) {
   Child child;
   child.errorFile = folder + "/stderr.txt";
+  if (keepOutput) child.outputFile = folder + "/stdout.txt";
   child.pid = fork();
   if (child.pid == 0) {
     int error = open(child.errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     dup2(error, 2);
-    int null = open("/dev/null", O_WRONLY);
-    dup2(null, 1);
+    int output = keepOutput ? open(child.outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644) : open("/dev/null", O_WRONLY);
+    dup2(output, 1);
     if (user != static_cast<uid_t>(-1) && (setgid(user) != 0 || setuid(user) != 0)) _exit(126);
     ExecHostProgram(arguments);
   }
   return child;
+}
+
+}  // namespace
+
+Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder, uid_t user) {
+  return Start(arguments, folder, user, false);
+}
+
+Child StartHostProgramWithOutput(const std::vector<std::string>& arguments, const std::string& folder) {
+  return Start(arguments, folder, static_cast<uid_t>(-1), true);
 }
 
 StoppedAtEnd::~StoppedAtEnd() {
@@ -202,6 +215,19 @@ int RunHostProgram(const std::vector<std::string>& arguments, const std::string&
     kill(host.pid, SIGKILL);
     waitpid(host.pid, nullptr, 0);
   }
+  error = ReadText(host.errorFile);
+  return status;
+}
+
+int RunHostProgram(const std::vector<std::string>& arguments, const std::string& folder, double seconds,
+                   std::string& output, std::string& error) {
+  Child host = StartHostProgramWithOutput(arguments, folder);
+  int status = WaitFor(host.pid, seconds);
+  if (status == -1) {
+    kill(host.pid, SIGKILL);
+    waitpid(host.pid, nullptr, 0);
+  }
+  output = ReadText(host.outputFile);
   error = ReadText(host.errorFile);
   return status;
 }

@@ -12,6 +12,7 @@ namespace KTN {
 struct Child {
   pid_t pid = -1;
   std::string errorFile;
+  std::string outputFile;  // empty when its output is thrown away
 };
 
 // In a forked child: becomes the host program with arguments.
@@ -21,6 +22,8 @@ struct Child {
 // run as user (with the same number as its group) when one is given, which needs root.
 Child StartHostProgram(const std::vector<std::string>& arguments, const std::string& folder,
                        uid_t user = static_cast<uid_t>(-1));
+// As StartHostProgram, with its standard output kept in folder/stdout.txt.
+Child StartHostProgramWithOutput(const std::vector<std::string>& arguments, const std::string& folder);
 
 // A host program started in the background, stopped (SIGTERM, then SIGKILL if need be) when
 // this ends unless it has ended already, so that a test that fails leaves no recording
@@ -55,6 +58,9 @@ pid_t ServerOf(pid_t host);
 // it has not ended within seconds, when it is killed) and what it wrote there.
 int RunHostProgram(const std::vector<std::string>& arguments, const std::string& folder, double seconds,
                    std::string& error);
+// As above, with what it wrote on its standard output too.
+int RunHostProgram(const std::vector<std::string>& arguments, const std::string& folder, double seconds,
+                   std::string& output, std::string& error);
 
 // The host program run to its end with its standard error on a pseudo-terminal: what it
 // wrote there, and its exit status (-1 if it has not ended within seconds).

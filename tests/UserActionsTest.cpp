@@ -115,6 +115,7 @@ TEST_F(UserActionsTest, CtrlCWhileWaitingForTheInPointLeavesNoMovie) {
   EXPECT_EQ(0, WEXITSTATUS(status)) << host.Text();
   EXPECT_NE(std::string::npos, host.Text().find("nothing was recorded")) << host.Text();
   EXPECT_FALSE(fs::exists(movie));
+  EXPECT_FALSE(fs::exists(movie + ".framehash")) << "the sidecar of a take that never began stays";
 }
 
 // Closing the terminal window hangs it up: the take is finished as with Stop.

@@ -1,0 +1,21 @@
+// The files that lie beside a take and belong to it, named after the movie.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace KTN {
+
+// A take is its movie and the sidecars the recording server writes beside it while it
+// records: take.mov and take.mov.framehash (each sample's hash). They are named after the
+// movie's whole file name, so a folder's listing keeps them together, and whatever replaces
+// or removes a take does the same to them. No state; any thread.
+class MovieSidecars {
+ public:
+  // Where the sidecar of frame hashes of the movie at moviePath lies.
+  static std::string FrameHashes(const std::string& moviePath);
+  // Every sidecar a take can have.
+  static std::vector<std::string> All(const std::string& moviePath);
+};
+
+}  // namespace KTN
