@@ -69,7 +69,7 @@ StreamLines DataLines(const std::string& text, std::string& bad) {
   return streams;
 }
 
-// The line of one stream's line as a FrameHashLine (a test failure when it is not one).
+// A data line read as a FrameHashLine (a test failure when it is not one).
 FrameHashLine Parsed(const std::string& line) {
   FrameHashLine parsed;
   EXPECT_TRUE(parsed.Parse(line.data(), line.size())) << line;
