@@ -22,6 +22,7 @@
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
 #include "Host/StopSignals.h"
+#include "Host/VerifyCommand.h"
 #include "Host/WholeNumber.h"
 #include "Finish/MovieFinisher.h"
 #include "Movie/MovieLock.h"
@@ -43,6 +44,7 @@ const char kUsage[] =
     "                              [--abort-on-drop] [--no-audio] [-y|--overwrite] [--plugin BUNDLE]\n"
     "       kestrin-capture info\n"
     "       kestrin-capture repair [--timecode HH:MM:SS:FF] [--fields tt|bb|progressive] MOVIE\n"
+    "       kestrin-capture verify [--write] MOVIE\n"
     "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
 
 int Usage(const std::string& problem) {
@@ -343,6 +345,7 @@ int main(int argc, char** argv) {
   if (command == "record") return Record(argc - 2, argv + 2);
   if (command == "info") return PrintCardInfo(stdout);
   if (command == "repair") return Repair(argc - 2, argv + 2);
+  if (command == "verify") return RunVerify(argc - 2, argv + 2);
   if (command == "gui") return RunCaptureWindow(argc - 2, argv + 2);
   if (command == "-h" || command == "--help" || command == "help") {
     fputs(kUsage, stdout);
