@@ -223,12 +223,10 @@ void Compare(const TakePackets& take, const std::vector<FrameHashLine>& lines, c
   }
 }
 
-// What Verify and WriteSidecar share: the movie locked, its packets listed and hashed from
-// the disk.
-long ReadTake(const std::string& path, const std::string& refusal, LockedMovie& movie, TakePackets& take,
+// What Verify and WriteSidecar share once the movie's packets are listed: what it holds
+// counted, and every packet hashed from the disk.
+long HashTake(const std::string& path, const std::string& refusal, const TakePackets& take,
               std::vector<FrameHashLine>& lines, VerifyResult& result, std::string& failure) {
-  if (long rc = ReadPackets(path, refusal, take, failure)) return rc;
-  (void)movie;
   if (const TakePackets::Stream* pictures = take.Find(true)) result.pictures = pictures->samples;
   if (const TakePackets::Stream* sound = take.Find(false)) {
     result.soundFrames = sound->samples;
@@ -287,7 +285,7 @@ long TakeVerifier::Verify(const std::string& moviePath, VerifyResult& result, st
     return rc;
   }
   std::vector<FrameHashLine> lines;
-  if (long rc = ReadTake(moviePath, refusal, movie, take, lines, result, failure)) return rc;
+  if (long rc = HashTake(moviePath, refusal, take, lines, result, failure)) return rc;
   MovieSummary summary;
   summary.Read(moviePath);  // for the timecodes the line names; without it, none
   Compare(take, lines, sidecar, summary, result);
@@ -309,7 +307,8 @@ long TakeVerifier::WriteSidecar(const std::string& moviePath, VerifyResult& resu
   }
   TakePackets take;
   std::vector<FrameHashLine> lines;
-  if (long rc = ReadTake(moviePath, refusal, movie, take, lines, result, failure)) return rc;
+  if (long rc = ReadPackets(moviePath, refusal, take, failure)) return rc;
+  if (long rc = HashTake(moviePath, refusal, take, lines, result, failure)) return rc;
   FrameHashFile sidecar;
   sidecar.header = kFrameHashFormatLines;
   for (const TakePackets::Stream& stream : take.streams) {
