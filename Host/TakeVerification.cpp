@@ -4,6 +4,7 @@
 #include <ctype.h>
 
 #include "FrameHash/TakeVerifier.h"
+#include "Host/VerifyCommand.h"
 
 namespace KTN {
 
@@ -30,7 +31,7 @@ int TakeVerification::ExitStatus() const {
     case Result::kNotChecked:
       break;
   }
-  return 6;
+  return kVerifyCouldNotCheck;
 }
 
 std::string TakeVerification::Sentence() const {

@@ -23,8 +23,11 @@
 #include "Host/RecordSession.h"
 #include "Host/StopSignals.h"
 #include "Host/TakeVerification.h"
+#include "Host/VerifyCommand.h"
 #include "Host/WholeNumber.h"
 #include "Finish/MovieFinisher.h"
+#include "FrameHash/FrameHashLine.h"
+#include "FrameHash/SidecarTrim.h"
 #include "Movie/MovieLock.h"
 #include "Movie/MovieStamp.h"
 #include "Movie/MovieSummary.h"
@@ -44,6 +47,7 @@ const char kUsage[] =
     "                              [--abort-on-drop] [--no-audio] [-y|--overwrite] [--plugin BUNDLE] [--verify]\n"
     "       kestrin-capture info\n"
     "       kestrin-capture repair [--timecode HH:MM:SS:FF] [--fields tt|bb|progressive] MOVIE\n"
+    "       kestrin-capture verify [--write] MOVIE\n"
     "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
 
 int Usage(const std::string& problem) {
@@ -336,7 +340,20 @@ int Repair(int argc, char** argv) {
     repaired = true;
     summary.Read(movie);
   }
+  // The sidecar of a take cut off describes the sample being written too, and its last
+  // picture as long as it was then: it follows the movie as repaired.
+  SidecarTrim::Result trimmed;
+  if (long rc = SidecarTrim::Trim(movie, trimmed)) {
+    fprintf(stderr, "kestrin-capture: cannot bring the frame hashes %s in line with %s: %s\n",
+            FrameHashSidecarPath(movie).c_str(), movie.c_str(), strerror(static_cast<int>(rc)));
+    return 1;
+  }
+  repaired = repaired || trimmed.changed;
   printf("%s %s\n", movie.c_str(), repaired ? "repaired" : "needs no repair");
+  if (trimmed.undescribed) {
+    fprintf(stderr, "kestrin-capture: %llu packets of %s have no line in its frame hashes: verify counts them as bad\n",
+            static_cast<unsigned long long>(trimmed.undescribed), movie.c_str());
+  }
   // What only the host knew and nobody gave back is said, not guessed.
   if (!summary.hasTimecode) {
     fprintf(stderr, "kestrin-capture: %s has no timecode track: give --timecode HH:MM:SS:FF of its first frame to restore it\n",
@@ -357,6 +374,7 @@ int main(int argc, char** argv) {
   if (command == "record") return Record(argc - 2, argv + 2);
   if (command == "info") return PrintCardInfo(stdout);
   if (command == "repair") return Repair(argc - 2, argv + 2);
+  if (command == "verify") return RunVerify(argc - 2, argv + 2);
   if (command == "gui") return RunCaptureWindow(argc - 2, argv + 2);
   if (command == "-h" || command == "--help" || command == "help") {
     fputs(kUsage, stdout);

@@ -5,7 +5,7 @@
 // the summary again and the stamp of a field order and timecode. All of that runs here on a
 // scratch copy in memory; only the copy into a new movie, FFmpeg's, is left out. The layer
 // under them reads the same bytes on its own too: the top-level walk, the tracks of every
-// moov, the samples of every fragment.
+// moov, the sample tables of its finished tracks, the samples of every fragment.
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -20,6 +20,7 @@
 #include "Movie/MovieStamp.h"
 #include "Movie/MovieSummary.h"
 #include "Movie/MovieTracks.h"
+#include "Movie/SampleTable.h"
 #include "Movie/TimecodeTrack.h"
 #include "Movie/TopLevelBoxes.h"
 #include "fuzz/FuzzScratch.h"
@@ -66,6 +67,11 @@ void ReadWithTheLayer(const std::string& path) {
       whole.offset = 0;
       KTN::MovieTracks tracks;
       if (tracks.Read(bytes, whole)) tracks.AllComplete();
+      for (const KTN::TrackDescription& track : tracks.tracks) {  // each finished track's table, its first samples walked
+        KTN::SampleTable table;
+        uint64_t walked = 0;
+        if (table.Read(bytes, track)) table.Walk([&](const KTN::TableSample&) { return ++walked < 4096; });
+      }
       if (!haveTracks) first = tracks, haveTracks = true;
     } else if (box.type == KTN::BoxTypes::kMoof && haveTracks && i + 1 < top.boxes.size() &&
                top.boxes[i + 1].type == KTN::BoxTypes::kMdat) {
