@@ -73,6 +73,7 @@ struct CapPriv {
   const void* errorSuite = nullptr;            // "Premiere Error Suite" v2, borrowed from the host
   int64_t callbackID = 0;
   uint8_t videoEnabled = 0;
+  uint8_t audioEnabled = 0;                    // device thread reads it, under recordingLock: sound is queued only when recorded
   int64_t frameLimit = 0;                      // device callbacks to record; 0: no limit
   std::atomic<int64_t> frameCount{0};          // device thread: callbacks queued this recording
   uint32_t magic = 0;                          // kCapPrivMagic while open

@@ -195,7 +195,8 @@ void QueueLocked(CapPriv* instance, IVeldranVideoInputFrame* video, IVeldranAudi
   } else if (slots.own) {
     instance->videoQueue->push_back(nullptr);
   }
-  if (!audio) return;
+  // A take recorded without sound has no sound track: the card's packets stay with the card.
+  if (!audio || !instance->audioEnabled) return;
   if (instance->audioQueue->size() < instance->soundQueueLimit) {
     audio->AddRef();
     instance->audioQueue->push_back(audio);

@@ -227,6 +227,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   instance->prerollFunc = parms->prerollFunc;
   instance->timecodeFunc = parms->timecodeFunc;
   instance->videoEnabled = static_cast<uint8_t>(parms->videoEnabled);
+  instance->audioEnabled = static_cast<uint8_t>(parms->audioEnabled);
   instance->abortOnDroppedFrames = parms->abortOnDroppedFrames != 0;
   instance->reportDroppedFrames = parms->reportDroppedFrames != 0;
   instance->droppedFrames = false;
