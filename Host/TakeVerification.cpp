@@ -2,6 +2,7 @@
 #include "Host/TakeVerification.h"
 
 #include <ctype.h>
+#include <stdio.h>
 
 #include "FrameHash/TakeVerifier.h"
 #include "Host/VerifyCommand.h"
@@ -32,6 +33,15 @@ int TakeVerification::ExitStatus() const {
       break;
   }
   return kVerifyCouldNotCheck;
+}
+
+int TakeVerification::Report() const {
+  if (result == Result::kVerified) {
+    printf("%s\n", line.c_str());
+  } else {
+    fprintf(stderr, "kestrin-capture: %s\n", line.c_str());
+  }
+  return ExitStatus();
 }
 
 std::string TakeVerification::Sentence() const {

@@ -26,6 +26,9 @@ struct TakeVerification {
 
   // The host program's exit status for it: 0 verified, 1 differs, 6 not checked.
   int ExitStatus() const;
+  // Says the line as the host program does (a verified take's on standard output, anything
+  // else on standard error after "kestrin-capture: ") and returns ExitStatus().
+  int Report() const;
   // The line as the capture window shows it: capitalised, a verified take's starting with
   // "Verified".
   std::string Sentence() const;

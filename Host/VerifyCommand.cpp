@@ -49,13 +49,7 @@ int RunVerify(int argc, char** argv) {
            static_cast<unsigned long long>(result.pictures), static_cast<unsigned long long>(result.soundFrames));
     return 0;
   }
-  const TakeVerification check = TakeVerification::Of(movie);
-  if (check.result == TakeVerification::Result::kVerified) {
-    printf("%s\n", check.line.c_str());
-  } else {
-    fprintf(stderr, "kestrin-capture: %s\n", check.line.c_str());
-  }
-  return check.ExitStatus();
+  return TakeVerification::Of(movie).Report();
 }
 
 }  // namespace KTN

@@ -249,13 +249,7 @@ int Record(int argc, char** argv) {
   // The take as the disk holds it, read again once it is complete and compared with the
   // hashes of what was written.
   fflush(stdout);
-  const TakeVerification check = TakeVerification::Of(movie);
-  if (check.result == TakeVerification::Result::kVerified) {
-    printf("%s\n", check.line.c_str());
-  } else {
-    fprintf(stderr, "kestrin-capture: %s\n", check.line.c_str());
-  }
-  return check.ExitStatus();
+  return TakeVerification::Of(movie).Report();
 }
 
 // Gives an interrupted recording its ordinary index, in place, and gives back what only the
