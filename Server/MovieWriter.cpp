@@ -350,7 +350,7 @@ std::string MovieWriter::SidecarHeader() const {
     snprintf(text, sizeof text, format, values...);
     header += text;
   };
-  add("#software: QTRecordServer\n");
+  header += "#software: QTRecordServer\n";
   for (const AVStream* stream : {mVideoStream, mAudioStream}) {
     if (!stream) continue;
     const AVCodecParameters* par = stream->codecpar;
