@@ -1,4 +1,4 @@
-// Reads a stretch of a file from the disk in large aligned blocks on a reading thread.
+// Reads a stretch of a file from the disk past the page cache on Linux (O_DIRECT, or its pages dropped first) in large aligned blocks on a reading thread.
 #include "FrameHash/DiskReader.h"
 
 #include <errno.h>
