@@ -5,6 +5,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <string>
@@ -12,6 +13,7 @@
 
 #include "FrameHash/FrameHashFile.h"
 #include "FrameHash/PacketHasher.h"
+#include "FrameHash/SidecarTrim.h"
 #include "FrameHash/TakePackets.h"
 #include "Movie/FakeTake.h"
 #include "Movie/InPlaceIndex.h"
@@ -190,6 +192,69 @@ TEST(TakeVerifierTest, RefusesWhatItCannotCheck) {
                          ": it is not a finished movie (kestrin-capture repair finishes a take that was cut off)");
   EXPECT_EQ(TakeVerifier::Verify(other.File("none.mov"), result, failure), ENOENT);
   EXPECT_EQ(failure, "cannot verify " + other.File("none.mov") + ": No such file or directory");
+}
+
+}  // namespace
+}  // namespace KTN
+
+namespace KTN {
+namespace {
+
+// A cut-off take's sidecar: a line for the sample whose fragment was left out, the last
+// picture's line as short as it was when written, and a torn line. Trimmed, it is the
+// sidecar of the movie as repaired, line for line.
+TEST(SidecarTrimTest, KeepsTheLinesOfTheMoviesPacketsAndTheirDurations) {
+  Util::ScratchFolder folder;
+  const std::string path = MakeTake(folder);
+  VerifyResult made;
+  std::string failure;
+  ASSERT_EQ(TakeVerifier::WriteSidecar(path, made, failure), 0) << failure;
+  const std::string sidecarPath = FrameHashSidecarPath(path);
+  FrameHashFile whole;
+  ASSERT_EQ(whole.Read(sidecarPath), 0);
+
+  FrameHashFile cut = whole;
+  FrameHashLine& lastPicture = cut.lines[3 * (kSlots - 1)];
+  ASSERT_EQ(lastPicture.stream, 0);
+  lastPicture.duration = 1;  // as long as it was before the slots after it came
+  FrameHashLine beyond = lastPicture;
+  beyond.dts = beyond.pts = kSlots * FakeTake::kFrame;  // the picture being written when cut off
+  cut.lines.push_back(beyond);
+  ASSERT_EQ(cut.Write(sidecarPath), 0);
+  {
+    FILE* file = fopen(sidecarPath.c_str(), "a");
+    ASSERT_NE(file, nullptr);
+    fputs("1,       4806,       48", file);
+    fclose(file);
+  }
+
+  SidecarTrim::Result trimmed;
+  ASSERT_EQ(SidecarTrim::Trim(path, trimmed), 0);
+  EXPECT_TRUE(trimmed.changed);
+  EXPECT_EQ(trimmed.dropped, 1u);
+  EXPECT_EQ(trimmed.undescribed, 0u);
+  FrameHashFile read;
+  ASSERT_EQ(read.Read(sidecarPath), 0);
+  EXPECT_FALSE(read.torn);
+  EXPECT_EQ(read.lines, whole.lines);
+  EXPECT_EQ(read.header, whole.header);
+
+  // Trimmed again, nothing changes; a sidecar that lacks a packet's line says so.
+  ASSERT_EQ(SidecarTrim::Trim(path, trimmed), 0);
+  EXPECT_FALSE(trimmed.changed);
+  read.lines.erase(read.lines.begin() + 1);
+  ASSERT_EQ(read.Write(sidecarPath), 0);
+  ASSERT_EQ(SidecarTrim::Trim(path, trimmed), 0);
+  EXPECT_EQ(trimmed.undescribed, 1u);
+}
+
+TEST(SidecarTrimTest, AMovieWithoutASidecarIsLeftAlone) {
+  Util::ScratchFolder folder;
+  const std::string path = MakeTake(folder);
+  SidecarTrim::Result trimmed;
+  EXPECT_EQ(SidecarTrim::Trim(path, trimmed), 0);
+  EXPECT_FALSE(trimmed.changed);
+  EXPECT_FALSE(access(FrameHashSidecarPath(path).c_str(), F_OK) == 0);
 }
 
 }  // namespace
