@@ -77,6 +77,13 @@ bool SignalEvents::Parse(const std::string& text, SignalEvents* events, std::str
   return true;
 }
 
+bool SignalEvents::Has(SignalEventKind kind) const {
+  for (const SignalEvent& event : mEvents) {
+    if (event.kind == kind) return true;
+  }
+  return false;
+}
+
 bool SignalEvents::Covers(SignalEventKind kind, int64_t n) const {
   for (const SignalEvent& event : mEvents) {
     if (event.kind == kind && n >= event.first && n - event.first < event.count) return true;

@@ -38,6 +38,8 @@ class SignalEvents {
   bool Empty() const { return mEvents.empty(); }
   const std::vector<SignalEvent>& Events() const { return mEvents; }
 
+  // Whether any event is of kind.
+  bool Has(SignalEventKind kind) const;
   // Whether an event of kind covers frame n.
   bool Covers(SignalEventKind kind, int64_t n) const;
   // Whether a freeze starts at frame n (its picture is the one the freeze repeats).
