@@ -7,12 +7,12 @@ namespace KTN {
 namespace Sim {
 
 SimulatedAudioPacket::SimulatedAudioPacket(int64_t firstSample, int sampleFrames, int channels, int bits,
-                                           VeldranResult getBytesFailure)
+                                           ToneFault fault, VeldranResult getBytesFailure)
     : mFirstSample(firstSample),
       mSampleFrames(sampleFrames),
       mSamples(new (std::nothrow) uint8_t[static_cast<size_t>(sampleFrames) * channels * bits / 8 + 1]),
       mGetBytesFailure(getBytesFailure) {
-  if (mSamples) TestTone::Render(firstSample, sampleFrames, channels, bits, mSamples.get());
+  if (mSamples) TestTone::Render(firstSample, sampleFrames, channels, bits, mSamples.get(), fault);
 }
 
 VeldranResult SimulatedAudioPacket::GetBytes(void** buffer) {

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "DeviceAPI/VeldranObject.h"
+#include "Simulator/TestSignal.h"
 
 namespace KTN {
 namespace Sim {
@@ -11,8 +12,10 @@ namespace Sim {
 class SimulatedAudioPacket : public VeldranObject<IVeldranAudioInputPacket> {
  public:
   // sampleFrames frames of channels interleaved samples of bits (16 or 32), starting at
-  // sample number firstSample of the stream (48 kHz). getBytesFailure: an injected failure.
-  SimulatedAudioPacket(int64_t firstSample, int sampleFrames, int channels, int bits, VeldranResult getBytesFailure);
+  // sample number firstSample of the stream (48 kHz), the tone suffering fault.
+  // getBytesFailure: an injected failure.
+  SimulatedAudioPacket(int64_t firstSample, int sampleFrames, int channels, int bits, ToneFault fault,
+                       VeldranResult getBytesFailure);
 
   int32_t GetSampleFrameCount() override { return mSampleFrames; }
   VeldranResult GetBytes(void** buffer) override;

@@ -1,6 +1,7 @@
 // Tests of the simulated card through its library, as a host would load it: cadence, byte
-// layouts, timecodes, deck control, hardware flags and failure injection. Everything is
-// judged from the frames' own timestamps and counts, never from the wall clock.
+// layouts, timecodes, deck control, hardware flags, failure injection and scripted signal
+// faults. Everything is judged from the frames' own timestamps and counts, never from the
+// wall clock.
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
@@ -12,6 +13,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <algorithm>
+#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -824,6 +826,186 @@ TEST(SimulatedCardTest, BadSettingsAreReportedAndTheDefaultKept) {
       << text;
   EXPECT_NE(std::string::npos, text.find("VELDRAN_SIM_CUE=01.00.00.05 is not HH:MM:SS:FF; starting at the first frame"))
       << text;
+}
+
+// ---- Scripted signal faults (VELDRAN_SIM_EVENTS) ----
+
+// Whether every byte of picture repeats the row-unit pattern (a v210 group, a 2vuy pair,
+// an r210 pixel), row padding included.
+bool Repeats(const std::vector<uint8_t>& picture, const std::vector<uint8_t>& unit) {
+  if (picture.empty() || picture.size() % unit.size()) return false;
+  for (size_t i = 0; i < picture.size(); i += unit.size()) {
+    if (!std::equal(unit.begin(), unit.end(), picture.begin() + static_cast<std::ptrdiff_t>(i))) return false;
+  }
+  return true;
+}
+
+std::vector<uint8_t> LittleEndianWords(std::initializer_list<uint32_t> words) {
+  std::vector<uint8_t> bytes;
+  for (uint32_t word : words) {
+    for (int shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<uint8_t>(word >> shift));
+  }
+  return bytes;
+}
+
+TEST(SimulatedCardTest, BlackFramesAreVideoBlackInEveryCaptureFormat) {
+  SimulatedCard card({{"VELDRAN_SIM_EVENTS", "black@1+2"}});
+  // Y 64 and Cb, Cr 512 in every v210 group (720 pixels fill their row exactly).
+  const uint32_t y = 64, c = 512;
+  const std::vector<uint8_t> v210 =
+      LittleEndianWords({c | y << 10 | c << 20, y | c << 10 | y << 20, c | y << 10 | c << 20, y | c << 10 | y << 20});
+  // Cb Y Cr Y at 8 bits: 128 16 128 16.
+  const std::vector<uint8_t> twoVuy = {128, 16, 128, 16};
+  struct Case {
+    uint32_t format;
+    std::vector<uint8_t> unit;
+  };
+  for (const Case& format : {Case{ktnFormat10BitYUV, v210}, Case{ktnFormat8BitYUV, twoVuy}}) {
+    std::vector<Seen> seen = Record(card, ktnModePAL, 25000, format.format, 4, 4);
+    ASSERT_EQ(4u, seen.size());
+    EXPECT_FALSE(Repeats(seen[0].picture, format.unit)) << "frame 0 holds the bars";
+    EXPECT_TRUE(Repeats(seen[1].picture, format.unit)) << "frame 1 is black";
+    EXPECT_TRUE(Repeats(seen[2].picture, format.unit)) << "frame 2 is black";
+    EXPECT_FALSE(Repeats(seen[3].picture, format.unit)) << "frame 3 holds the bars again";
+    YCbCr white = format.format == ktnFormat10BitYUV ? DecodeV210(&seen[3].picture[1920 * 10], BarCentre(720, 0))
+                                                     : Decode2vuy(&seen[3].picture[1440 * 10], BarCentre(720, 0));
+    EXPECT_EQ(format.format == ktnFormat10BitYUV ? kBars709Ten[0].y : kBars601Eight[0].y, white.y)
+        << "the bars come back after the black";
+  }
+  // r210 is full range, as its bars are: black is 0 in every component, like the black
+  // under the bars.
+  std::vector<Seen> rgb = Record(card, ktnModePAL, 25000, ktnFormat10BitRGB, 4, 4);
+  ASSERT_EQ(4u, rgb.size());
+  int below[3];
+  DecodeR210(&rgb[0].picture[3072 * 570], 2, below);
+  EXPECT_EQ(0, below[0] + below[1] + below[2]) << "the bars' own black";
+  EXPECT_TRUE(Repeats(rgb[1].picture, {0, 0, 0, 0}));
+  EXPECT_FALSE(Repeats(rgb[3].picture, {0, 0, 0, 0}));
+}
+
+TEST(SimulatedCardTest, FrozenFramesRepeatTheFreezesFirstPictureExactly) {
+  SimulatedCard card({{"VELDRAN_SIM_EVENTS", "freeze@3+4"}});
+  constexpr int kFrames = 9;
+  std::vector<Seen> seen = Record(card, ktnModePAL, 25000, ktnFormat10BitYUV, kFrames, kFrames);
+  ASSERT_EQ(static_cast<size_t>(kFrames), seen.size());
+  EXPECT_NE(seen[2].picture, seen[3].picture);
+  for (int n = 4; n <= 6; ++n) EXPECT_EQ(seen[3].picture, seen[n].picture) << "frame " << n;
+  EXPECT_NE(seen[6].picture, seen[7].picture) << "the box moves again after the freeze";
+  // Outside the freeze, every frame is the signal's own picture of its number.
+  const Sim::SimulatedMode* mode = Sim::FindSimulatedMode(ktnModePAL);
+  ASSERT_NE(nullptr, mode);
+  Sim::TestSignal signal(*mode, ktnFormat10BitYUV);
+  std::vector<uint8_t> expected(signal.FrameBytes());
+  for (int n : {0, 2, 3, 7, 8}) {
+    signal.Render(n, expected.data());
+    EXPECT_TRUE(seen[n].picture == expected) << "picture " << n;
+  }
+}
+
+TEST(SimulatedCardTest, AFrozenSourceMovieRepeatsItsPicture) {
+  Util::ScratchFolder folder;
+  std::string movie = folder.File("source.mov");
+  // A test pattern whose every frame differs (its counter runs).
+  std::string command = "ffmpeg -v error -y -f lavfi -i testsrc=size=320x240:rate=25 -frames:v 10 -c:v mjpeg '" +
+                        movie + "'";
+  ASSERT_EQ(0, system(command.c_str()));
+  SimulatedCard card({{"VELDRAN_SIM_SOURCE", movie.c_str()}, {"VELDRAN_SIM_EVENTS", "freeze@2+3"}});
+  std::vector<Seen> seen = Record(card, ktnModePAL, 25000, ktnFormat8BitYUV, 6, 6);
+  ASSERT_EQ(6u, seen.size());
+  EXPECT_NE(seen[1].picture, seen[2].picture);
+  EXPECT_EQ(seen[2].picture, seen[3].picture);
+  EXPECT_EQ(seen[2].picture, seen[4].picture);
+  EXPECT_NE(seen[4].picture, seen[5].picture);
+}
+
+// Sample i of channel of a packet of interleaved 16- or 32-bit samples.
+int64_t SampleAt(const Seen& frame, int channels, int bits, int i, int channel) {
+  size_t at = (static_cast<size_t>(i) * static_cast<size_t>(channels) + static_cast<size_t>(channel)) * (bits / 8);
+  if (bits == 16) {
+    int16_t sample;
+    memcpy(&sample, &frame.sound[at], 2);
+    return sample;
+  }
+  int32_t sample;
+  memcpy(&sample, &frame.sound[at], 4);
+  return sample;
+}
+
+TEST(SimulatedCardTest, SilentFramesHoldZeroOnEveryChannel) {
+  SimulatedCard card({{"VELDRAN_SIM_EVENTS", "silence@1+2"}});
+  std::vector<Seen> seen = Record(card, ktnModePAL, 25000, ktnFormat8BitYUV, 4, 4, 16, 32);
+  ASSERT_EQ(4u, seen.size());
+  ASSERT_EQ(1920u * 16 * 4, seen[1].sound.size());
+  auto silent = [](const Seen& frame) {
+    return std::all_of(frame.sound.begin(), frame.sound.end(), [](uint8_t byte) { return byte == 0; });
+  };
+  EXPECT_FALSE(silent(seen[0]));
+  EXPECT_TRUE(silent(seen[1]));
+  EXPECT_TRUE(silent(seen[2]));
+  EXPECT_FALSE(silent(seen[3]));
+  EXPECT_EQ(1920, seen[2].sampleFrames) << "a silent frame keeps its length";
+}
+
+TEST(SimulatedCardTest, ClippedFramesDriveTheFirstChannelToFullScaleOnly) {
+  for (int bits : {16, 32}) {
+    SimulatedCard card({{"VELDRAN_SIM_EVENTS", "clip@1+1"}});
+    std::vector<Seen> seen = Record(card, ktnModePAL, 25000, ktnFormat8BitYUV, 3, 3, 2, bits);
+    ASSERT_EQ(3u, seen.size());
+    const int64_t largest = bits == 16 ? 32767 : 2147483647;
+    const int64_t smallest = -largest - 1;
+    // The longest runs of consecutive samples at the largest and at the smallest value.
+    auto runs = [&](const Seen& frame, int channel, int64_t* high, int64_t* low) {
+      int64_t highRun = 0, lowRun = 0;
+      *high = *low = 0;
+      for (int i = 0; i < frame.sampleFrames; ++i) {
+        int64_t sample = SampleAt(frame, 2, bits, i, channel);
+        highRun = sample == largest ? highRun + 1 : 0;
+        lowRun = sample == smallest ? lowRun + 1 : 0;
+        *high = std::max(*high, highRun);
+        *low = std::max(*low, lowRun);
+      }
+    };
+    int64_t high = 0, low = 0;
+    runs(seen[1], 0, &high, &low);
+    EXPECT_GE(high, 3) << bits << " bits";
+    EXPECT_GE(low, 3) << bits << " bits";
+    for (int n : {0, 2}) {
+      runs(seen[n], 0, &high, &low);
+      EXPECT_EQ(0, high + low) << "frame " << n << " is not clipped";
+    }
+    runs(seen[1], 1, &high, &low);
+    EXPECT_EQ(0, high + low) << "channel 2 is not clipped";
+    // Channel 2 carries its tone unchanged: the 2 kHz sine at -20 dBFS.
+    const double fullScale = static_cast<double>(largest);
+    for (int i : {0, 3, 17, 1919}) {
+      double expected = 0.1 * sin(2 * M_PI * 2000.0 * (1920 + i) / 48000.0);
+      EXPECT_NEAR(expected, static_cast<double>(SampleAt(seen[1], 2, bits, i, 1)) / fullScale, 1e-4) << i;
+    }
+  }
+}
+
+TEST(SimulatedCardTest, TimecodeJumpSkipsFramesAndRunsOnFromThere) {
+  SimulatedCard card({{"VELDRAN_SIM_EVENTS", "tcjump@3+10"}});
+  std::vector<Seen> seen = Record(card, ktnModePAL, 25000, ktnFormat8BitYUV, 6, 0);
+  ASSERT_EQ(6u, seen.size());
+  EXPECT_EQ("01:00:00:00", seen[0].timecode);
+  EXPECT_EQ("01:00:00:02", seen[2].timecode);
+  EXPECT_EQ("01:00:00:13", seen[3].timecode) << "02 is followed by 03, and ten frames more";
+  EXPECT_EQ("01:00:00:14", seen[4].timecode);
+  EXPECT_EQ("01:00:00:15", seen[5].timecode);
+  EXPECT_EQ(3000, seen[3].frameTime - seen[0].frameTime) << "the stream's own time does not jump";
+}
+
+TEST(SimulatedCardTest, BadSignalEventsAreReportedAndNonePlayed) {
+  Util::CapturedStderr captured;
+  SimulatedCard card({{"VELDRAN_SIM_EVENTS", "black@0+2,freeze@1"}});
+  std::string text = captured.Text();
+  EXPECT_NE(std::string::npos,
+            text.find("VELDRAN_SIM_EVENTS=black@0+2,freeze@1: \"freeze@1\" is not KIND@FIRST+COUNT; playing no events"))
+      << text;
+  std::vector<Seen> seen = Record(card, ktnModePAL, 25000, ktnFormat8BitYUV, 1, 1);
+  ASSERT_EQ(1u, seen.size());
+  EXPECT_FALSE(Repeats(seen[0].picture, {128, 16, 128, 16})) << "frame 0 holds the bars, not black";
 }
 
 TEST(SimulatedCardTest, OnlyTheEntryPointsAreExported) {

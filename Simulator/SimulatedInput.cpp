@@ -1,6 +1,7 @@
 // The simulated card's input and its capture and preview threads.
 #include "Simulator/SimulatedInput.h"
 
+#include <string.h>
 #include <time.h>
 
 #include <chrono>
@@ -170,6 +171,8 @@ VeldranResult SimulatedInput::StartStreams() {
   // The bars go into every buffer now, as the card's memory is prepared before a stream:
   // each picture then only paints its box.
   if (!mSource) mPool->PaintFree(mSignal->Id(), [this](uint8_t* buffer) { mSignal->Render(0, buffer); });
+  if (mSource && mSettings.events.Has(SignalEventKind::kFreeze)) mFrozen.resize(mSignal->FrameBytes());
+  mFrozenPicture = -1;
   mDroppedHeld = mDroppedLate = 0;
   Util::CTimeCode start = Util::CTimeCode::FromStr(mMode->timecodeFormat, mSettings.timecodeStart);
   mTimecodeStart = start.ToFrame(mMode->timecodeFormat);
@@ -234,6 +237,7 @@ const SimulatedMode* SimulatedInput::EnabledMode() {
 void SimulatedInput::MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFrame** video,
                                IVeldranAudioInputPacket** audio) {
   const SimulatedMode& mode = *mMode;
+  const SignalEvents& events = mSettings.events;
   *video = nullptr;
   *audio = nullptr;
   if (withPicture) {
@@ -241,12 +245,33 @@ void SimulatedInput::MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFr
       Util::CTimeCode timecode = Util::CTimeCode::FromFrame(
           mode.timecodeFormat, static_cast<int>(mTimecodeStart + mTimecodeFrame), Util::tcfUnknown);
       SimulatedVideoFrame* frame = new SimulatedVideoFrame(mPool, buffer, mode, mPixelFormat, n, timecode, mSettings);
-      if (mSource && mSource->Render(buffer)) {
+      // While frozen, the frame shows the picture of the freeze's first frame.
+      const int64_t picture = events.PictureOf(n);
+      bool painted = false;
+      if (events.Covers(SignalEventKind::kBlack, n) || events.Covers(SignalEventKind::kBlack, picture)) {
+        mSignal->RenderBlack(buffer);
+        painted = true;
+      } else if (mSource) {
+        const bool keep = events.FreezeStartsAt(picture) && mFrozen.size() == mSignal->FrameBytes();
+        if (picture != n && picture == mFrozenPicture) {
+          memcpy(buffer, mFrozen.data(), mFrozen.size());
+          painted = true;
+        } else if (mSource->Render(buffer)) {
+          // The picture a freeze repeats (the movie's next one when the freeze's first
+          // frame was dropped) is kept once.
+          if (keep) {
+            memcpy(mFrozen.data(), buffer, mFrozen.size());
+            mFrozenPicture = picture;
+          }
+          painted = true;
+        }
+      }
+      if (painted) {
         mPool->SetContentTag(buffer, 0);
       } else {
         // A buffer that held an earlier picture of this signal keeps its bars: only the
         // box is painted again, about a twelfth of the picture.
-        mSignal->Render(n, buffer, mPool->ContentTag(buffer) == mSignal->Id());
+        mSignal->Render(picture, buffer, mPool->ContentTag(buffer) == mSignal->Id());
         mPool->SetContentTag(buffer, mSignal->Id());
       }
       *video = frame;
@@ -257,7 +282,10 @@ void SimulatedInput::MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFr
   if (mAudioEnabled) {
     int64_t first = TestTone::SamplesBefore(n, mode);
     int count = static_cast<int>(TestTone::SamplesBefore(n + 1, mode) - first);
-    *audio = new SimulatedAudioPacket(first, count, mAudioChannels, mAudioBits, mSettings.Injected("GetBytes"));
+    ToneFault fault = events.Covers(SignalEventKind::kSilence, n)  ? ToneFault::kSilence
+                      : events.Covers(SignalEventKind::kClip, n) ? ToneFault::kClipFirstChannel
+                                                                 : ToneFault::kNone;
+    *audio = new SimulatedAudioPacket(first, count, mAudioChannels, mAudioBits, fault, mSettings.Injected("GetBytes"));
   }
 }
 
@@ -309,6 +337,8 @@ void SimulatedInput::CaptureLoop() {
       if (!late) SleepUntil(deadline);
     }
     if (mStopRequested) break;
+    // A jump moves the card's timecode for good, as a house clock that was reset would.
+    mTimecodeFrame += mSettings.events.TimecodeJumpAt(n);
     if (late) ++mDroppedLate;
     IVeldranVideoInputFrame* video = nullptr;
     IVeldranAudioInputPacket* audio = nullptr;

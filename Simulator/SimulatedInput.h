@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "Simulator/FramePool.h"
 #include "Simulator/SimulatedModes.h"
@@ -26,7 +27,9 @@ namespace Sim {
 // picture cannot be delivered (the host holds every buffer, or the machine was too busy to
 // capture it in time) is dropped at the source and counted: its callback carries the sound
 // alone, so that the host sees the slot and the sound never breaks. Every operation is
-// safe from any thread; StopStreams waits until no callback runs any more.
+// safe from any thread; StopStreams waits until no callback runs any more. The settings'
+// scripted faults (black, frozen or silent frames, a clipped first channel, timecode jumps)
+// are played over each stream's frames, counted from 0 when it starts.
 class SimulatedInput : public VeldranObject<IVeldranInput> {
  public:
   explicit SimulatedInput(const SimulatorSettings& settings);
@@ -86,6 +89,10 @@ class SimulatedInput : public VeldranObject<IVeldranInput> {
   std::shared_ptr<FramePool> mPool;
   std::unique_ptr<TestSignal> mSignal;
   std::unique_ptr<SourceMovie> mSource;
+  // The source movie's picture a freeze repeats (made when the streams start, when the
+  // settings hold a freeze), and the frame it is the picture of (-1: none yet).
+  std::vector<uint8_t> mFrozen;
+  int64_t mFrozenPicture = -1;
   int64_t mTimecodeStart = 0;  // frame count of the first frame's timecode
   int64_t mTimecodeFrame = 0;  // runs on across stream restarts, as a house clock would
 

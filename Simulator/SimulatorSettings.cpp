@@ -114,6 +114,12 @@ SimulatorSettings ReadSimulatorSettings() {
       start = end + 1;
     }
   }
+  if (const char* text = getenv("VELDRAN_SIM_EVENTS")) {
+    std::string why;
+    if (!SignalEvents::Parse(text, &settings.events, &why)) {
+      KTN_LOG("VELDRAN_SIM_EVENTS=%s: %s; playing no events", text, why.c_str());
+    }
+  }
   return settings;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "DeviceAPI/VeldranAPI.h"
+#include "Simulator/SignalEvents.h"
 
 namespace KTN {
 namespace Sim {
@@ -27,6 +28,8 @@ struct SimulatorSettings {
   // VELDRAN_SIM_FAIL: "Operation[=code],..." makes the named operations answer the code
   // (kVeldranFail when none is given).
   std::map<std::string, VeldranResult> failures;
+  // VELDRAN_SIM_EVENTS: "KIND@FIRST+COUNT,..." faults played over the frames of each stream.
+  SignalEvents events;
 
   // The failure injected for an operation, or 0.
   VeldranResult Injected(const char* operation) const;

@@ -4,6 +4,7 @@
 #include <math.h>
 #include <string.h>
 
+#include <algorithm>
 #include <atomic>
 
 namespace KTN {
@@ -43,12 +44,17 @@ TestSignal::TestSignal(const SimulatedMode& mode, uint32_t pixelFormat)
     bars[x] = ColourPixel(colour[0], colour[1], colour[2], mode.hd);
   }
   std::vector<Pixel> black(static_cast<size_t>(mWidth), mBlack);
-  std::vector<uint8_t> barRow(mRowBytes), blackRow(mRowBytes);
+  std::vector<uint8_t> barRow(mRowBytes);
+  mBlackRow.resize(mRowBytes);
   PackRow(mFormat, bars.data(), mWidth, barRow.data());
-  PackRow(mFormat, black.data(), mWidth, blackRow.data());
+  PackRow(mFormat, black.data(), mWidth, mBlackRow.data());
   for (int y = 0; y < mHeight; ++y) {
-    memcpy(&mBase[static_cast<size_t>(y) * mRowBytes], y < mBarRows ? barRow.data() : blackRow.data(), mRowBytes);
+    memcpy(&mBase[static_cast<size_t>(y) * mRowBytes], y < mBarRows ? barRow.data() : mBlackRow.data(), mRowBytes);
   }
+}
+
+void TestSignal::RenderBlack(uint8_t* frame) const {
+  for (int y = 0; y < mHeight; ++y) memcpy(frame + static_cast<size_t>(y) * mRowBytes, mBlackRow.data(), mRowBytes);
 }
 
 int TestSignal::BoxLeft(int64_t n) const {
@@ -70,6 +76,10 @@ namespace {
 struct ToneTables {
   int16_t samples16[16][48];
   int32_t samples32[16][48];
+  // The first channel's tone overdriven: 4 times full scale, so that about 20 samples of
+  // each half cycle sit at the largest or the smallest value.
+  int16_t clipped16[48];
+  int32_t clipped32[48];
   ToneTables() {
     const double amplitude = 0.1;  // -20 dBFS
     for (int channel = 0; channel < 16; ++channel) {
@@ -78,6 +88,12 @@ struct ToneTables {
         samples16[channel][i] = static_cast<int16_t>(lround(value * 32767));
         samples32[channel][i] = static_cast<int32_t>(llround(value * 2147483647.0));
       }
+    }
+    for (int i = 0; i < 48; ++i) {
+      double value = 4.0 * sin(2 * M_PI * i / 48.0);
+      clipped16[i] = static_cast<int16_t>(std::min(32767.0, std::max(-32768.0, std::round(value * 32768))));
+      clipped32[i] =
+          static_cast<int32_t>(std::min(2147483647.0, std::max(-2147483648.0, std::round(value * 2147483648.0))));
     }
   }
 };
@@ -89,18 +105,23 @@ const ToneTables& Tables() {
 
 }  // namespace
 
-void TestTone::Render(int64_t firstSample, int sampleFrames, int channels, int bits, uint8_t* out) {
+void TestTone::Render(int64_t firstSample, int sampleFrames, int channels, int bits, uint8_t* out, ToneFault fault) {
+  if (fault == ToneFault::kSilence) {
+    memset(out, 0, static_cast<size_t>(sampleFrames) * static_cast<size_t>(channels) * static_cast<size_t>(bits / 8));
+    return;
+  }
   const ToneTables& tables = Tables();
+  const bool clip = fault == ToneFault::kClipFirstChannel;
   int phase = static_cast<int>(firstSample % 48);
   for (int i = 0; i < sampleFrames; ++i) {
     for (int channel = 0; channel < channels; ++channel) {
       int table = channel % 16;
       if (bits == 16) {
-        int16_t sample = tables.samples16[table][phase];
+        int16_t sample = clip && channel == 0 ? tables.clipped16[phase] : tables.samples16[table][phase];
         memcpy(out, &sample, 2);  // little-endian host
         out += 2;
       } else {
-        int32_t sample = tables.samples32[table][phase];
+        int32_t sample = clip && channel == 0 ? tables.clipped32[phase] : tables.samples32[table][phase];
         memcpy(out, &sample, 4);
         out += 4;
       }

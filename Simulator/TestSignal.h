@@ -28,6 +28,9 @@ class TestSignal {
   // frame holds a picture of this signal already (holdsPicture), only the box's rows, which
   // are all that differ from one picture to the next.
   void Render(int64_t n, uint8_t* frame, bool holdsPicture = false);
+  // Writes a black picture (FrameBytes bytes): the black under the bars, over the whole
+  // picture. Costs a copy of the frame.
+  void RenderBlack(uint8_t* frame) const;
   // Tells this signal's pictures from those of any other signal of the process (never 0).
   uint64_t Id() const { return mId; }
 
@@ -48,17 +51,23 @@ class TestSignal {
   std::vector<uint8_t> mBase;     // the bars and the black below them
   std::vector<Pixel> mBoxPixels;  // scratch for one row of the box
   std::vector<uint8_t> mBoxRow;
+  std::vector<uint8_t> mBlackRow;
   Pixel mBlack;
   Pixel mWhite;
   uint64_t mId;
 };
+
+// What a frame's sound suffers: nothing, silence on every channel, or the first channel
+// overdriven (its tone 32 dB too loud, clipped at the format's largest and smallest values).
+enum class ToneFault { kNone, kSilence, kClipFirstChannel };
 
 // The sound: channel k carries a (k + 1) kHz sine at -20 dBFS, continuous in phase.
 class TestTone {
  public:
   static constexpr int kSampleRate = 48000;
   // Interleaved signed little-endian samples of 16 or 32 bits starting at firstSample.
-  static void Render(int64_t firstSample, int sampleFrames, int channels, int bits, uint8_t* out);
+  static void Render(int64_t firstSample, int sampleFrames, int channels, int bits, uint8_t* out,
+                     ToneFault fault = ToneFault::kNone);
   // The sample frames before frame n of a mode: its time in samples, rounded, so a frame
   // carries exactly its duration's sound and whole seconds hold exactly 48000.
   static int64_t SamplesBefore(int64_t frame, const SimulatedMode& mode);
