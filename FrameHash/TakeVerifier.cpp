@@ -18,7 +18,6 @@
 #include "Movie/MovieLock.h"
 #include "Movie/MovieSummary.h"
 #include "Movie/TimecodeTrack.h"
-#include "Util/FileKind.h"
 #include "Util/Log.h"
 #include "Util/TimeCode.h"
 
@@ -45,22 +44,10 @@ struct LockedMovie {
   }
   long Take(const std::string& path, const std::string& refusal, std::string& failure) {
     long error = 0;
-    fd = MovieLock::OpenRegular(path, O_RDONLY, error, false);
-    if (fd < 0) {
-      struct stat info = {};
-      failure = refusal + (error == EINVAL && stat(path.c_str(), &info) == 0
-                               ? "it is " + std::string(Util::FileKind(info.st_mode)) + ", not a regular file"
-                               : std::string(strerror(static_cast<int>(error))));
-      return error;
-    }
-    if (long rc = MovieLock::TryLock(fd)) {
-      const std::string writer = MovieLock::Holder(fd);
-      failure = refusal + (rc == EBUSY ? "it is being written by " + (writer.empty() ? std::string("another process") : writer) +
-                                             ": a take is checked once its recording has stopped"
-                                       : std::string(strerror(static_cast<int>(rc))));
-      return rc;
-    }
-    return 0;
+    std::string why;
+    fd = MovieLock::OpenLocked(path, O_RDONLY, error, why);
+    if (fd < 0) failure = refusal + why + (error == EBUSY ? ": a take is checked once its recording has stopped" : "");
+    return fd < 0 ? error : 0;
   }
 };
 

@@ -33,7 +33,6 @@
 #include "Movie/MovieSummary.h"
 #include "Settings/CaptureSettings.h"
 #include "Settings/CaptureTables.h"
-#include "Util/FileKind.h"
 #include "Util/TimeCode.h"
 #include "Util/TimecodeText.h"
 
@@ -280,25 +279,14 @@ int Repair(int argc, char** argv) {
   // its own recording, and repairing it meanwhile would hide its index from it. The lock is
   // held until the repair is done, so that no recording starts on the movie meanwhile.
   long openError = 0;
-  int movieFd = MovieLock::OpenRegular(movie, O_RDWR, openError, false);
+  std::string refused;
+  int movieFd = MovieLock::OpenLocked(movie, O_RDWR, openError, refused);
   if (movieFd < 0) {
-    struct stat info = {};
-    fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(),
-            openError == EINVAL && stat(movie.c_str(), &info) == 0
-                ? ("it is " + std::string(Util::FileKind(info.st_mode)) + ", not a regular file").c_str()
-                : strerror(static_cast<int>(openError)));
+    fprintf(stderr, "kestrin-capture: cannot repair %s: %s%s\n", movie.c_str(), refused.c_str(),
+            openError == EBUSY ? ": a take still being recorded is finished when its recording stops" : "");
     return 1;
   }
   std::unique_ptr<int, void (*)(int*)> movieLock(&movieFd, [](int* fd) { close(*fd); });
-  if (long rc = MovieLock::TryLock(movieFd)) {
-    std::string writer = MovieLock::Holder(movieFd);
-    fprintf(stderr, "kestrin-capture: cannot repair %s: %s\n", movie.c_str(),
-            rc == EBUSY ? ("it is being written by " + (writer.empty() ? std::string("another process") : writer) +
-                           ": a take still being recorded is finished when its recording stops")
-                              .c_str()
-                        : strerror(static_cast<int>(rc)));
-    return 1;
-  }
   // Only a movie can be repaired: anything else would be left as it is and called sound.
   MovieSummary summary;
   if (long rc = summary.Read(movie)) {

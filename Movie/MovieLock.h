@@ -30,6 +30,13 @@ class MovieLock {
   // descriptor (O_NONBLOCK, close-on-exec), or -1 with error set: open's errno, or 22 for
   // anything but a regular file; one failure line each when report is set.
   static int OpenRegular(const std::string& path, int flags, long& error, bool report = true);
+  // Opens the movie at path as OpenRegular does and takes its lock without waiting, for a
+  // tool that reads or mends a finished take: the descriptor holding the lock (closing it
+  // lets go), or -1 with error set and why saying it in the user's words ("it is a FIFO, not
+  // a regular file", "it is being written by process 4242 (QTRecordServer) of user ana", or
+  // the errno's text; 16 (EBUSY) for a movie another process writes). No failure line: the
+  // caller says what it wanted to do.
+  static int OpenLocked(const std::string& path, int flags, long& error, std::string& why);
   // The movie at path made ready for a new take: created, or emptied once its lock is held.
   // The descriptor, open for writing and holding the lock (closing it lets go), or -1 with
   // error set: as OpenRegular, or 16 (EBUSY) when another process writes the movie, which is

@@ -98,6 +98,25 @@ int MovieLock::OpenRegular(const std::string& path, int flags, long& error, bool
   return fd;
 }
 
+int MovieLock::OpenLocked(const std::string& path, int flags, long& error, std::string& why) {
+  int fd = OpenRegular(path, flags, error, false);
+  struct stat info = {};
+  if (fd < 0) {
+    why = error == EINVAL && stat(path.c_str(), &info) == 0
+              ? "it is " + std::string(Util::FileKind(info.st_mode)) + ", not a regular file"
+              : std::string(strerror(static_cast<int>(error)));
+    return -1;
+  }
+  if ((error = TryLock(fd))) {
+    const std::string writer = Holder(fd);
+    why = error == EBUSY ? "it is being written by " + (writer.empty() ? std::string("another process") : writer)
+                         : std::string(strerror(static_cast<int>(error)));
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
 int MovieLock::CreateEmptied(const std::string& path, long& error) {
   // Not truncated on opening: a movie another process writes must be left as it is.
   int fd = OpenRegular(path, O_WRONLY | O_CREAT, error);
