@@ -50,9 +50,6 @@ class DiskReader {
   long Error();
 
   uint64_t BytesRead() const { return mBytesRead; }
-  // Whether the disk was read past the page cache (O_DIRECT).
-  bool Direct() const { return mDirect; }
-  bool MemoryBacked() const { return mMemoryBacked; }
 
  private:
   void ReadLoop();
@@ -61,8 +58,7 @@ class DiskReader {
 
   std::string mPath;
   int mFd = -1;
-  bool mDirect = false;
-  bool mMemoryBacked = false;
+  bool mDirect = false;  // reading past the page cache (O_DIRECT)
   uint64_t mBegin = 0, mEnd = 0;
   uint64_t mBytesRead = 0;  // written by the reading thread; read once it has ended
 
@@ -72,6 +68,8 @@ class DiskReader {
     size_t size;
   };
   std::vector<uint8_t*> mBuffers;  // owned (posix_memalign)
+  // Protects mFree, mFilled, mLent, mDone, mStop and mError, shared by the reading thread
+  // and the consumer.
   std::mutex mMutex;
   std::condition_variable mChanged;
   std::vector<uint8_t*> mFree;

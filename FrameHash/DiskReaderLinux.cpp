@@ -36,7 +36,6 @@ long DiskReader::Open(const std::string& path) {
     KTN_LOG("open(%s) failed with errno %ld (%s)", path.c_str(), error, strerror(errno));
     return error;
   }
-  mMemoryBacked = Util::PageCache::IsMemoryBacked(mFd);
   return 0;
 }
 

@@ -106,7 +106,6 @@ long HashPackets(const std::string& path, const std::string& refusal, const Take
     }
   }
   result.bytesRead = reader.BytesRead();
-  result.direct = reader.Direct();
   rc = reader.Error();
   if (!rc && next < take.packets.size()) {
     rc = ENODATA;

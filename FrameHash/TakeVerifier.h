@@ -21,7 +21,6 @@ struct VerifyResult {
   uint64_t strayLines = 0;        // lines of a stream the movie does not have
   uint32_t soundRate = 0;         // sample frames a second
   uint64_t bytesRead = 0;         // of the movie, from the disk
-  bool direct = false;            // read past the page cache (O_DIRECT)
 
   bool Passed() const { return badPictures == 0 && badSoundPackets == 0 && strayLines == 0; }
   // The one line a user reads: "verified N pictures and M sound samples", or what differs:
