@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Movie/MovieLock.h"
 #include "Util/FileIo.h"
 #include "Util/Log.h"
 
@@ -16,10 +17,15 @@ long FrameHashFile::Read(const std::string& path) {
   header.clear();
   lines.clear();
   torn = false;
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  // Only a regular file is opened: a FIFO or device there is not touched.
+  long error = 0;
+  int fd = MovieLock::OpenRegular(path, O_RDONLY, error, false);
   if (fd < 0) {
-    long error = errno;
-    if (error != ENOENT) KTN_LOG("open(%s) failed with errno %ld (%s)", path.c_str(), error, strerror(errno));
+    if (error == EINVAL) {
+      KTN_LOG("%s is not a regular file", path.c_str());
+    } else if (error != ENOENT) {
+      KTN_LOG("open(%s) failed with errno %ld (%s)", path.c_str(), error, strerror(static_cast<int>(error)));
+    }
     return error;
   }
   struct stat info;
@@ -28,9 +34,6 @@ long FrameHashFile::Read(const std::string& path) {
   if (fstat(fd, &info) != 0) {
     rc = errno;
     KTN_LOG("fstat(%s) failed with errno %ld (%s)", path.c_str(), rc, strerror(errno));
-  } else if (!S_ISREG(info.st_mode)) {
-    rc = EINVAL;
-    KTN_LOG("%s is not a regular file", path.c_str());
   } else {
     text.resize(static_cast<size_t>(info.st_size));
     size_t got = 0;

@@ -1,8 +1,6 @@
 // One recording through the plug-in, from open to close, as the command line runs it.
 #include "Host/RecordSession.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <chrono>
 #include <memory>
@@ -10,6 +8,7 @@
 
 #include "Host/InPointStatus.h"
 #include "Host/KeptMovie.h"
+#include "Host/MoviePath.h"
 #include "Host/ProgressDisplay.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
@@ -140,10 +139,8 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     }
     // The server writes the hashes of every packet beside a completed movie unless it was
     // told not to; only one that is there is named.
-    struct stat sidecar = {};
     const std::string sidecarPath = FrameHashSidecarPath(request.moviePath);
-    if (!outcome.exitCode && !session.MovieRemoved() && stat(sidecarPath.c_str(), &sidecar) == 0 &&
-        S_ISREG(sidecar.st_mode)) {
+    if (!outcome.exitCode && !session.MovieRemoved() && MoviePath::Exists(sidecarPath)) {
       outcome.frameHashes = sidecarPath;
     }
   }
