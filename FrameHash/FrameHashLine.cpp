@@ -86,6 +86,12 @@ bool FrameHashLine::Parse(const char* text, size_t length) {
   return true;
 }
 
+std::string FrameHashStreamLines(int stream, int timeBaseNum, int timeBaseDen, bool picture) {
+  const std::string n = std::to_string(stream);
+  return "#tb " + n + ": " + std::to_string(timeBaseNum) + "/" + std::to_string(timeBaseDen) + "\n#media_type " + n +
+         ": " + (picture ? "video" : "audio") + "\n";
+}
+
 std::string FrameHashSidecarPath(const std::string& moviePath) {
   return MovieSidecars::FrameHashes(moviePath);
 }

@@ -49,5 +49,8 @@ std::string FrameHashSidecarPath(const std::string& moviePath);
 // each stream (its timescale first), then the columns' names.
 extern const char kFrameHashFormatLines[];
 extern const char kFrameHashColumnsLine[];
+// The lines that open the description of stream `stream`: its timescale (a time base of
+// timeBaseNum/timeBaseDen seconds) and its media, "video" or "audio".
+std::string FrameHashStreamLines(int stream, int timeBaseNum, int timeBaseDen, bool picture);
 
 }  // namespace KTN

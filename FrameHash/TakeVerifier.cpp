@@ -298,9 +298,7 @@ long TakeVerifier::WriteSidecar(const std::string& moviePath, VerifyResult& resu
   FrameHashFile sidecar;
   sidecar.header = kFrameHashFormatLines;
   for (const TakePackets::Stream& stream : take.streams) {
-    const std::string n = std::to_string(stream.index);
-    sidecar.header += "#tb " + n + ": 1/" + std::to_string(stream.timescale) + "\n#media_type " + n + ": " +
-                      (stream.picture ? "video" : "audio") + "\n";
+    sidecar.header += FrameHashStreamLines(stream.index, 1, static_cast<int>(stream.timescale), stream.picture);
   }
   sidecar.header += kFrameHashColumnsLine;
   sidecar.lines = std::move(lines);

@@ -355,8 +355,7 @@ std::string MovieWriter::SidecarHeader() const {
     if (!stream) continue;
     const AVCodecParameters* par = stream->codecpar;
     const int i = stream->index;
-    add("#tb %d: %d/%d\n", i, stream->time_base.num, stream->time_base.den);
-    add("#media_type %d: %s\n", i, av_get_media_type_string(par->codec_type));
+    header += FrameHashStreamLines(i, stream->time_base.num, stream->time_base.den, stream == mVideoStream);
     add("#codec_id %d: %s\n", i, avcodec_get_name(par->codec_id));
     if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
       add("#dimensions %d: %dx%d\n", i, par->width, par->height);
