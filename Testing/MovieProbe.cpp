@@ -2,6 +2,7 @@
 #include "Testing/MovieProbe.h"
 
 #include <stdio.h>
+#include <sys/wait.h>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -113,6 +114,27 @@ std::string ShellQuoted(const std::string& text) {
   std::string quoted = "'";
   for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return quoted + "'";
+}
+
+int FfmpegFrameHashes(const std::string& movie, const std::string& folder, std::string& text, std::string& error) {
+  const std::string errors = folder + "/ffmpeg.stderr";
+  const std::string command = "timeout -k 5 60 ffmpeg -nostdin -v error -i " + ShellQuoted(movie) +
+                              " -map '0:v?' -map '0:a?' -c copy -f framehash -hash murmur3 - 2> " + ShellQuoted(errors);
+  text.clear();
+  error.clear();
+  char buffer[4096];
+  size_t read;
+  int status = -1;
+  if (FILE* pipe = popen(command.c_str(), "r")) {
+    while ((read = fread(buffer, 1, sizeof buffer, pipe)) > 0) text.append(buffer, read);
+    status = pclose(pipe);
+  }
+  if (FILE* file = fopen(errors.c_str(), "r")) {
+    while ((read = fread(buffer, 1, sizeof buffer, file)) > 0) error.append(buffer, read);
+    fclose(file);
+  }
+  remove(errors.c_str());
+  return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 std::string Ffprobe(const std::string& path, const std::string& selection) {

@@ -48,6 +48,12 @@ std::string ShellQuoted(const std::string& text);
 // line feed. Errors only, no banner.
 std::string Ffprobe(const std::string& path, const std::string& selection);
 
+// FFmpeg's framehash (murmur3) of the movie's picture and sound packets copied as they are
+// stored, as `ffmpeg -i MOVIE -map 0:v? -map 0:a? -c copy -f framehash -hash murmur3 -` prints
+// it, killed if it runs for more than a minute: its exit status, its output in text and its
+// error output in error (kept meanwhile in a file of folder).
+int FfmpegFrameHashes(const std::string& movie, const std::string& folder, std::string& text, std::string& error);
+
 // What GStreamer's QuickTime demuxer reads of a movie's first video and first audio track,
 // as "<pictures>,<sound buffers>": a third reader, independent of FFmpeg and MediaInfo.
 std::string QtdemuxBufferCounts(const std::string& path);

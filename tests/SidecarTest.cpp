@@ -83,22 +83,6 @@ const std::vector<std::string>& Lines(const StreamLines& streams, int stream) {
   return found == streams.end() ? kNone : found->second;
 }
 
-// FFmpeg's framehash of the movie's picture and sound packets, copied as they are stored,
-// killed if it runs for more than a minute: its exit status (its error output in error).
-int FfmpegFrameHashes(const std::string& movie, const std::string& folder, std::string& text, std::string& error) {
-  const std::string out = folder + "/ffmpeg.framehash", err = folder + "/ffmpeg.stderr";
-  const std::string command = "timeout -k 5 60 ffmpeg -nostdin -v error -i " + ShellQuoted(movie) +
-                              " -map '0:v?' -map '0:a?' -c copy -f framehash -hash murmur3 - > " + ShellQuoted(out) +
-                              " 2> " + ShellQuoted(err);
-  int status = system(command.c_str());
-  text = ReadText(out);
-  error = ReadText(err);
-  std::error_code ignored;
-  fs::remove(out, ignored);
-  fs::remove(err, ignored);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // A movie's sidecar against FFmpeg's hashes of the movie.
 struct SidecarCheck {
   StreamLines sidecar;

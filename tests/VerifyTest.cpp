@@ -1,4 +1,4 @@
-// A recorded take checked by the host program's verify: a sidecar from FFmpeg's framehash accepted as it is, a changed picture or sound packet named, what cannot be checked refused, the disk read even when the cache holds the take, a sidecar written, and a copy checked elsewhere.
+// A recorded take checked by the host program's verify: the sidecar its recording wrote and FFmpeg's framehash both accepted, a changed picture or sound packet named, what cannot be checked refused, the disk read even when the cache holds the take, a sidecar written, and a copy checked elsewhere.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,6 +21,7 @@
 #include "Movie/MovieLock.h"
 #include "Movie/MovieSummary.h"
 #include "Simulator/SimulatedCardLoader.h"
+#include "Testing/MovieProbe.h"
 #include "Util/PageCache.h"
 #include "Util/ScratchFolder.h"
 #include "tests/HostProgramProcess.h"
@@ -66,28 +68,6 @@ Ran RunProgram(const std::vector<std::string>& arguments, const std::string& fol
   return ran;
 }
 
-// The sidecar FFmpeg's framehash muxer writes for the movie, as the recording server's is.
-bool FfmpegSidecar(const std::string& movie, const std::string& sidecar) {
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, sidecar.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  const std::vector<std::string> words = {"ffmpeg", "-nostdin", "-v", "error", "-i", movie, "-map", "0:v", "-map", "0:a",
-                                          "-c", "copy", "-f", "framehash", "-hash", "murmur3", "-"};
-  std::vector<char*> argv;
-  for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid = -1;
-  int rc = posix_spawnp(&pid, "ffmpeg", &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) return false;
-  int status = WaitFor(pid, 120);
-  if (status == -1) {
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  }
-  return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 // The data lines of a sidecar, one stream's.
 std::vector<std::string> DataLines(const std::string& path, int stream) {
   FrameHashFile file;
@@ -128,7 +108,8 @@ std::string At25(const std::string& text, int k) {
 }
 
 // One take of two seconds of 1080i50 10-bit with sound (about 280 MB), recorded once on the
-// disk for all the tests, and its sidecar from FFmpeg. Each test leaves both as it found them.
+// disk for all the tests, with the sidecar its recording wrote. Each test leaves both as it
+// found them.
 class VerifyTest : public testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -140,7 +121,7 @@ class VerifyTest : public testing::Test {
     Ran recorded = RunProgram({"record", "-o", sMovie, "--seconds", "2", "--standard", "HD 1080i 50", "--format",
                         "Uncompressed 10-bit 4:2:2"},
                        sFolder->Path());
-    sRecorded = recorded.Exit() == 0 && FfmpegSidecar(sMovie, FrameHashSidecarPath(sMovie));
+    sRecorded = recorded.Exit() == 0 && fs::is_regular_file(FrameHashSidecarPath(sMovie));
     if (!sRecorded) sWhy = recorded.err;
   }
   static void TearDownTestSuite() { sFolder.reset(); }
@@ -265,21 +246,32 @@ TEST_F(VerifyTest, ATakeInTheCacheIsReadFromTheDisk) {
 }
 
 TEST_F(VerifyTest, WriteMakesFfmpegsLinesAndThenVerifies) {
-  const std::string sidecar = FrameHashSidecarPath(sMovie), ffmpegs = sMovie + ".ffmpeg";
-  ASSERT_EQ(rename(sidecar.c_str(), ffmpegs.c_str()), 0);
+  const std::string sidecar = FrameHashSidecarPath(sMovie), recorded = sMovie + ".recorded";
+  const std::string ffmpegs = mOutput.File("ffmpeg.framehash");
+  {
+    std::string text, error;
+    ASSERT_EQ(FfmpegFrameHashes(sMovie, mOutput.Path(), text, error), 0) << error;
+    std::ofstream(ffmpegs) << text;
+  }
+  ASSERT_EQ(rename(sidecar.c_str(), recorded.c_str()), 0);
   Ran ran = RunProgram({"verify", "--write", sMovie}, mOutput.Path());
   Ran again = RunProgram({"verify", "--write", sMovie}, mOutput.Path());
   Ran checked = RunProgram({"verify", sMovie}, mOutput.Path());
   std::vector<std::string> written[2] = {DataLines(sidecar, 0), DataLines(sidecar, 1)};
-  ASSERT_EQ(rename(ffmpegs.c_str(), sidecar.c_str()), 0);
+  // FFmpeg's own framehash of the take is accepted as its sidecar, as it is.
+  fs::copy_file(ffmpegs, sidecar, fs::copy_options::overwrite_existing);
+  Ran ffmpegChecked = RunProgram({"verify", sMovie}, mOutput.Path());
+  ASSERT_EQ(rename(recorded.c_str(), sidecar.c_str()), 0);
   EXPECT_EQ(ran.Exit(), 0) << ran.err;
   EXPECT_EQ(ran.out, "wrote the sidecar " + sidecar + " of 50 pictures and 96000 sound samples\n");
   EXPECT_EQ(again.Exit(), 6);
   EXPECT_EQ(UserLines(again.err).size(), 1u) << again.err;
   EXPECT_EQ(checked.Exit(), 0) << checked.err;
   EXPECT_EQ(checked.out, "verified 50 pictures and 96000 sound samples\n");
+  EXPECT_EQ(ffmpegChecked.Exit(), 0) << ffmpegChecked.err;
+  EXPECT_EQ(ffmpegChecked.out, "verified 50 pictures and 96000 sound samples\n");
   for (int stream : {0, 1}) {
-    EXPECT_EQ(written[stream], DataLines(sidecar, stream)) << "stream " << stream;
+    EXPECT_EQ(written[stream], DataLines(ffmpegs, stream)) << "stream " << stream;
   }
   EXPECT_EQ(written[0].size(), 50u);
   EXPECT_EQ(written[1].size(), 100u);
