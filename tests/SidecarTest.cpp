@@ -33,6 +33,7 @@
 #include "Testing/MovieProbe.h"
 #include "Util/ScratchFolder.h"
 #include "tests/HostProgramProcess.h"
+#include "tests/HostProgramTest.h"
 
 namespace KTN {
 namespace {
@@ -181,19 +182,8 @@ std::vector<std::string> ShellWords(const std::string& line) {
   return words;
 }
 
-class SidecarTest : public testing::Test {
+class SidecarTest : public HostProgramTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(fs::exists(std::string(kVeldranAPIBundlePath) + "/Contents/Linux/VeldranAPI.so"))
-        << "the simulated card is not installed: run scripts/install-simulated-card";
-    mScratch.reset(new Util::ScratchFolder);
-    mFolder = mScratch->Path();
-    ASSERT_FALSE(mFolder.empty());
-    setenv("XDG_CONFIG_HOME", mFolder.c_str(), 1);  // the user's choices stay out of the real defaults
-    SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
-  }
-  void TearDown() override { mScratch.reset(); }
-
   // Records with the host program (a minute at most) and expects a complete take.
   void RecordTake(const std::string& movie, const std::vector<std::string>& options) {
     std::string error;
@@ -222,9 +212,6 @@ class SidecarTest : public testing::Test {
     fs::permissions(server, fs::perms::owner_all);
     return bundle;
   }
-
-  std::unique_ptr<Util::ScratchFolder> mScratch;
-  std::string mFolder;
 };
 
 // ---- Every codec family, with sound of every size and without ----

@@ -23,6 +23,7 @@
 #include "Simulator/SimulatedCardLoader.h"
 #include "Util/ScratchFolder.h"
 #include "tests/HostProgramProcess.h"
+#include "tests/HostProgramTest.h"
 
 namespace KTN {
 namespace {
@@ -73,21 +74,7 @@ void ExpectStoppedAndRecorded(int status, const std::string& said, bool withOutp
   EXPECT_EQ(std::vector<std::string>{}, UserLines(said)) << said;
 }
 
-class UserActionsTest : public testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(fs::exists(std::string(kVeldranAPIBundlePath) + "/Contents/Linux/VeldranAPI.so"))
-        << "the simulated card is not installed: run scripts/install-simulated-card";
-    mScratch.reset(new Util::ScratchFolder);
-    mFolder = mScratch->Path();
-    setenv("XDG_CONFIG_HOME", mFolder.c_str(), 1);
-    SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
-  }
-  void TearDown() override { mScratch.reset(); }
-
-  std::unique_ptr<Util::ScratchFolder> mScratch;
-  std::string mFolder;
-};
+class UserActionsTest : public HostProgramTest {};
 
 // Ctrl-C in a terminal signals the whole foreground process group, the recording server with
 // the host program: the take stops as Stop stops it, and is finished with its index and timecode.

@@ -1,0 +1,37 @@
+// A test of the host program run as users run it: the simulated card installed, a scratch folder of its own, the user's choices kept out of the real defaults.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "Capture/VeldranAPILoader.h"
+#include "Simulator/SimulatedCardLoader.h"
+#include "Util/ScratchFolder.h"
+
+namespace KTN {
+
+// Each test gets a fresh scratch folder (mFolder, removed after it however it ends), which is
+// also its XDG_CONFIG_HOME, and the simulated card at real time.
+class HostProgramTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(std::filesystem::exists(std::string(kVeldranAPIBundlePath) + "/Contents/Linux/VeldranAPI.so"))
+        << "the simulated card is not installed: run scripts/install-simulated-card";
+    mScratch.reset(new Util::ScratchFolder);
+    mFolder = mScratch->Path();
+    ASSERT_FALSE(mFolder.empty());
+    setenv("XDG_CONFIG_HOME", mFolder.c_str(), 1);  // the user's choices stay out of the real defaults
+    SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
+  }
+  void TearDown() override { mScratch.reset(); }
+
+  std::unique_ptr<Util::ScratchFolder> mScratch;
+  std::string mFolder;
+};
+
+}  // namespace KTN
