@@ -7,8 +7,16 @@ std::string MovieSidecars::FrameHashes(const std::string& moviePath) {
   return moviePath + ".framehash";
 }
 
+std::string MovieSidecars::Levels(const std::string& moviePath) {
+  return moviePath + ".levels";
+}
+
+std::string MovieSidecars::Events(const std::string& moviePath) {
+  return moviePath + ".events";
+}
+
 std::vector<std::string> MovieSidecars::All(const std::string& moviePath) {
-  return {FrameHashes(moviePath)};
+  return {FrameHashes(moviePath), Levels(moviePath), Events(moviePath)};
 }
 
 }  // namespace KTN

@@ -7,13 +7,17 @@
 namespace KTN {
 
 // A take is its movie and the sidecars the recording server writes beside it while it
-// records: take.mov and take.mov.framehash (each sample's hash). They are named after the
+// records: take.mov, take.mov.framehash (each sample's hash), take.mov.levels (each slot's
+// picture and sound levels) and take.mov.events (what the signal suffered). They are named after the
 // movie's whole file name, so a folder's listing keeps them together, and whatever replaces
 // or removes a take does the same to them. No state; any thread.
 class MovieSidecars {
  public:
   // Where the sidecar of frame hashes of the movie at moviePath lies.
   static std::string FrameHashes(const std::string& moviePath);
+  // Where the measured levels and the signal's events of the movie at moviePath lie.
+  static std::string Levels(const std::string& moviePath);
+  static std::string Events(const std::string& moviePath);
   // Every sidecar a take can have.
   static std::vector<std::string> All(const std::string& moviePath);
 };

@@ -1,0 +1,40 @@
+// The timecode the tape gave each frame slot of a take: its first slot's, and where it broke.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "Util/TimeCode.h"
+
+namespace KTN {
+
+// A take's timecode runs from its first frame's, one a slot, until the tape's timecode
+// breaks; from there it runs on from the timecode the break came to. Runs come from the
+// take's timecode-break events (live) or from its timecode track's samples (finished).
+// Counted at the picture rate of frameDuration / timescale seconds a slot, drop frame when
+// the start's text says so (';'). A value type; any thread.
+class SlotTimecodes {
+ public:
+  SlotTimecodes() = default;
+  // False (and nothing known) for a rate no timecode counts or a start that is no timecode.
+  bool Start(uint32_t frameDuration, uint32_t timescale, const std::string& startText);
+  // From slot on, the timecode runs on from text (a break's "after"); ignored when unknown
+  // or not a timecode. Runs may come in any order.
+  void AddRun(int64_t slot, const std::string& text);
+  bool Known() const { return !mRuns.empty(); }
+
+  // The timecode of slot ("HH:MM:SS:FF", ';' at drop frame); "" when none is known.
+  std::string Text(int64_t slot) const;
+
+ private:
+  struct Run {
+    int64_t slot;
+    int frame;  // the timecode's frame count at the run's first slot
+  };
+  Util::TimeCodeFormat mFormat = Util::tcfUnknown;
+  std::vector<Run> mRuns;  // sorted by slot
+};
+
+}  // namespace KTN
