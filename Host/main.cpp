@@ -21,6 +21,7 @@
 #include "Host/PluginHost.h"
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
+#include "Host/ReportCommand.h"
 #include "Host/StopSignals.h"
 #include "Host/TakeVerification.h"
 #include "Host/VerifyCommand.h"
@@ -47,6 +48,7 @@ const char kUsage[] =
     "       kestrin-capture info\n"
     "       kestrin-capture repair [--timecode HH:MM:SS:FF] [--fields tt|bb|progressive] MOVIE\n"
     "       kestrin-capture verify [--write] MOVIE\n"
+    "       kestrin-capture report MOVIE [-o PNG]\n"
     "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
 
 int Usage(const std::string& problem) {
@@ -357,6 +359,7 @@ int main(int argc, char** argv) {
   if (command == "info") return PrintCardInfo(stdout);
   if (command == "repair") return Repair(argc - 2, argv + 2);
   if (command == "verify") return RunVerify(argc - 2, argv + 2);
+  if (command == "report") return RunReport(argc - 2, argv + 2);
   if (command == "gui") return RunCaptureWindow(argc - 2, argv + 2);
   if (command == "-h" || command == "--help" || command == "help") {
     fputs(kUsage, stdout);
