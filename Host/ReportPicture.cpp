@@ -243,7 +243,9 @@ QImage ReportPicture::Draw(const TakeReport& report) {
     painter.fillRect(QRect(x - kTickWidth / 2, lane, kTickWidth, kMarkerLaneHeight), colour);
     painter.setFont(label);
     painter.drawText(QRect(x + kTickWidth, lane + 2 + static_cast<int>(e % 3) * 12, 160, 12),
-                     Qt::AlignLeft | Qt::AlignVCenter, SignalEvent::KindName(event.kind));
+                     Qt::AlignLeft | Qt::AlignVCenter,
+                     event.channel > 0 ? QString("%1 ch %2").arg(SignalEvent::KindName(event.kind)).arg(event.channel)
+                                       : QString(SignalEvent::KindName(event.kind)));
   }
   painter.setFont(font);
 

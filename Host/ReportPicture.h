@@ -21,7 +21,8 @@ struct TakeReport;
 //   the luma strip (kLumaHeight): each picture's minimum..maximum band and its mean, 0% video
 //     black at the bottom to 100% white at the top;
 //   the marker lane (kMarkerLaneHeight): a tick kTickWidth wide in its kind's colour
-//     (KindColour) at each event's first slot, filling the lane's height, labelled by kind;
+//     (KindColour) at each event's first slot, filling the lane's height, labelled by kind
+//     (and channel);
 //     the same slot has a thin line of that colour across the strips above, and the event's
 //     span is shaded there;
 //   the thumbnails (from ThumbnailTop): each event's first picture, kThumbnailWidth wide,
