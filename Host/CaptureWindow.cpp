@@ -20,6 +20,7 @@
 #include "Host/MoviePath.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
+#include "Host/SignalPanel.h"
 #include "Host/TakeVerification.h"
 #include "Movie/MovieFollower.h"
 #include "Movie/TimecodeTrack.h"
@@ -68,8 +69,11 @@ CaptureWindow::CaptureWindow(PluginHost& host, const CaptureSettings& settings, 
   mReadout = new CaptureReadout(central);
   mReadout->ShowSettings(mSession->Settings());
   layout->addWidget(mReadout);
+  mSignalPanel = new SignalPanel(central);
+  mSignalPanel->ShowChannels(static_cast<int>(mSession->Settings().audioChannels));
+  layout->addWidget(mSignalPanel);
   setCentralWidget(central);
-  resize(800, 580);
+  resize(800, 720);
 
   mServiceTimer = new QTimer(this);
   mServiceTimer->setInterval(10);  // the editor's idle rate
@@ -132,6 +136,7 @@ void CaptureWindow::ShowOptions() {
   }
   SaveHostSettings(mSession->Settings());
   mReadout->ShowSettings(mSession->Settings());
+  mSignalPanel->ShowChannels(static_cast<int>(mSession->Settings().audioChannels));
   ReadDiskAndMovie();
   // New settings take effect at the next activation.
   if (!mSession->Recording()) {
@@ -175,6 +180,7 @@ void CaptureWindow::Record() {
   mFollower.reset(new MovieFollower(mTakePath));
   mReadout->ShowNote(std::string());  // the last take's
   mReadout->ShowVerification(std::string(), false);
+  mSignalPanel->Follow(mTakePath, mSession->Settings().frameDuration, mSession->Settings().timeScale);
   ShowStatus("Recording started");
   RefreshTake();
   mServiceTimer->start();
@@ -207,6 +213,8 @@ void CaptureWindow::EndTake(bool verify) {
   RefreshTake();  // the elapsed time stops here
   mTakeTimer->stop();
   std::string failure = mSession->StopRecording();
+  // The recording writes the events that last to the take's end as it finishes.
+  mSignalPanel->Refresh();
   mRecordButton->setEnabled(true);
   mStopButton->setEnabled(false);
   mOptionsButton->setEnabled(true);
@@ -284,6 +292,8 @@ void CaptureWindow::RefreshTake() {
   mStartTimecode = mSession->StartTimecode();
   if (mStartTimecode.empty() && mFollower && mFollower->Summary().hasTimecode) mStartTimecode = mFollower->Summary().startTimecode;
   mReadout->ShowTake(mElapsed, mSession->FramesRecorded(), mDropped, mStartTimecode);
+  mSignalPanel->SetStartTimecode(mStartTimecode);
+  mSignalPanel->Refresh();
 }
 
 void CaptureWindow::ReadDiskAndMovie() {
@@ -302,7 +312,7 @@ std::string CaptureWindow::MoviePathShown() const {
 }
 
 std::string CaptureWindow::ReadoutSnapshot() const {
-  return mReadout->Snapshot();
+  return mReadout->Snapshot() + mSignalPanel->Snapshot();
 }
 
 void CaptureWindow::ShowStatus(const std::string& text) {
