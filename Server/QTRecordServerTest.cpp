@@ -1064,8 +1064,8 @@ TEST(QTRecordServerTest, FinishingIndexesInPlaceAndCompletesAfterACut) {
   ASSERT_EQ(0, stat(path.c_str(), &finished));
   EXPECT_EQ(recording.st_ino, finished.st_ino) << "the same file, indexed where it lies";
   EXPECT_FALSE(MovieFinisher::IsFragmented(path));
-  EXPECT_EQ(3, std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator()))
-      << "the take, its frame hashes and the copy made here: no copy beside it";
+  EXPECT_EQ(5, std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator()))
+      << "the take, its frame hashes, levels and events, and the copy made here: no copy beside it";
   ProbedMovie movie = ProbeMovie(path, true);
   ASSERT_TRUE(movie.opened);
   EXPECT_EQ(kFrames, movie.video.packets);
@@ -1350,7 +1350,8 @@ TEST(QTRecordServerTest, FullDiskAnswers28AndKeepsWhatWasWritten) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(disk.Path())) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
-  EXPECT_EQ((std::vector<std::string>{"full.mov", "full.mov.framehash"}), names) << "the take and its frame hashes";
+  EXPECT_EQ((std::vector<std::string>{"full.mov", "full.mov.events", "full.mov.framehash", "full.mov.levels"}), names)
+      << "the take and its sidecars";
   FrameHashFile hashes;
   ASSERT_EQ(0, hashes.Read(disk.File("full.mov.framehash")));
   EXPECT_EQ(static_cast<size_t>(movie.video.packets), hashes.Stream(0).size()) << "a line for every whole picture, no more";
