@@ -338,7 +338,7 @@ TEST_F(UserActionsTest, ASignalEventIsWrittenAboveTheStatusLineWithItsTimecode) 
   ASSERT_TRUE(WIFEXITED(status)) << said;
   ASSERT_EQ(0, WEXITSTATUS(status)) << said;
   const std::string clear = "\r\033[K";
-  const std::string line = "01:00:01:15  black for 25 frames\n";
+  const std::string line = "01:00:01:15  black for 25 frames\r\n";  // the terminal ends a line with both
   const size_t at = said.find(line);
   ASSERT_NE(std::string::npos, at) << said;
   EXPECT_EQ(at, said.rfind(line)) << "once: " << said;
