@@ -486,5 +486,36 @@ TEST_F(CaptureWindowTest, TheMetersFollowTheSoundAndTheEventsAreListed) {
   EXPECT_FALSE(QImage(QString::fromStdString(stoppedShot)).isNull()) << stoppedShot;
 }
 
+// A clipped stretch of the first channel turns its meter red at full scale, for as long as
+// its hold lasts, and the clipping is listed; the second channel's meter stays as it was.
+TEST_F(CaptureWindowTest, AClippedStretchTurnsItsMeterRedForAWhile) {
+  StoreSettings(4, 5, 2, 24);  // PAL 4x3, DV PAL
+  std::string labels = mFolder + "/labels.txt", movie = mFolder + "/clipped.mov";
+  std::string shot = Artifact("capture-window-signal-clipped.png");
+  // Card frames 50 to 59 of channel 1 clipped (0.4 s); 150 frames take six seconds, so the
+  // red has gone again (two seconds after the last full-scale peak) well before Stop.
+  ASSERT_EQ(0, RunWindow({"-o", movie, "--record-frames", "150", "--labels", labels, "--screenshot-window", shot},
+                         {{"VELDRAN_SIM_EVENTS", "clip@50+10"}}));
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_FALSE(snapshots.empty()) << labels;
+  int phase = 0;  // 0: waiting for full scale, 1: for it to end, 2: seen both
+  for (const Snapshot& snapshot : snapshots) {
+    if (!snapshot.recording) continue;
+    EXPECT_EQ(std::string::npos, snapshot.Label("meter 2").find("full scale")) << snapshot.Label("meter 2");
+    const std::string text = snapshot.Label("meter 1");
+    const bool red = text.find(", full scale") != std::string::npos;
+    if (phase == 0 && red) {
+      EXPECT_NE(std::string::npos, text.find("hold 0.0 dBFS")) << "the clipped peak held: " << text;
+      ++phase;
+    } else if (phase == 1 && !red && std::abs(MeterPeak(text) + 20.0) <= 0.5) {
+      ++phase;
+    }
+  }
+  EXPECT_EQ(2, phase) << "meter 1: red at full scale, then the tone without red (" << labels << ")";
+  const std::vector<std::string> listed = EventLines(snapshots.back());
+  EXPECT_EQ(std::vector<std::string>{"01:00:02:00  clipping on channel 1 for 10 frames"}, listed) << labels;
+  EXPECT_FALSE(QImage(QString::fromStdString(shot)).isNull()) << shot;
+}
+
 }  // namespace
 }  // namespace KTN
