@@ -19,10 +19,6 @@ constexpr int kMargin = 6;        // above the top tick, so its label is whole
 
 }  // namespace
 
-constexpr float LevelMeter::kFloorDb;
-constexpr float LevelMeter::kFullScaleDb;
-constexpr std::chrono::milliseconds LevelMeter::kHold;
-
 LevelMeter::LevelMeter(int channel, QWidget* parent) : QWidget(parent), mChannel(channel) {
   setObjectName(QStringLiteral("levelMeter%1").arg(channel));
   setToolTip(QStringLiteral("Channel %1: peak level in dBFS").arg(channel));
