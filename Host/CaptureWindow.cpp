@@ -21,6 +21,7 @@
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
 #include "Host/ReportCommand.h"
+#include "Host/SignalPanel.h"
 #include "Host/TakeVerification.h"
 #include "Movie/MovieFollower.h"
 #include "Movie/TimecodeTrack.h"
@@ -76,8 +77,11 @@ CaptureWindow::CaptureWindow(PluginHost& host, const CaptureSettings& settings, 
   mReport->setFixedHeight(0);
   mReport->installEventFilter(this);
   layout->addWidget(mReport);
+  mSignalPanel = new SignalPanel(central);
+  mSignalPanel->ShowChannels(static_cast<int>(mSession->Settings().audioChannels));
+  layout->addWidget(mSignalPanel);
   setCentralWidget(central);
-  resize(800, 580);
+  resize(800, 720);
 
   mServiceTimer = new QTimer(this);
   mServiceTimer->setInterval(10);  // the editor's idle rate
@@ -141,6 +145,7 @@ void CaptureWindow::ShowOptions() {
   }
   SaveHostSettings(mSession->Settings());
   mReadout->ShowSettings(mSession->Settings());
+  mSignalPanel->ShowChannels(static_cast<int>(mSession->Settings().audioChannels));
   ReadDiskAndMovie();
   // New settings take effect at the next activation.
   if (!mSession->Recording()) {
@@ -186,6 +191,7 @@ void CaptureWindow::Record() {
   mReadout->ShowVerification(std::string(), false);
   mReportPicture = QPixmap();  // the last take's report goes with it
   ScaleReport();
+  mSignalPanel->Follow(mTakePath, mSession->Settings().frameDuration, mSession->Settings().timeScale);
   ShowStatus("Recording started");
   RefreshTake();
   mServiceTimer->start();
@@ -218,6 +224,8 @@ void CaptureWindow::EndTake(bool verify) {
   RefreshTake();  // the elapsed time stops here
   mTakeTimer->stop();
   std::string failure = mSession->StopRecording();
+  // The recording writes the events that last to the take's end as it finishes.
+  mSignalPanel->Refresh();
   mRecordButton->setEnabled(true);
   mStopButton->setEnabled(false);
   mOptionsButton->setEnabled(true);
@@ -321,6 +329,8 @@ void CaptureWindow::RefreshTake() {
   mStartTimecode = mSession->StartTimecode();
   if (mStartTimecode.empty() && mFollower && mFollower->Summary().hasTimecode) mStartTimecode = mFollower->Summary().startTimecode;
   mReadout->ShowTake(mElapsed, mSession->FramesRecorded(), mDropped, mStartTimecode);
+  mSignalPanel->SetStartTimecode(mStartTimecode);
+  mSignalPanel->Refresh();
 }
 
 void CaptureWindow::ReadDiskAndMovie() {
@@ -339,7 +349,7 @@ std::string CaptureWindow::MoviePathShown() const {
 }
 
 std::string CaptureWindow::ReadoutSnapshot() const {
-  return mReadout->Snapshot();
+  return mReadout->Snapshot() + mSignalPanel->Snapshot();
 }
 
 void CaptureWindow::ShowStatus(const std::string& text) {

@@ -23,6 +23,7 @@ namespace KTN {
 
 class CaptureReadout;
 class MovieFollower;
+class SignalPanel;
 struct TakeVerification;
 
 // Main thread only. Opens and activates the plug-in when shown, places the preview in its
@@ -31,7 +32,9 @@ struct TakeVerification;
 // recording the plug-in's status, elapsed time, frames, dropped frames and start timecode:
 // the plug-in is serviced every 10 ms, the labels are refreshed four times a second and the
 // movie and the disk are read once a second, so that Stop is handled between service calls
-// whatever the load. With "Verify after Stop" ticked, a take the user stopped (or that reached
+// whatever the load. Under the readout, a level meter per sound channel and the list of the
+// events the recording finds in the signal follow the take's sidecars at the labels' pace.
+// With "Verify after Stop" ticked, a take the user stopped (or that reached
 // its frame limit) is then read again from the disk and checked against its frame hashes on a
 // thread of its own, the window serviced meanwhile; Record waits for the check, which reads at
 // the disk's full rate and would take it from a new take. Closing the window stops a take
@@ -55,7 +58,8 @@ class CaptureWindow : public QMainWindow {
   bool Recording() const { return mSession->Recording(); }
   // The frames of the movie the plug-in has reported in this take (or the last).
   int64_t Frames() const { return mSession->FramesRecorded(); }
-  // The readout's texts, one "name: text" a line (CaptureReadout::Snapshot).
+  // The readout's texts, one "name: text" a line (CaptureReadout::Snapshot), then the
+  // meters' and the events' (SignalPanel::Snapshot).
   std::string ReadoutSnapshot() const;
   // Ticks or clears "Verify after Stop".
   void SetVerifyAfterStop(bool verify);
@@ -106,6 +110,7 @@ class CaptureWindow : public QMainWindow {
   CaptureReadout* mReadout;
   QLabel* mReport;
   QPixmap mReportPicture;  // the last take's report, as drawn
+  SignalPanel* mSignalPanel;
   QTimer* mServiceTimer;
   QTimer* mTakeTimer;
   QTimer* mSecondTimer;

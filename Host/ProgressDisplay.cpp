@@ -7,6 +7,7 @@
 
 #include "Host/DurationText.h"
 #include "Host/InPointStatus.h"
+#include "Host/LiveSignal.h"
 #include "Host/RecordingRate.h"
 #include "Movie/MovieFollower.h"
 
@@ -17,6 +18,9 @@ namespace {
 constexpr auto kRedrawInterval = std::chrono::milliseconds(250);
 constexpr auto kPlainInterval = std::chrono::seconds(1);
 constexpr auto kReadInterval = std::chrono::seconds(1);
+// The sidecars are small and read from where the last look ended: an event shows within a
+// quarter of a second of being written.
+constexpr auto kSignalInterval = std::chrono::milliseconds(250);
 // The rate over less than this would swing with each frame's arrival.
 constexpr double kShortestRateSpan = 0.5;
 
@@ -35,6 +39,7 @@ ProgressDisplay::ProgressDisplay(FILE* out, const std::string& moviePath, const 
       mMoviePath(moviePath),
       mSettings(settings),
       mFollower(new MovieFollower(moviePath)),
+      mSignal(new LiveSignal(moviePath, settings.frameDuration, settings.timeScale)),
       mCreated(Clock::now()) {
   // A terminal shows the first report at once; plain lines come once a second from now.
   mLastDrawn = mTerminal ? Clock::time_point() : mCreated;
@@ -63,6 +68,10 @@ void ProgressDisplay::Update(const std::string& status, int64_t frames, int64_t 
       mRateFrom = mRateNext;
       mRateNext = Sample{now, frames};
     }
+    if (now - mLastSignalRead >= kSignalInterval) {
+      mLastSignalRead = now;
+      ReadSignal();
+    }
     mText = Figures(now, frames, expected);
   }
   mShown = false;
@@ -82,10 +91,12 @@ std::string ProgressDisplay::Figures(Clock::time_point now, int64_t frames, int6
   } else {
     snprintf(count, sizeof count, "%lld", static_cast<long long>(shown));
   }
+  // The peak goes before the disk's time, which a narrow terminal cuts first.
+  const std::string peak = mSignal ? mSignal->PeakText() : std::string();
   char text[256];
-  snprintf(text, sizeof text, "%s | %s frames | %.1f fps | %lld dropped | disk: %s",
+  snprintf(text, sizeof text, "%s | %s frames | %.1f fps | %lld dropped | %s%sdisk: %s",
            ElapsedText(std::chrono::duration<double>(now - mRecordingSince).count()).c_str(), count, rate,
-           static_cast<long long>(mDropped),
+           static_cast<long long>(mDropped), peak.c_str(), peak.empty() ? "" : " | ",
            mSecondsLeft < 0 ? "time left unknown" : (DiskTimeText(mSecondsLeft) + " left").c_str());
   return text;
 }
@@ -98,6 +109,19 @@ void ProgressDisplay::ReadMovieAndDisk() {
     mDropped = static_cast<int64_t>(movie.EmptySlots());
   }
   mSecondsLeft = RecordingSecondsLeft(mMoviePath, mSettings);
+}
+
+void ProgressDisplay::ReadSignal() {
+  if (!mSignal) return;
+  if (mSignal->Update() != 0) {
+    mSignal.reset();  // it said why in one line; the take goes on without its events
+    return;
+  }
+  for (const std::string& line : mSignal->NewLines()) WriteAbove(line);
+}
+
+void ProgressDisplay::SetStartTimecode(const std::string& text) {
+  if (mSignal) mSignal->SetStartTimecode(text);
 }
 
 void ProgressDisplay::Draw(Clock::time_point now) {
@@ -118,19 +142,30 @@ void ProgressDisplay::Draw(Clock::time_point now) {
 }
 
 void ProgressDisplay::Note(const std::string& line) {
+  WriteAbove(line);
+}
+
+void ProgressDisplay::WriteAbove(const std::string& line) {
   if (mTerminal && mLineOpen) fputs("\r\033[K", mOut);
   fprintf(mOut, "%s\n", line.c_str());
   fflush(mOut);
   mLineOpen = false;
-  if (mTerminal && !mText.empty()) Draw(Clock::now());
+  if (mTerminal && !mFinished && !mText.empty()) Draw(Clock::now());
 }
 
 void ProgressDisplay::Finish() {
+  if (mFinished) return;
+  mFinished = true;
   if (!mTerminal) return;
   if (!mShown && !mText.empty()) Draw(Clock::now());
   if (mLineOpen) fputc('\n', mOut);
   fflush(mOut);
   mLineOpen = false;
+}
+
+void ProgressDisplay::FinalEvents() {
+  Finish();
+  ReadSignal();
 }
 
 }  // namespace KTN

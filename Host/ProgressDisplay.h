@@ -1,4 +1,4 @@
-// What the host program shows while it records: time, frames, rate, dropped frames and disk time left.
+// What the host program shows while it records: time, frames, rate, dropped frames, sound peak and disk time left, and the signal's events.
 #pragma once
 
 #include <stdint.h>
@@ -12,12 +12,16 @@
 
 namespace KTN {
 
+class LiveSignal;
 class MovieFollower;
 
 // One status line: the time recorded, the frames, their rate over the last second or two,
-// the frames dropped so far (the empty frame slots of the movie, read as it grows) and the
-// time the movie's disk lasts at the take's rate, e.g.
-//   0:01:23 | 2075 frames | 25.0 fps | 0 dropped | disk: 2 h 13 min left
+// the frames dropped so far (the empty frame slots of the movie, read as it grows), the
+// highest sound peak of the last second (from the take's levels sidecar; left out for a take
+// without sound) and the time the movie's disk lasts at the take's rate, e.g.
+//   0:01:23 | 2075 frames | 25.0 fps | 0 dropped | peak -20.0 dBFS | disk: 2 h 13 min left
+// Each event the recording finds in the signal (the take's events sidecar, read four times a
+// second) is written as a line of its own above it, e.g. "01:00:02:10  black for 25 frames".
 // While a recording waits for its in-point, the plug-in's report of what it waits for and
 // where the signal is takes its place. On a terminal the line is redrawn in place ("\r",
 // then erased to its end) at most four times a second, cut to the terminal's width;
@@ -40,8 +44,15 @@ class ProgressDisplay {
   // Writes line (a warning, without its line feed) at once, on a line of its own: on a
   // terminal above the redrawn line, which is drawn again below it.
   void Note(const std::string& line);
+  // The timecode of the take's first frame, which the event lines count from; empty while
+  // unknown (the events are then told by slot).
+  void SetStartTimecode(const std::string& text);
   // Draws the latest figures if they are not shown yet and ends the redrawn line.
   void Finish();
+  // After Finish, once the recording has stopped: writes the events found since the last
+  // look (the recording writes those that last to the take's end when it finishes), as
+  // plain lines.
+  void FinalEvents();
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -52,16 +63,23 @@ class ProgressDisplay {
 
   std::string Figures(Clock::time_point now, int64_t frames, int64_t expected);
   void ReadMovieAndDisk();
+  // Reads the signal's sidecars and writes the new events above the line.
+  void ReadSignal();
   void Draw(Clock::time_point now);
+  // Writes line on a line of its own (above the redrawn line, which is drawn again unless
+  // the display has finished).
+  void WriteAbove(const std::string& line);
 
   FILE* mOut;
   bool mTerminal;
   std::string mMoviePath;
   CaptureSettings mSettings;
   std::unique_ptr<MovieFollower> mFollower;
+  std::unique_ptr<LiveSignal> mSignal;  // null once a sidecar could not be read
   Clock::time_point mCreated;
   Clock::time_point mLastDrawn;
   Clock::time_point mLastRead;
+  Clock::time_point mLastSignalRead;
   Clock::time_point mRecordingSince;  // the first report that was not a wait for the in-point
   bool mWaited = false;     // a report was a wait for the in-point
   bool mRecording = false;  // a report was not
@@ -72,6 +90,7 @@ class ProgressDisplay {
   std::string mText;          // the latest line
   bool mShown = true;         // mText has been written
   bool mLineOpen = false;     // a redrawn line is on the terminal, not yet ended
+  bool mFinished = false;     // Finish was called: nothing is redrawn any more
 };
 
 }  // namespace KTN

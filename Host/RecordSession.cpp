@@ -69,6 +69,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
   if (session.Recording()) {
     outcome.startTimecode = session.StartTimecode();
     ProgressDisplay progress(stderr, request.moviePath, mSettings);
+    progress.SetStartTimecode(StartOf(request, session));  // the events' lines count from it
     int64_t expected = request.frames == 0x7FFFFFFF ? 0 : request.frames;
     bool hostCounts = expected && !request.hasInPoint && !request.pluginCounts;
     const int64_t pairs = FramesPerCount(mSettings);  // the request counts pairs above 30 fps
@@ -102,7 +103,10 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
       }
       // The plug-in says this once, in its first report after the start; the session keeps it.
       const InPointStatus note(session.TakeNote());
-      untimed = untimed || note.Which() == InPointStatus::State::kStartedWithoutTimecode;
+      if (!untimed && note.Which() == InPointStatus::State::kStartedWithoutTimecode) {
+        untimed = true;
+        progress.SetStartTimecode(std::string());  // not the in-point's: the events are told by slot
+      }
       if (note.Which() == InPointStatus::State::kStartedWithoutTimecode && outcome.warning.empty()) {
         outcome.warning = "warning: the signal carries no timecode: recording from its first frame, not from " +
                           note.InPoint();
@@ -127,6 +131,8 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     if (mShowProgress) progress.Finish();
     failure = session.StopRecording();
     if (!failure.empty()) fail(10, failure);
+    // The events that lasted to the take's end are written as the recording finishes.
+    if (mShowProgress) progress.FinalEvents();
     const std::string firstFrame = untimed ? std::string() : StartOf(request, session);
     if (serviceFailure) outcome.error = serviceFailure->Line(request.moviePath, firstFrame);
     // A take the plug-in called stopped is finished only when its movie says so: its index

@@ -12,10 +12,13 @@
 
 #include <QColor>
 #include <QImage>
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <regex>
@@ -412,6 +415,106 @@ TEST_F(CaptureWindowTest, DroppedFramesAreCountedInRed) {
   EXPECT_NE(std::string::npos, stopped.Label("status").find("(WARNING: " + std::to_string(dropped) + " frames dropped)"))
       << stopped.Label("status");
   EXPECT_EQ(std::to_string(summary.pictureSlots), stopped.Label("frames")) << "the movie's frames, dropped ones included";
+}
+
+// A meter's peak as its labels line says it ("peak -20.0 dBFS, hold ..."): dBFS, -inf for
+// silence; NaN when it shows no level.
+double MeterPeak(const std::string& text) {
+  std::smatch match;
+  if (!std::regex_search(text, match, std::regex("^peak (-inf|-?[0-9]+\\.[0-9]) dBFS"))) return std::nan("");
+  return match[1] == "-inf" ? -std::numeric_limits<double>::infinity() : std::stod(match[1]);
+}
+
+// The lines of the event list a snapshot shows ("event N: ..."), in order.
+std::vector<std::string> EventLines(const Snapshot& snapshot) {
+  std::vector<std::string> lines;
+  for (int row = 1; snapshot.Has("event " + std::to_string(row)); ++row) lines.push_back(snapshot.Label("event " + std::to_string(row)));
+  return lines;
+}
+
+// A take whose sound goes silent for a while and whose picture goes black: the meters show
+// the tone's level (-20 dBFS), then silence, then the tone again, and the event list gains
+// the two events with their timecodes while the take records.
+TEST_F(CaptureWindowTest, TheMetersFollowTheSoundAndTheEventsAreListed) {
+  StoreSettings(4, 5, 2, 24);  // PAL 4x3, DV PAL: 144000 bytes a frame
+  std::string labels = mFolder + "/labels.txt", movie = mFolder + "/faults.mov";
+  std::string recordingShot = Artifact("capture-window-signal-recording.png");
+  std::string stoppedShot = Artifact("capture-window-signal-stopped.png");
+  // Card frames 50 to 79 silent (1.2 s), 60 to 69 black; 150 frames take six seconds at the
+  // card's own pace, so both events are over well before Stop.
+  ASSERT_EQ(0, RunWindow({"-o", movie, "--record-frames", "150", "--labels", labels, "--screenshot-recording",
+                          recordingShot, "--screenshot-window", stoppedShot},
+                         {{"VELDRAN_SIM_EVENTS", "silence@50+30,black@60+10"}}));
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_FALSE(snapshots.empty()) << labels;
+  EXPECT_EQ("no level", snapshots.front().Label("meter 1")) << "nothing measured before the take";
+  EXPECT_EQ("no level", snapshots.front().Label("meter 2"));
+  EXPECT_FALSE(snapshots.front().Has("meter 3")) << "a meter a channel";
+
+  // The tone, silence, the tone again: each channel's meter goes through the three in order.
+  for (const char* meter : {"meter 1", "meter 2"}) {
+    int phase = 0;  // 0: waiting for the tone, 1: for silence, 2: for the tone again, 3: seen all
+    for (const Snapshot& snapshot : snapshots) {
+      if (!snapshot.recording) continue;
+      const double peak = MeterPeak(snapshot.Label(meter));
+      const bool tone = std::abs(peak + 20.0) <= 0.5, silent = std::isinf(peak);
+      if ((phase == 0 || phase == 2) && tone) ++phase;
+      if (phase == 1 && silent) ++phase;
+    }
+    EXPECT_EQ(3, phase) << meter << ": the tone, silence and the tone again (" << labels << ")";
+  }
+
+  const std::string black = "01:00:02:10  black for 10 frames";
+  const std::string silence = "01:00:02:00  silence on channel 1 for 30 frames";
+  bool listedWhileRecording = false;
+  size_t rows = 0;
+  for (const Snapshot& snapshot : snapshots) {
+    const std::vector<std::string> lines = EventLines(snapshot);
+    EXPECT_GE(lines.size(), rows) << "the list only grows during a take";
+    rows = lines.size();
+    if (snapshot.recording) {
+      listedWhileRecording = listedWhileRecording || std::find(lines.begin(), lines.end(), black) != lines.end();
+    }
+  }
+  EXPECT_TRUE(listedWhileRecording) << "the black stretch listed while the take records";
+  const std::vector<std::string> listed = EventLines(snapshots.back());
+  EXPECT_NE(listed.end(), std::find(listed.begin(), listed.end(), black)) << labels;
+  EXPECT_NE(listed.end(), std::find(listed.begin(), listed.end(), silence)) << labels;
+  EXPECT_NE(listed.end(), std::find(listed.begin(), listed.end(), "01:00:02:00  silence on channel 2 for 30 frames"))
+      << labels;
+  EXPECT_FALSE(QImage(QString::fromStdString(recordingShot)).isNull()) << recordingShot;
+  EXPECT_FALSE(QImage(QString::fromStdString(stoppedShot)).isNull()) << stoppedShot;
+}
+
+// A clipped stretch of the first channel turns its meter red at full scale, for as long as
+// its hold lasts, and the clipping is listed; the second channel's meter stays as it was.
+TEST_F(CaptureWindowTest, AClippedStretchTurnsItsMeterRedForAWhile) {
+  StoreSettings(4, 5, 2, 24);  // PAL 4x3, DV PAL
+  std::string labels = mFolder + "/labels.txt", movie = mFolder + "/clipped.mov";
+  std::string shot = Artifact("capture-window-signal-clipped.png");
+  // Card frames 50 to 59 of channel 1 clipped (0.4 s); 150 frames take six seconds, so the
+  // red has gone again (two seconds after the last full-scale peak) well before Stop.
+  ASSERT_EQ(0, RunWindow({"-o", movie, "--record-frames", "150", "--labels", labels, "--screenshot-window", shot},
+                         {{"VELDRAN_SIM_EVENTS", "clip@50+10"}}));
+  std::vector<Snapshot> snapshots = ReadSnapshots(labels);
+  ASSERT_FALSE(snapshots.empty()) << labels;
+  int phase = 0;  // 0: waiting for full scale, 1: for it to end, 2: seen both
+  for (const Snapshot& snapshot : snapshots) {
+    if (!snapshot.recording) continue;
+    EXPECT_EQ(std::string::npos, snapshot.Label("meter 2").find("full scale")) << snapshot.Label("meter 2");
+    const std::string text = snapshot.Label("meter 1");
+    const bool red = text.find(", full scale") != std::string::npos;
+    if (phase == 0 && red) {
+      EXPECT_NE(std::string::npos, text.find("hold 0.0 dBFS")) << "the clipped peak held: " << text;
+      ++phase;
+    } else if (phase == 1 && !red && std::abs(MeterPeak(text) + 20.0) <= 0.5) {
+      ++phase;
+    }
+  }
+  EXPECT_EQ(2, phase) << "meter 1: red at full scale, then the tone without red (" << labels << ")";
+  const std::vector<std::string> listed = EventLines(snapshots.back());
+  EXPECT_EQ(std::vector<std::string>{"01:00:02:00  clipping on channel 1 for 10 frames"}, listed) << labels;
+  EXPECT_FALSE(QImage(QString::fromStdString(shot)).isNull()) << shot;
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -310,6 +311,51 @@ TEST_F(UserActionsTest, ATimecodeTheCardCannotReadIsSaidAndNotMadeUp) {
   EXPECT_EQ(MovieSummary::Layout::kFinished, summary.layout);
   EXPECT_GE(summary.pictures, 10u);
   EXPECT_FALSE(summary.hasTimecode);
+}
+
+// The card's scripted faults for one test (VELDRAN_SIM_EVENTS), gone when it ends however it
+// ends.
+class CardFaults {
+ public:
+  explicit CardFaults(const char* faults) { setenv("VELDRAN_SIM_EVENTS", faults, 1); }
+  ~CardFaults() { unsetenv("VELDRAN_SIM_EVENTS"); }
+  CardFaults(const CardFaults&) = delete;
+  CardFaults& operator=(const CardFaults&) = delete;
+};
+
+// On a terminal, an event the recording finds in the signal is written on a line of its own
+// with its first slot's timecode, above the status line, which is drawn again below it with
+// the sound's peak.
+TEST_F(UserActionsTest, ASignalEventIsWrittenAboveTheStatusLineWithItsTimecode) {
+  // Card frame 40 is 01:00:01:15 from the card's 01:00:00:00, whatever slot of the take it is.
+  CardFaults faults("black@40+25");
+  const std::string movie = mFolder + "/black.mov";
+  int status = -1;
+  // DV PAL: 144000 bytes a frame, five seconds.
+  const std::string said = RunOnATerminal(
+      {"record", "-o", movie, "--standard", "PAL 4x3", "--format", "DV PAL", "--seconds", "5"}, 60, status);
+  ASSERT_NE(-1, status) << "the host program hung: " << said;
+  ASSERT_TRUE(WIFEXITED(status)) << said;
+  ASSERT_EQ(0, WEXITSTATUS(status)) << said;
+  const std::string clear = "\r\033[K";
+  const std::string line = "01:00:01:15  black for 25 frames\r\n";  // the terminal ends a line with both
+  const size_t at = said.find(line);
+  ASSERT_NE(std::string::npos, at) << said;
+  EXPECT_EQ(at, said.rfind(line)) << "once: " << said;
+  ASSERT_GE(at, clear.size());
+  EXPECT_EQ(clear, said.substr(at - clear.size(), clear.size())) << "the status line is cleared first: " << said;
+  EXPECT_NE(std::string::npos, said.rfind(" fps | ", at)) << "a status line was drawn before it: " << said;
+  // The status line drawn again below it, while the take goes on, with the peak of the tone
+  // (-20 dBFS on every channel).
+  ASSERT_EQ(0, said.compare(at + line.size(), clear.size(), clear)) << said;
+  const std::string after = said.substr(at + line.size() + clear.size());
+  std::smatch match;
+  ASSERT_TRUE(std::regex_search(after, match,
+                                std::regex("^\\d+:\\d\\d:\\d\\d \\| \\d+/125 frames \\| [0-9.]+ fps \\| 0 dropped \\| "
+                                           "peak (-[0-9]+\\.[0-9]) dBFS \\| disk: ")))
+      << after;
+  EXPECT_NEAR(-20.0, std::stod(match[1]), 0.5) << match[0];
+  ExpectFinished(movie);
 }
 
 }  // namespace

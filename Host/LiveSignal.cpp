@@ -1,0 +1,92 @@
+// A take's signal health followed while it records.
+#include "Host/LiveSignal.h"
+
+#include <stdio.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace KTN {
+
+LiveSignal::LiveSignal(const std::string& moviePath, uint32_t frameDuration, uint32_t timescale)
+    : mSignal(moviePath), mFrameDuration(frameDuration), mTimescale(timescale) {}
+
+void LiveSignal::SetStartTimecode(const std::string& text) {
+  if (text == mStart) return;
+  mStart = text;
+  Restart();
+}
+
+void LiveSignal::Restart() {
+  // A break runs on from its "after" whichever order the breaks were found in.
+  mTimecodes = SlotTimecodes();
+  if (mStart.empty() || !mTimecodes.Start(mFrameDuration, mTimescale, mStart)) return;
+  for (const SignalEvent& event : mSignal.Events()) {
+    if (event.kind == SignalEvent::Kind::kTimecodeBreak) mTimecodes.AddRun(event.slot, event.after);
+  }
+}
+
+long LiveSignal::Update() {
+  const size_t before = mSignal.Events().size();
+  if (long rc = mSignal.Update()) return rc;
+  const std::vector<SignalEvent>& events = mSignal.Events();
+  // A sidecar read again from its start (a new take under the same name) is all new.
+  if (events.size() < before + mSignal.NewEvents()) Restart();
+  const size_t first = events.size() - mSignal.NewEvents();
+  // The breaks first: an event after a break in the same read counts from the break.
+  for (size_t i = first; i < events.size(); ++i) {
+    if (events[i].kind == SignalEvent::Kind::kTimecodeBreak) mTimecodes.AddRun(events[i].slot, events[i].after);
+  }
+  for (size_t i = first; i < events.size(); ++i) mNewLines.push_back(EventLine(events[i]));
+  return 0;
+}
+
+std::vector<std::string> LiveSignal::NewLines() {
+  std::vector<std::string> lines;
+  lines.swap(mNewLines);
+  return lines;
+}
+
+std::string LiveSignal::EventLine(const SignalEvent& event) const {
+  std::string when = mTimecodes.Text(event.slot);
+  if (when.empty()) when = "slot " + std::to_string(event.slot);
+  return when + "  " + event.Sentence();
+}
+
+std::vector<float> LiveSignal::ChannelPeaks(double seconds) const {
+  const std::vector<SoundLevels>& sounds = mSignal.Sounds();
+  if (sounds.empty() || mSignal.Channels() <= 0) return {};
+  double slotsPerSecond = 0;
+  if (mSignal.RateNumerator() > 0 && mSignal.RateDenominator() > 0) {
+    slotsPerSecond = static_cast<double>(mSignal.RateNumerator()) / static_cast<double>(mSignal.RateDenominator());
+  } else if (mFrameDuration > 0) {
+    slotsPerSecond = static_cast<double>(mTimescale) / mFrameDuration;
+  }
+  // At least the last slot, however short the span.
+  const int64_t span = std::max<int64_t>(1, static_cast<int64_t>(std::lround(seconds * slotsPerSecond)));
+  const int64_t last = sounds.back().slot;
+  std::vector<float> peaks(static_cast<size_t>(mSignal.Channels()), -std::numeric_limits<float>::infinity());
+  // The lines come in slot order; a few at the end cover the span.
+  for (auto sound = sounds.rbegin(); sound != sounds.rend() && sound->slot > last - span; ++sound) {
+    for (size_t channel = 0; channel < peaks.size() && channel < sound->peakDb.size(); ++channel) {
+      peaks[channel] = std::max(peaks[channel], sound->peakDb[channel]);
+    }
+  }
+  return peaks;
+}
+
+std::string LiveSignal::PeakText() const {
+  const std::vector<float> peaks = ChannelPeaks(1.0);
+  if (peaks.empty()) return std::string();
+  return "peak " + DbText(*std::max_element(peaks.begin(), peaks.end()));
+}
+
+std::string LiveSignal::DbText(float peakDb) {
+  if (std::isinf(peakDb) || std::isnan(peakDb)) return "-inf dBFS";  // below any level
+  char text[32];
+  snprintf(text, sizeof text, "%.1f dBFS", static_cast<double>(peakDb));
+  return text;
+}
+
+}  // namespace KTN

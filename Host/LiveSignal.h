@@ -1,0 +1,62 @@
+// A take's signal health followed while it records: its events as lines for the user, and its sound's peaks.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "Signal/SlotTimecodes.h"
+#include "Signal/TakeSignal.h"
+
+namespace KTN {
+
+// Follows the sidecars the recording writes beside a take's movie (MOVIE.events and
+// MOVIE.levels, through TakeSignal) for the status line and the capture window: each new
+// event as one line, "01:00:02:10  black for 25 frames" (the timecode of its first slot, or
+// "slot 1234  ..." while the take's start timecode is unknown), and the sound's peaks over
+// the last moments of the take. Only reads; a few times a second is enough. Used by one
+// thread at a time.
+class LiveSignal {
+ public:
+  // frameDuration / timescale: the seconds of one picture slot, the rate timecodes count at
+  // (and the slot rate until the levels say theirs).
+  LiveSignal(const std::string& moviePath, uint32_t frameDuration, uint32_t timescale);
+
+  // The timecode of the take's first slot ("HH:MM:SS:FF", ';' at drop frame); empty, or not
+  // a timecode at this rate: the events are told by slot. The same text again changes nothing.
+  void SetStartTimecode(const std::string& text);
+
+  // Reads what the sidecars gained; 0, or errno with one line (a sidecar that is not a
+  // regular file). The events it found wait in NewLines.
+  long Update();
+  // The lines of the events found since the last call, in the order the recording found them.
+  std::vector<std::string> NewLines();
+
+  // The take records sound and its levels have come: its channels are known.
+  int Channels() const { return mSignal.Channels(); }
+  // Each channel's highest peak (dBFS, -inf for digital silence; index 0 is channel 1) over
+  // the sound slots of the last `seconds` of the take as written so far; empty before the
+  // first sound slot, and for a take without sound.
+  std::vector<float> ChannelPeaks(double seconds) const;
+  // The status line's part, the highest peak of any channel over the last second:
+  // "peak -20.0 dBFS", "peak -inf dBFS" for silence; empty without sound levels.
+  std::string PeakText() const;
+
+  // "-20.0 dBFS", "-inf dBFS".
+  static std::string DbText(float peakDb);
+  // The line of event: its first slot's timecode (or "slot N") and what happened.
+  std::string EventLine(const SignalEvent& event) const;
+
+ private:
+  void Restart();
+
+  TakeSignal mSignal;
+  const uint32_t mFrameDuration;
+  const uint32_t mTimescale;
+  std::string mStart;
+  SlotTimecodes mTimecodes;
+  std::vector<std::string> mNewLines;
+};
+
+}  // namespace KTN
