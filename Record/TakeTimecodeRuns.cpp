@@ -14,10 +14,6 @@
 
 namespace KTN {
 
-TakeTimecodeRuns::~TakeTimecodeRuns() {
-  End();
-}
-
 void TakeTimecodeRuns::Begin(const std::string& moviePath, uint32_t frameDuration, uint32_t timescale) {
   End();
   mMovie = moviePath;

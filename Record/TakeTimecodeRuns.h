@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stdint.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -25,7 +26,10 @@ namespace KTN {
 class TakeTimecodeRuns {
  public:
   TakeTimecodeRuns() = default;
-  ~TakeTimecodeRuns();
+  // Inline: whatever holds a capture instance need not link the recording pipeline.
+  ~TakeTimecodeRuns() {
+    if (mEvents >= 0) close(mEvents);
+  }
   TakeTimecodeRuns(const TakeTimecodeRuns&) = delete;
   TakeTimecodeRuns& operator=(const TakeTimecodeRuns&) = delete;
 
