@@ -49,7 +49,7 @@ bool TakeTimecodeRuns::Picture(int64_t slot, const std::string& text) {
     return false;
   }
   // The previous picture's run gives this slot its frame plus the slots between, within a day.
-  const int64_t day = Util::CTimeCode::LargestFrameCountBeforeTimeCodeWraps(mFormat) + 1LL;
+  const int64_t day = Util::CTimeCode::LargestFrameCountBeforeTimeCodeWraps(mFormat);  // the frames of a day
   const int64_t expected = (mLastFrame + (slot - mLastSlot)) % day;
   mLastSlot = slot;
   mLastFrame = frame;
