@@ -20,6 +20,7 @@
 #include "Host/MoviePath.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
+#include "Host/ReportCommand.h"
 #include "Host/TakeVerification.h"
 #include "Movie/MovieFollower.h"
 #include "Movie/TimecodeTrack.h"
@@ -68,6 +69,13 @@ CaptureWindow::CaptureWindow(PluginHost& host, const CaptureSettings& settings, 
   mReadout = new CaptureReadout(central);
   mReadout->ShowSettings(mSession->Settings());
   layout->addWidget(mReadout);
+  // The last take's report picture, as wide as the window, once it is drawn.
+  mReport = new QLabel(central);
+  mReport->setObjectName("takeReport");
+  mReport->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+  mReport->setFixedHeight(0);
+  mReport->installEventFilter(this);
+  layout->addWidget(mReport);
   setCentralWidget(central);
   resize(800, 580);
 
@@ -116,6 +124,7 @@ void CaptureWindow::PlacePreview() {
 bool CaptureWindow::eventFilter(QObject* watched, QEvent* event) {
   // The plug-in's view follows the area's size by itself; the display position is the host's.
   if (watched == mPreviewArea && event->type() == QEvent::Resize) PlacePreview();
+  if (watched == mReport && event->type() == QEvent::Resize) ScaleReport();
   return QMainWindow::eventFilter(watched, event);
 }
 
@@ -175,6 +184,8 @@ void CaptureWindow::Record() {
   mFollower.reset(new MovieFollower(mTakePath));
   mReadout->ShowNote(std::string());  // the last take's
   mReadout->ShowVerification(std::string(), false);
+  mReportPicture = QPixmap();  // the last take's report goes with it
+  ScaleReport();
   ShowStatus("Recording started");
   RefreshTake();
   mServiceTimer->start();
@@ -241,7 +252,11 @@ void CaptureWindow::EndTake(bool verify) {
       line += " (WARNING: frames were dropped)";  // reported by the plug-in, not found in the movie
     }
     ShowStatus(line);
-    if (verify) StartVerification();
+    if (verify) {
+      StartVerification();  // the report follows the check, and says its outcome
+    } else {
+      ShowReport();
+    }
   }
   ReadDiskAndMovie();
 }
@@ -267,6 +282,28 @@ void CaptureWindow::ShowVerification(const TakeVerification& check) {
   mVerifying = false;
   mRecordButton->setEnabled(!mSession->Recording());
   mReadout->ShowVerification(check.Sentence(), check.result != TakeVerification::Result::kVerified);
+  ShowReport();
+}
+
+void CaptureWindow::ShowReport() {
+  std::string problem;
+  const std::string path = WriteReportBeside(mTakePath, &problem);
+  mReportPicture = path.empty() ? QPixmap() : QPixmap(QString::fromStdString(path));
+  if (path.empty()) mReadout->ShowNote(problem);
+  ScaleReport();
+}
+
+void CaptureWindow::ScaleReport() {
+  const int width = mReport->width();
+  if (mReportPicture.isNull() || width <= 0) {
+    mReport->clear();
+    mReport->setFixedHeight(0);
+    return;
+  }
+  if (!mReport->pixmap().isNull() && mReport->pixmap().width() == width) return;  // the size it has
+  const QPixmap scaled = mReportPicture.scaledToWidth(width, Qt::SmoothTransformation);
+  mReport->setPixmap(scaled);
+  mReport->setFixedHeight(scaled.height());
 }
 
 void CaptureWindow::RefreshTake() {

@@ -9,10 +9,12 @@
 #include <thread>
 
 #include <QMainWindow>
+#include <QPixmap>
 
 #include "Host/PluginSession.h"
 
 class QCheckBox;
+class QLabel;
 class QLineEdit;
 class QPushButton;
 class QTimer;
@@ -33,7 +35,8 @@ struct TakeVerification;
 // its frame limit) is then read again from the disk and checked against its frame hashes on a
 // thread of its own, the window serviced meanwhile; Record waits for the check, which reads at
 // the disk's full rate and would take it from a new take. Closing the window stops a take
-// without checking it, and waits for a check under way.
+// without checking it, and waits for a check under way. Once a take is recorded whole (and
+// checked, when it is), its report picture is written beside it and shown under the readout.
 class CaptureWindow : public QMainWindow {
   Q_OBJECT
 
@@ -76,6 +79,10 @@ class CaptureWindow : public QMainWindow {
   // Checks the take just finished off the main thread; its outcome comes back to ShowVerification.
   void StartVerification();
   void ShowVerification(const TakeVerification& check);
+  // Draws the report of the take just finished beside it and shows it under the readout,
+  // scaled to the window's width (ScaleReport, on every resize).
+  void ShowReport();
+  void ScaleReport();
   void PlacePreview();
   void ShowStatus(const std::string& text);
   // Asks whether the movie at path may be replaced: true for Replace, false for Keep it (the
@@ -97,6 +104,8 @@ class CaptureWindow : public QMainWindow {
   QLineEdit* mMoviePath;
   QCheckBox* mVerify;
   CaptureReadout* mReadout;
+  QLabel* mReport;
+  QPixmap mReportPicture;  // the last take's report, as drawn
   QTimer* mServiceTimer;
   QTimer* mTakeTimer;
   QTimer* mSecondTimer;

@@ -2,12 +2,48 @@
 #include "Host/TakeVerification.h"
 
 #include <ctype.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <fstream>
 
 #include "FrameHash/TakeVerifier.h"
 #include "Host/VerifyCommand.h"
+#include "Movie/MovieLock.h"
+#include "Movie/MovieSidecars.h"
+#include "Signal/FlatObject.h"
+#include "Util/FileIo.h"
+#include "Util/Log.h"
 
 namespace KTN {
+
+namespace {
+
+struct ResultName {
+  TakeVerification::Result result;
+  const char* name;
+};
+
+constexpr ResultName kResultNames[] = {
+    {TakeVerification::Result::kVerified, "verified"},
+    {TakeVerification::Result::kDiffers, "differs"},
+    {TakeVerification::Result::kNotChecked, "not-checked"},
+};
+
+std::string Now() {
+  const time_t now = time(nullptr);
+  struct tm local = {};
+  char text[40] = "";
+  if (localtime_r(&now, &local)) strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local);
+  return text;
+}
+
+}  // namespace
 
 TakeVerification TakeVerification::Of(const std::string& moviePath) {
   TakeVerification check;
@@ -16,11 +52,66 @@ TakeVerification TakeVerification::Of(const std::string& moviePath) {
   if (TakeVerifier::Verify(moviePath, found, failure) != 0) {
     check.result = Result::kNotChecked;
     check.line = failure.empty() ? "cannot verify " + moviePath : failure;
-    return check;
+  } else {
+    check.result = found.Passed() ? Result::kVerified : Result::kDiffers;
+    check.line = found.Describe();
   }
-  check.result = found.Passed() ? Result::kVerified : Result::kDiffers;
-  check.line = found.Describe();
+  check.checkedAt = Now();
+  check.Keep(moviePath);
   return check;
+}
+
+long TakeVerification::Keep(const std::string& moviePath) {
+  // Only the outcome of a movie that is there and finished is kept: a path of nothing, or a
+  // take still being recorded, gets no sidecar of this check.
+  long error = 0;
+  std::string why;
+  int movieFd = MovieLock::OpenLocked(moviePath, O_RDONLY, error, why);
+  if (movieFd < 0) return 0;
+  struct stat movie = {};
+  const bool known = fstat(movieFd, &movie) == 0;
+  close(movieFd);
+  if (!known) return 0;
+  const char* name = "not-checked";
+  for (const ResultName& entry : kResultNames) {
+    if (entry.result == result) name = entry.name;
+  }
+  const std::string text = "{\"result\":\"" + std::string(name) + "\",\"line\":" + FlatObject::Quoted(line) +
+                           ",\"checked\":" + FlatObject::Quoted(checkedAt) + ",\"bytes\":" +
+                           std::to_string(static_cast<long long>(movie.st_size)) + ",\"modified\":" +
+                           std::to_string(static_cast<long long>(movie.st_mtime)) + "}\n";
+  const std::string path = MovieSidecars::Verification(moviePath);
+  int fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC, error);
+  if (fd < 0) return error;
+  long rc = Util::FileIo::WriteAll(fd, text.data(), text.size());
+  if (rc) KTN_LOG("write(%s) failed with errno %ld (%s)", path.c_str(), rc, strerror(static_cast<int>(rc)));
+  close(fd);
+  return rc;
+}
+
+bool TakeVerification::Last(const std::string& moviePath, TakeVerification* last) {
+  std::ifstream file(MovieSidecars::Verification(moviePath));
+  std::string text;
+  if (!file || !std::getline(file, text)) return false;
+  FlatObject object;
+  if (!object.Read(text) || !object.numbers.count("bytes") || !object.numbers.count("modified")) return false;
+  // The movie as it is now must be the one that was checked.
+  struct stat movie = {};
+  if (stat(moviePath.c_str(), &movie) != 0 || !S_ISREG(movie.st_mode) ||
+      object.numbers["bytes"] != static_cast<long long>(movie.st_size) ||
+      object.numbers["modified"] != static_cast<long long>(movie.st_mtime)) {
+    return false;
+  }
+  TakeVerification read;
+  bool named = false;
+  for (const ResultName& entry : kResultNames) {
+    if (object.String("result") == entry.name) read.result = entry.result, named = true;
+  }
+  if (!named) return false;
+  read.line = object.String("line");
+  read.checkedAt = object.String("checked");
+  *last = read;
+  return true;
 }
 
 int TakeVerification::ExitStatus() const {

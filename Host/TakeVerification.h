@@ -8,7 +8,13 @@ namespace KTN {
 // One check of a finished movie with TakeVerifier (every sample read again from the disk and
 // compared with the hashes written while it recorded). It reads the whole take, so it takes
 // about as long as reading the movie: the capture window runs it off its own thread.
-// Stateless apart from what it holds; any thread.
+// Each check of a movie that is there, a regular file and not being written is kept beside it
+// in its verification sidecar (MovieSidecars::Verification), one JSON line, e.g.
+//   {"result":"verified","line":"verified 250 pictures and 480000 sound samples",
+//    "checked":"2026-11-24T16:20:05+0000","bytes":281018368,"modified":1795530005}
+// (one line in the file), the result one of "verified", "differs", "not-checked"; bytes and
+// modified (seconds since 1970) are the movie's as it was checked, so that a movie replaced
+// or changed since is not said to be checked. Stateless apart from what it holds; any thread.
 struct TakeVerification {
   enum class Result {
     kVerified,    // every picture and sound packet matched its line
@@ -21,8 +27,15 @@ struct TakeVerification {
   // nothing was checked.
   std::string line;
 
-  // moviePath: the finished movie (its sidecar lies beside it).
+  // When it was checked, local time as "YYYY-MM-DDTHH:MM:SS+HHMM"; empty when not known.
+  std::string checkedAt;
+
+  // moviePath: the finished movie (its sidecar lies beside it). Keeps the outcome in the
+  // verification sidecar (a failure to write it is a line of its own, not the check's).
   static TakeVerification Of(const std::string& moviePath);
+  // The outcome kept beside the movie at moviePath by its last check: true and *last set
+  // when there is one and the movie is still the one that was checked.
+  static bool Last(const std::string& moviePath, TakeVerification* last);
 
   // The host program's exit status for it: 0 verified, 1 differs, 6 not checked.
   int ExitStatus() const;
@@ -32,6 +45,11 @@ struct TakeVerification {
   // The line as the capture window shows it: capitalised, a verified take's starting with
   // "Verified".
   std::string Sentence() const;
+
+ private:
+  // Writes this outcome into the verification sidecar of the movie at moviePath when the
+  // movie is there, a regular file and nobody writes it: 0, or errno with one failure line.
+  long Keep(const std::string& moviePath);
 };
 
 }  // namespace KTN

@@ -21,6 +21,7 @@
 #include "Host/PluginHost.h"
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
+#include "Host/ReportCommand.h"
 #include "Host/StopSignals.h"
 #include "Host/TakeVerification.h"
 #include "Host/VerifyCommand.h"
@@ -47,6 +48,7 @@ const char kUsage[] =
     "       kestrin-capture info\n"
     "       kestrin-capture repair [--timecode HH:MM:SS:FF] [--fields tt|bb|progressive] MOVIE\n"
     "       kestrin-capture verify [--write] MOVIE\n"
+    "       kestrin-capture report MOVIE [-o PNG]\n"
     "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
 
 int Usage(const std::string& problem) {
@@ -244,11 +246,23 @@ int Record(int argc, char** argv) {
   printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
          outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
   if (!outcome.frameHashes.empty()) printf("Frame hashes: %s\n", outcome.frameHashes.c_str());
-  if (!verify) return 0;
-  // The take as the disk holds it, read again once it is complete and compared with the
-  // hashes of what was written.
-  fflush(stdout);
-  return TakeVerification::Of(movie).Report();
+  int status = 0;
+  if (verify) {
+    // The take as the disk holds it, read again once it is complete and compared with the
+    // hashes of what was written.
+    fflush(stdout);
+    status = TakeVerification::Of(movie).Report();
+  }
+  // The report picture, with the check's outcome when there was one. A take recorded whole
+  // stays recorded whole when its picture cannot be drawn: that is a warning.
+  std::string problem;
+  const std::string report = WriteReportBeside(movie, &problem);
+  if (!report.empty()) {
+    printf("Report: %s\n", report.c_str());
+  } else {
+    fprintf(stderr, "kestrin-capture: warning: %s\n", problem.c_str());
+  }
+  return status;
 }
 
 // Gives an interrupted recording its ordinary index, in place, and gives back what only the
@@ -357,6 +371,7 @@ int main(int argc, char** argv) {
   if (command == "info") return PrintCardInfo(stdout);
   if (command == "repair") return Repair(argc - 2, argv + 2);
   if (command == "verify") return RunVerify(argc - 2, argv + 2);
+  if (command == "report") return RunReport(argc - 2, argv + 2);
   if (command == "gui") return RunCaptureWindow(argc - 2, argv + 2);
   if (command == "-h" || command == "--help" || command == "help") {
     fputs(kUsage, stdout);

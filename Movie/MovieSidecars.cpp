@@ -15,8 +15,16 @@ std::string MovieSidecars::Events(const std::string& moviePath) {
   return moviePath + ".events";
 }
 
+std::string MovieSidecars::Verification(const std::string& moviePath) {
+  return moviePath + ".verify";
+}
+
+std::string MovieSidecars::Report(const std::string& moviePath) {
+  return moviePath + ".report.png";
+}
+
 std::vector<std::string> MovieSidecars::All(const std::string& moviePath) {
-  return {FrameHashes(moviePath), Levels(moviePath), Events(moviePath)};
+  return {FrameHashes(moviePath), Levels(moviePath), Events(moviePath), Verification(moviePath), Report(moviePath)};
 }
 
 }  // namespace KTN

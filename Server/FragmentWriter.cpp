@@ -130,20 +130,20 @@ long FragmentWriter::Write(const Sample& sample, const void* data) {
   return Written(sample, headerSize + sample.size);
 }
 
-long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
+long FragmentWriter::WriteFrom(const Sample& sample, int descriptor, BytesSeen* seen) {
   if (mFd < 0) return EINVAL;
   if (mFirstError) return mFirstError;
   size_t headerSize = BuildHeader(sample);
   if (long rc = WriteAll(mHeader.bytes.data(), headerSize)) return rc;
   // A segment that has shrunk copies short, or nothing: never a fault.
   long rc = 0;
-  if (mSidecar.IsOpen()) {
-    rc = CopyFrom(sample, descriptor);  // hashed on the way
+  if (mSidecar.IsOpen() || seen) {
+    rc = CopyFrom(sample, descriptor, seen);  // hashed or measured on the way
   } else {
     size_t copied = 0;
     rc = Util::FileIo::CopyAll(mFd, descriptor, 0, sample.size, &copied);
     if ((rc == EINVAL || rc == ENOSYS) && copied == 0) {
-      rc = CopyFrom(sample, descriptor);  // a descriptor sendfile cannot read from
+      rc = CopyFrom(sample, descriptor, nullptr);  // a descriptor sendfile cannot read from
     } else if (rc && rc != ENODATA) {
       return Failed("sendfile", rc);
     }
@@ -158,7 +158,7 @@ long FragmentWriter::WriteFrom(const Sample& sample, int descriptor) {
   return Written(sample, headerSize + sample.size);
 }
 
-long FragmentWriter::CopyFrom(const Sample& sample, int descriptor) {
+long FragmentWriter::CopyFrom(const Sample& sample, int descriptor, BytesSeen* seen) {
   // Read, not mapped: a segment shrunk by its maker cannot fault a read. A chunk of a
   // megabyte stays in the processor's cache between its read, its hash and its write.
   constexpr size_t kChunk = 1 << 20;
@@ -172,6 +172,7 @@ long FragmentWriter::CopyFrom(const Sample& sample, int descriptor) {
     long rc = Util::FileIo::ReadAll(descriptor, mCopyBuffer.data(), want, static_cast<int64_t>(done));
     if (rc == ENODATA) return rc;
     if (rc) return Failed("pread", rc);
+    if (seen) seen->Seen(done, mCopyBuffer.data(), want);
     if (hashing) {
       mHasher.Update(mCopyBuffer.data(), want);
       // The sample's lines before its last bytes: a fragment whole in the movie is described.

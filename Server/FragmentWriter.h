@@ -64,13 +64,25 @@ class FragmentWriter {
     uint32_t size = 0;
     uint32_t frameBytes = 0;
   };
+  // Sees a sample's bytes as they pass through the writer's buffer on their way to the file,
+  // in pieces of up to a megabyte, in order (called on the writer's thread).
+  class BytesSeen {
+   public:
+    // Bytes [offset, offset + size) of the sample.
+    virtual void Seen(uint64_t offset, const uint8_t* data, size_t size) = 0;
+
+   protected:
+    ~BytesSeen() = default;
+  };
+
   // The sample's bytes are at data.
   long Write(const Sample& sample, const void* data);
   // The sample's bytes are the first sample.size bytes of the file open at descriptor
   // (borrowed), a shared-memory segment. A segment that holds fewer bytes by the time it
   // is read (its maker shrank it) leaves its sample out: the fragment begun is taken back,
   // one line says so and the answer is 61 (ENODATA), which does not end the recording.
-  long WriteFrom(const Sample& sample, int descriptor);
+  // With seen (borrowed), the bytes are read through the writer's buffer and shown to it.
+  long WriteFrom(const Sample& sample, int descriptor, BytesSeen* seen = nullptr);
 
   // Makes the last picture written last `duration` (in its track's timescale): the slots
   // after it had no picture, and it holds the screen until the end of the take, as long as
@@ -90,10 +102,10 @@ class FragmentWriter {
   // Writes all of the bytes at the file's position; 0 or errno, reported.
   long WriteAll(const void* data, size_t size);
   // Copies the sample's bytes from the start of descriptor to the file's position through
-  // mCopyBuffer, for a kernel that cannot send between the two or to hash them on the way
-  // (its lines go to the sidecar before its last bytes to the movie): 0, ENODATA when the
-  // descriptor ends first (unreported), or errno, reported.
-  long CopyFrom(const Sample& sample, int descriptor);
+  // mCopyBuffer, for a kernel that cannot send between the two, to hash them on the way
+  // (its lines go to the sidecar before its last bytes to the movie) or to show them to
+  // seen: 0, ENODATA when the descriptor ends first (unreported), or errno, reported.
+  long CopyFrom(const Sample& sample, int descriptor, BytesSeen* seen);
   // Starts hashing sample into mHasher.
   void BeginHash(const Sample& sample);
   // Appends the lines of the sample hashed (when there is a sidecar).

@@ -28,6 +28,7 @@ constexpr unsigned long long kMostSkippedFrames = 60ull * 60 * 24 * 366 * 60;
 MovieRecordServer::MovieRecordServer(const ServerOptions& options) : mOptions(options) {
   mWriter.SetCacheWindow(options.cacheWindowBytes);
   mWriter.SetFrameHashes(options.frameHashes);
+  mWriter.SetMeasurement(options.measurement);
 }
 
 MovieRecordServer::~MovieRecordServer() {

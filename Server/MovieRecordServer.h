@@ -18,6 +18,7 @@ struct ServerOptions {
   unsigned writeDelayMillis = 0; // hold back every write, as a slow disk would
   uint64_t cacheWindowBytes = 0; // the most of a take kept in the page cache (0: WriteBehind's default)
   bool frameHashes = true;       // every sample hashed into the take's sidecar
+  bool measurement = true;       // every slot measured into the take's levels and events
 };
 
 // Runs on the command loop's thread; the writing happens on the WriteQueue's thread.

@@ -16,6 +16,7 @@ extern "C" {
 }
 
 #include "Movie/MovieLock.h"
+#include "Movie/MovieSidecars.h"
 #include "Finish/AvFailure.h"
 #include "Finish/MovieFinisher.h"
 #include "FrameHash/FrameHashLine.h"
@@ -212,11 +213,39 @@ long MovieWriter::Open(const MovieSettings& settings) {
     result = errno;
     KTN_LOG("unlink(%s) failed with errno %ld (%s)", FrameHashSidecarPath(mSettings.path).c_str(), result, strerror(errno));
   }
+  if (!result) OpenSignalMonitor();
   if (result) {
     Release();
     CloseMovieFile();
   }
   return result;
+}
+
+void MovieWriter::OpenSignalMonitor() {
+  if (!mMeasurement) {
+    // Figures of the take this one replaces would describe another take.
+    for (const std::string& path : {MovieSidecars::Levels(mSettings.path), MovieSidecars::Events(mSettings.path)}) {
+      if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+        KTN_LOG("unlink(%s) failed with errno %d (%s)", path.c_str(), errno, strerror(errno));
+      }
+    }
+    return;
+  }
+  SignalMonitor::Layout layout;
+  layout.pictures = mSettings.videoEnabled;
+  // The card's rows, as they arrive: the encoded types measure them before encoding.
+  layout.pixelFormat = mSettings.deviceFormat;
+  layout.width = mSettings.width;
+  layout.rowBytes = mSettings.videoEnabled ? VideoRowBytes() : 0;
+  layout.rows = mSettings.height;
+  layout.frameDuration = mSettings.frameDuration;
+  layout.timescale = mSettings.timescale;
+  layout.channels = mSettings.audioEnabled ? mSettings.channels : 0;
+  layout.bitsPerSample = mSettings.bitsPerSample;
+  layout.sampleRate = mSettings.sampleRate;
+  if (long rc = mSignal.Open(mSettings.path, layout)) {
+    KTN_LOG("The take %s is recorded without its levels and events (errno %ld)", mSettings.path.c_str(), rc);
+  }
 }
 
 long MovieWriter::AddVideoStream() {
@@ -432,8 +461,10 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   if (!mVideoStream) return EINVAL;
   if (mFirstError) return mFirstError;
   if (!mEncoder) {
+    FragmentWriter::BytesSeen* measured = mSignal.BeginPicture(frameIndex);
     long rc = mFragments.WriteFrom(PictureSample(frameIndex, static_cast<uint32_t>(segment.OpenedSize())),
-                                   segment.Descriptor());
+                                   segment.Descriptor(), measured);
+    mSignal.EndPicture(rc == 0);
     if (rc == ENODATA) return 0;  // its maker shrank the segment: the slot stays empty
     if (rc) return Record(rc);
     mLastPicture = mLastSubmitted = frameIndex;
@@ -443,6 +474,8 @@ long MovieWriter::WriteVideo(Core::SharedMemory& segment, int64_t frameIndex) {
   // The encoders read a copy of the server's own, never the segment's pages: its maker can
   // shrink it at any time, and a mapping would then fault.
   if (long rc = segment.ReadOpened(mPicture)) return rc == ENODATA ? 0 : Record(rc);
+  // Measured as the card gave it, before any scaling or encoding.
+  mSignal.MeasurePicture(frameIndex, mPicture.data(), mPicture.size());
   if (!av_frame_is_writable(mFrame)) {
     // The encoder still holds the last picture: the next goes into a buffer of its own. Not
     // av_frame_make_writable, which would first copy the old picture that is overwritten whole.
@@ -501,7 +534,8 @@ long MovieWriter::WriteAudio(Core::SharedMemory& segment, int64_t firstSample) {
   sample.frameBytes = static_cast<uint32_t>(mAudioStream->codecpar->block_align);
   sample.duration = static_cast<uint32_t>(
       av_rescale_q(sample.size / mAudioStream->codecpar->block_align, sampleTime, mAudioStream->time_base));
-  long rc = mFragments.WriteFrom(sample, segment.Descriptor());
+  long rc = mFragments.WriteFrom(sample, segment.Descriptor(), mSignal.BeginSound(firstSample));
+  mSignal.EndSound(rc == 0);
   return rc == ENODATA ? 0 : Record(rc);  // a shrunk segment's sound is left out, and the take goes on
 }
 
@@ -509,6 +543,7 @@ long MovieWriter::Finish(int64_t videoSlots) {
   if (!IsOpen()) return 0;
   if (mEncoder && !mFirstError) Encode(nullptr);
   if (!mFirstError && mVideoStream) HoldLastPicture(videoSlots);
+  mSignal.Finish(mVideoStream ? (videoSlots >= 0 ? videoSlots : mLastSubmitted + 1) : -1);
   // A failed write left a torn fragment, which Close cuts off: the complete fragments
   // before it are the take.
   Record(mFragments.Close());

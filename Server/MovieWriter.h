@@ -11,6 +11,7 @@
 #include "Server/CodecTable.h"
 #include "Server/FragmentWriter.h"
 #include "Server/FullRangeConverter.h"
+#include "Server/SignalMonitor.h"
 
 struct AVCodecContext;
 struct AVFormatContext;
@@ -58,10 +59,16 @@ class MovieWriter {
   void SetCacheWindow(uint64_t bytes) { mFragments.SetCacheWindow(bytes); }
   // Whether the movies opened from here on get their frame-hash sidecar (the default).
   void SetFrameHashes(bool on) { mFrameHashes = on; }
+  // Whether the movies opened from here on have their pictures and sound measured into their
+  // levels and events sidecars (the default; see SignalMonitor).
+  void SetMeasurement(bool on) { mMeasurement = on; }
 
   // Checks the settings (22 with the reason when impossible), makes the streams and
   // encoders, creates the file and writes the header, and beside it the sidecar of its
-  // frame hashes (MOVIE.framehash, emptied if there is one), unless they are off. The path is a plain file's, never a
+  // frame hashes (MOVIE.framehash, emptied if there is one), unless they are off, and the
+  // sidecars of its measured levels and events (MOVIE.levels, MOVIE.events), unless
+  // measurement is off; sidecars of a take this one replaces that it does not write are
+  // removed. Measurement's sidecars that cannot be made are said and done without. The path is a plain file's, never a
   // protocol or URL; what is there already must be a regular file (22 for a FIFO, a device
   // or a folder). The movie's lock (MovieLock) is taken before its first byte and held
   // until Finish has finished it: 16 (EBUSY) with a line naming the writer when another
@@ -118,6 +125,9 @@ class MovieWriter {
   // Writes every picture the encoder holds, then opens a fresh encoder in its place.
   long RestartEncoder();
   long AddAudioStream();
+  // Starts measuring the take into its levels and events sidecars, or removes those of the
+  // take it replaces (measurement off). Never fails the take.
+  void OpenSignalMonitor();
   // The sidecar's first lines: its format, then each stream's timescale and description.
   std::string SidecarHeader() const;
   // Sends a frame (null: flush) to the encoder and writes what comes out.
@@ -156,6 +166,8 @@ class MovieWriter {
   bool mMarkedSinceSubmitted = false;  // slots were marked empty since the last picture came
   long mFirstError = 0;
   bool mFrameHashes = true;
+  bool mMeasurement = true;
+  SignalMonitor mSignal;
 };
 
 }  // namespace KTN

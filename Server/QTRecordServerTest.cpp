@@ -20,12 +20,16 @@
 #include <sstream>
 #include <string>
 #include <utility>
+#include <numeric>
 #include <vector>
 
 #include "Core/SegmentLock.h"
 #include "Core/SharedMemory.h"
 #include "Finish/MovieFinisher.h"
 #include "FrameHash/FrameHashFile.h"
+#include "Movie/MovieSidecars.h"
+#include "Signal/TakeSignal.h"
+#include "Util/Printer.h"
 #include "IPC/Pipe.h"
 #include "IPC/QTRecordClient.h"
 #include "IPC/RecorderCommands.h"
@@ -1035,6 +1039,50 @@ TEST(QTRecordServerTest, StampingGivesAFinishedTakeItsFieldOrderAndTimecode) {
 }
 
 
+// Every slot written is measured into the take's levels, and its empty slots (a gap
+// between pictures, and slots after the last) are found as dropped; for uncompressed and
+// encoded pictures alike. A take recorded without measurement removes the figures of the
+// take it replaces.
+TEST(QTRecordServerTest, EverySlotIsMeasuredIntoTheTakesSidecars) {
+  for (const Take& take : {kTakes[1], kTakes[5]}) {  // v210 at 29.97, and DV PAL (encoded)
+    SCOPED_TRACE(Util::Printer::Fcc(static_cast<int>(take.codecType)));
+    ScratchFolder folder;
+    const std::string path = folder.File("take.mov");
+    const int samples = static_cast<int>(48000 * take.duration / take.timescale);
+    MovieWriter writer;
+    ASSERT_EQ(0, writer.Open(WriterSettings(take, path, true)));
+    for (int frame = 0; frame < 10; ++frame) {
+      if (frame != 4 && frame != 5) {
+        ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, frame), true, frame));
+      }
+      ASSERT_EQ(0, WriteThroughSegment(writer, AudioPayload(take, frame, samples), false, frame * samples));
+    }
+    ASSERT_EQ(0, writer.Finish(12));
+    TakeSignal signal(path);
+    ASSERT_EQ(0, signal.Update());
+    EXPECT_EQ(take.timescale / std::gcd(take.timescale, take.duration), signal.RateNumerator());
+    EXPECT_EQ(take.channels, signal.Channels());
+    std::vector<int64_t> pictures;
+    for (const PictureLevels& picture : signal.Pictures()) pictures.push_back(picture.slot);
+    EXPECT_EQ((std::vector<int64_t>{0, 1, 2, 3, 6, 7, 8, 9}), pictures);
+    ASSERT_GE(signal.Sounds().size(), 9u);
+    for (size_t i = 0; i < signal.Sounds().size(); ++i) {
+      EXPECT_EQ(static_cast<int64_t>(i), signal.Sounds()[i].slot);
+      EXPECT_EQ(static_cast<size_t>(take.channels), signal.Sounds()[i].peakDb.size());
+    }
+    std::string events;
+    for (const SignalEvent& event : signal.EventsBySlot()) events += event.Line();
+    EXPECT_EQ("{\"kind\":\"dropped\",\"slot\":4,\"frames\":2}\n{\"kind\":\"dropped\",\"slot\":10,\"frames\":2}\n", events);
+
+    writer.SetMeasurement(false);
+    ASSERT_EQ(0, writer.Open(WriterSettings(take, path, true)));
+    ASSERT_EQ(0, WriteThroughSegment(writer, FramePayload(take, 0), true, 0));
+    ASSERT_EQ(0, writer.Finish());
+    EXPECT_FALSE(fs::exists(MovieSidecars::Levels(path)));
+    EXPECT_FALSE(fs::exists(MovieSidecars::Events(path)));
+  }
+}
+
 // Finishing indexes the take where it lies: the movie keeps its file (nothing is copied
 // beside it) and every picture and sample of sound reads back byte for byte. A finish cut
 // off while it hides the fragment headers still plays, and finishing again completes it to
@@ -1064,8 +1112,8 @@ TEST(QTRecordServerTest, FinishingIndexesInPlaceAndCompletesAfterACut) {
   ASSERT_EQ(0, stat(path.c_str(), &finished));
   EXPECT_EQ(recording.st_ino, finished.st_ino) << "the same file, indexed where it lies";
   EXPECT_FALSE(MovieFinisher::IsFragmented(path));
-  EXPECT_EQ(3, std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator()))
-      << "the take, its frame hashes and the copy made here: no copy beside it";
+  EXPECT_EQ(5, std::distance(fs::directory_iterator(folder.Path()), fs::directory_iterator()))
+      << "the take, its frame hashes, levels and events, and the copy made here: no copy beside it";
   ProbedMovie movie = ProbeMovie(path, true);
   ASSERT_TRUE(movie.opened);
   EXPECT_EQ(kFrames, movie.video.packets);
@@ -1350,7 +1398,8 @@ TEST(QTRecordServerTest, FullDiskAnswers28AndKeepsWhatWasWritten) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(disk.Path())) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
-  EXPECT_EQ((std::vector<std::string>{"full.mov", "full.mov.framehash"}), names) << "the take and its frame hashes";
+  EXPECT_EQ((std::vector<std::string>{"full.mov", "full.mov.events", "full.mov.framehash", "full.mov.levels"}), names)
+      << "the take and its sidecars";
   FrameHashFile hashes;
   ASSERT_EQ(0, hashes.Read(disk.File("full.mov.framehash")));
   EXPECT_EQ(static_cast<size_t>(movie.video.packets), hashes.Stream(0).size()) << "a line for every whole picture, no more";

@@ -24,8 +24,10 @@ bool ParseOptions(int argc, char** argv, KTN::ServerOptions& options) {
       options.cacheWindowBytes = strtoull(argv[++i], nullptr, 10);
     } else if (strcmp(argv[i], "--no-frame-hash") == 0) {
       options.frameHashes = false;
+    } else if (strcmp(argv[i], "--no-measure") == 0) {
+      options.measurement = false;
     } else {
-      KTN_LOG("Unknown option %s (known: --backlog-bytes N, --write-delay-ms N, --cache-window-bytes N, --no-frame-hash)",
+      KTN_LOG("Unknown option %s (known: --backlog-bytes N, --write-delay-ms N, --cache-window-bytes N, --no-frame-hash, --no-measure)",
               argv[i]);
       return false;
     }

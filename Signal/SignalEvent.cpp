@@ -1,10 +1,9 @@
 // A signal event's line in the events sidecar, written and read, and said in words.
 #include "Signal/SignalEvent.h"
 
-#include <errno.h>
 #include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
+
+#include "Signal/FlatObject.h"
 
 namespace KTN {
 namespace {
@@ -30,96 +29,6 @@ const KindEntry& EntryOf(SignalEvent::Kind kind) {
   }
   return kKinds[0];
 }
-
-// The flat JSON object of one line: string and whole-number members only, which is all an
-// event holds. Unknown members are passed over, so a later writer may add some.
-class FlatObject {
- public:
-  explicit FlatObject(const std::string& line) : mText(line) {}
-
-  // Reads the whole object; false for anything else.
-  bool Read() {
-    Skip();
-    if (!Take('{')) return false;
-    Skip();
-    if (Take('}')) return AtEnd();
-    for (;;) {
-      std::string key;
-      if (!ReadString(&key)) return false;
-      Skip();
-      if (!Take(':')) return false;
-      Skip();
-      if (Peek() == '"') {
-        std::string value;
-        if (!ReadString(&value)) return false;
-        if (key == "kind") mKind = value;
-        if (key == "before") mBefore = value;
-        if (key == "after") mAfter = value;
-      } else {
-        long long number = 0;
-        if (!ReadNumber(&number)) return false;
-        if (key == "slot") mSlot = number, mHasSlot = true;
-        if (key == "frames") mFrames = number, mHasFrames = true;
-        if (key == "channel") mChannel = number;
-      }
-      Skip();
-      if (Take('}')) return AtEnd();
-      if (!Take(',')) return false;
-      Skip();
-    }
-  }
-
-  std::string mKind, mBefore, mAfter;
-  long long mSlot = 0, mFrames = 0, mChannel = 0;
-  bool mHasSlot = false, mHasFrames = false;
-
- private:
-  char Peek() const { return mAt < mText.size() ? mText[mAt] : '\0'; }
-  bool Take(char c) {
-    if (Peek() != c) return false;
-    ++mAt;
-    return true;
-  }
-  void Skip() {
-    while (mAt < mText.size() && (mText[mAt] == ' ' || mText[mAt] == '\t')) ++mAt;
-  }
-  bool AtEnd() {
-    Skip();
-    if (Peek() == '\r') ++mAt;
-    if (Peek() == '\n') ++mAt;
-    return mAt == mText.size();
-  }
-  bool ReadString(std::string* out) {
-    if (!Take('"')) return false;
-    while (mAt < mText.size()) {
-      char c = mText[mAt++];
-      if (c == '"') return true;
-      if (c == '\\') {
-        if (mAt >= mText.size()) return false;
-        c = mText[mAt++];
-        if (c != '"' && c != '\\' && c != '/') return false;
-      }
-      if (static_cast<unsigned char>(c) < 0x20) return false;
-      out->push_back(c);
-    }
-    return false;
-  }
-  bool ReadNumber(long long* out) {
-    const char* start = mText.c_str() + mAt;
-    if (*start != '-' && (*start < '0' || *start > '9')) return false;
-    char* end = nullptr;
-    errno = 0;
-    long long value = strtoll(start, &end, 10);
-    if (errno || end == start) return false;
-    if (*end == '.' || *end == 'e' || *end == 'E') return false;
-    mAt += static_cast<size_t>(end - start);
-    *out = value;
-    return true;
-  }
-
-  const std::string& mText;
-  size_t mAt = 0;
-};
 
 // A timecode as the sidecar may hold it: digits and separators only, so it is written back
 // without escaping.
@@ -160,22 +69,25 @@ std::string SignalEvent::Line() const {
 
 bool SignalEvent::Parse(const std::string& line, SignalEvent* event) {
   // A last line cut off mid-write is no whole object, and is refused as such.
-  FlatObject object(line);
-  if (!object.Read() || !object.mHasSlot || !object.mHasFrames) return false;
+  FlatObject object;
+  if (!object.Read(line) || !object.numbers.count("slot") || !object.numbers.count("frames")) return false;
   SignalEvent read;
-  if (!KindNamed(object.mKind, &read.kind)) return false;
+  if (!KindNamed(object.String("kind"), &read.kind)) return false;
+  const long long slot = object.numbers["slot"], frames = object.numbers["frames"];
+  const long long channel = object.numbers.count("channel") ? object.numbers["channel"] : 0;
   constexpr long long kMostSlots = 1LL << 40;
-  if (object.mSlot < 0 || object.mSlot > kMostSlots || object.mFrames < 0 || object.mFrames > kMostSlots) return false;
-  if (object.mChannel < 0 || object.mChannel > 64) return false;
+  if (slot < 0 || slot > kMostSlots || frames < 0 || frames > kMostSlots) return false;
+  if (channel < 0 || channel > 64) return false;
   const bool sound = read.kind == Kind::kSilence || read.kind == Kind::kClipping;
-  if (sound != (object.mChannel > 0)) return false;
-  read.slot = object.mSlot;
-  read.frames = object.mFrames;
-  read.channel = static_cast<int>(object.mChannel);
+  if (sound != (channel > 0)) return false;
+  read.slot = slot;
+  read.frames = frames;
+  read.channel = static_cast<int>(channel);
   if (read.kind == Kind::kTimecodeBreak) {
-    if (!IsTimecodeText(object.mBefore) || !IsTimecodeText(object.mAfter)) return false;
-    read.before = object.mBefore;
-    read.after = object.mAfter;
+    const std::string before = object.String("before"), after = object.String("after");
+    if (!IsTimecodeText(before) || !IsTimecodeText(after)) return false;
+    read.before = before;
+    read.after = after;
   }
   *event = read;
   return true;

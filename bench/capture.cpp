@@ -26,6 +26,7 @@
 
 #include "Core/SharedMemory.h"
 #include "FrameHash/FrameHashLine.h"
+#include "Movie/MovieSidecars.h"
 #include "Host/PluginHost.h"
 #include "Host/PluginSession.h"
 #include "Testing/MovieProbe.h"
@@ -107,11 +108,11 @@ bool ReadFigures(const std::string& path, CaseFigures& figures) {
   return static_cast<bool>(file >> figures.multiple >> figures.serverMillis >> figures.rate);
 }
 
-// A copy of the plug-in bundle (in folder) whose server runs the real one without frame
-// hashes: the same plug-in and resources, only the hashing and the sidecar left out.
-std::string BundleWithoutFrameHashes(const std::string& folder) {
+// A copy of the plug-in bundle (in folder, named name) whose server runs the real one with
+// options: the same plug-in and resources, only what the options leave out.
+std::string BundleWithServerOptions(const std::string& folder, const std::string& name, const std::string& options) {
   namespace fs = std::filesystem;
-  const std::string bundle = folder + "/NoFrameHash.bundle";
+  const std::string bundle = folder + "/" + name + ".bundle";
   const std::string real = KESTRIN_BUNDLE;
   fs::remove_all(bundle);
   fs::create_directories(bundle + "/Contents/Resources");
@@ -121,7 +122,7 @@ std::string BundleWithoutFrameHashes(const std::string& folder) {
     fs::copy(entry.path(), bundle + "/Contents/Resources/" + entry.path().filename().string(), fs::copy_options::recursive);
   }
   const std::string server = bundle + "/Contents/Resources/QTRecordServer";
-  std::ofstream(server) << "#!/bin/sh\nexec '" << real << "/Contents/Resources/QTRecordServer' --no-frame-hash \"$@\"\n";
+  std::ofstream(server) << "#!/bin/sh\nexec '" << real << "/Contents/Resources/QTRecordServer' " << options << " \"$@\"\n";
   fs::permissions(server, fs::perms::owner_all);
   return bundle;
 }
@@ -185,7 +186,7 @@ int RunCase(size_t format, const std::string& folder, const std::string& bundle,
   getrusage(RUSAGE_CHILDREN, &children);
   std::string counted = Ffprobe(request.moviePath, "-count_packets -select_streams v:0 -show_entries stream=nb_read_packets");
   std::filesystem::remove(request.moviePath);
-  std::filesystem::remove(FrameHashSidecarPath(request.moviePath));
+  for (const std::string& sidecar : MovieSidecars::All(request.moviePath)) std::filesystem::remove(sidecar);
   const double pictures = atof(counted.c_str());
   const double multiple = seconds > 0 ? pictures / seconds / rate : 0;
   const bool uncompressed = format <= 2;
@@ -228,16 +229,21 @@ bool RunCaseProcess(const char* program, size_t format, const std::string& bundl
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// What hashing every packet costs a format: its real-time factor against the one without,
-// and the server's CPU per picture as a share of one core at the stream's rate.
-void PrintHashingCost(const CaseFigures& on, const CaseFigures& off) {
-  const double ratio = off.multiple > 0 ? on.multiple / off.multiple : 0;
-  const double extraMillis = on.serverMillis - off.serverMillis;
-  const double ofACore = extraMillis * on.rate / 10;  // ms per picture x pictures a second, in % of 1000 ms
-  printf("  hashing: %.2fx the real-time factor without it (target >= 0.90%s), server %+.2f ms/picture = %.1f%% of a core "
-         "at %.2f fps (target <= 5%%%s); %.2f ms/picture on, %.2f off\n",
-         ratio, ratio >= 0.90 ? "" : " MISSED", extraMillis, ofACore, on.rate, ofACore <= 5 ? "" : " MISSED",
-         on.serverMillis, off.serverMillis);
+// What the server's work on every sample costs a format: its real-time factor with hashing
+// and measurement against the one with neither, and the server's CPU per picture that each
+// adds, as a share of one core at the stream's rate (target: its percent, 0 for none).
+void PrintServerCost(const CaseFigures& both, const CaseFigures& hashOnly, const CaseFigures& neither,
+                     double measureTarget) {
+  const double ratio = neither.multiple > 0 ? both.multiple / neither.multiple : 0;
+  auto share = [&](double millis) { return millis * both.rate / 10; };  // ms x pictures a second, in % of 1000 ms
+  const double hashing = hashOnly.serverMillis - neither.serverMillis;
+  const double measuring = both.serverMillis - hashOnly.serverMillis;
+  printf("  hashing and measurement: %.2fx the real-time factor without either (target >= 0.90%s); server at %.2f fps: "
+         "hashing %+.2f ms/picture = %.1f%% of a core, measurement %+.2f ms/picture = %.1f%% of a core",
+         ratio, ratio >= 0.90 ? "" : " MISSED", both.rate, hashing, share(hashing), measuring, share(measuring));
+  if (measureTarget > 0) printf(" (target <= %.0f%%%s)", measureTarget, share(measuring) <= measureTarget ? "" : " MISSED");
+  printf("; %.2f ms/picture with both, %.2f hashing only, %.2f neither\n", both.serverMillis, hashOnly.serverMillis,
+         neither.serverMillis);
   fflush(stdout);
 }
 
@@ -255,7 +261,8 @@ int main(int argc, char** argv) {
          "the floor is a fresh segment of one frame created, filled and removed (median of 40)\n",
          folder.c_str());
   fflush(stdout);  // before the cases' own lines
-  const std::string withoutHashes = BundleWithoutFrameHashes(folder);
+  const std::string hashOnly = BundleWithServerOptions(folder, "HashOnly", "--no-measure");
+  const std::string neither = BundleWithServerOptions(folder, "Neither", "--no-frame-hash --no-measure");
   int failures = 0;
   for (size_t format = 0; format < 12; ++format) {  // ProRes (12, 13) is allowed by no standard
     if (argc == 2 && static_cast<size_t>(atoi(argv[1])) != format) continue;
@@ -264,15 +271,21 @@ int main(int argc, char** argv) {
       failures += !RunCaseProcess(argv[0], format, KESTRIN_BUNDLE, "", "");
       continue;
     }
-    // Twice, the same run: what the frame hashes cost the server, against the same take without.
-    const std::string onPath = folder + "/figures-on", offPath = folder + "/figures-off";
-    std::filesystem::remove(onPath);
-    std::filesystem::remove(offPath);
-    const bool on = RunCaseProcess(argv[0], format, KESTRIN_BUNDLE, "on", onPath);
-    const bool off = RunCaseProcess(argv[0], format, withoutHashes, "off", offPath);
-    failures += !on + !off;
-    CaseFigures hashed, unhashed;
-    if (on && off && ReadFigures(onPath, hashed) && ReadFigures(offPath, unhashed)) PrintHashingCost(hashed, unhashed);
+    // Three times, the same run: with the frame hashes and the measurement (as recorded), with
+    // hashes only, and with neither, in one run so that the machine is the same.
+    const std::string bothPath = folder + "/figures-both", hashPath = folder + "/figures-hash",
+                      neitherPath = folder + "/figures-neither";
+    for (const std::string& path : {bothPath, hashPath, neitherPath}) std::filesystem::remove(path);
+    const bool ranBoth = RunCaseProcess(argv[0], format, KESTRIN_BUNDLE, "+measure", bothPath);
+    const bool ranHash = RunCaseProcess(argv[0], format, hashOnly, "only", hashPath);
+    const bool ranNeither = RunCaseProcess(argv[0], format, neither, "off", neitherPath);
+    failures += !ranBoth + !ranHash + !ranNeither;
+    CaseFigures both, hashed, none;
+    if (ranBoth && ranHash && ranNeither && ReadFigures(bothPath, both) && ReadFigures(hashPath, hashed) &&
+        ReadFigures(neitherPath, none)) {
+      // The measurement's target is set at 1080p60 10-bit, the heaviest 'v210' stream.
+      PrintServerCost(both, hashed, none, gSupportedPixelFormats[format].codecType == Util::FourCC("v210") ? 10 : 0);
+    }
   }
   std::filesystem::remove_all(folder);
   return failures ? 1 : 0;

@@ -29,6 +29,7 @@
 #include "FrameHash/FrameHashFile.h"
 #include "FrameHash/FrameHashLine.h"
 #include "Movie/MovieSummary.h"
+#include "Signal/TakeSignal.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Testing/MovieProbe.h"
 #include "Util/ScratchFolder.h"
@@ -302,6 +303,24 @@ TEST_F(SidecarTest, TakeWithDroppedFramesHasTheLengthenedPicturesInItsSidecar) {
     lengthened = lengthened || Parsed(line).duration > static_cast<int64_t>(summary.frameDuration);
   }
   EXPECT_TRUE(lengthened) << "no picture lasts over an empty slot";
+
+  // The take's events name exactly those empty slots as dropped, and nothing else.
+  const int64_t slot = static_cast<int64_t>(summary.frameDuration);
+  std::string expected;
+  for (const std::string& line : check.ffmpeg.at(0)) {
+    const FrameHashLine picture = Parsed(line);
+    if (picture.duration <= slot) continue;
+    SignalEvent dropped;
+    dropped.kind = SignalEvent::Kind::kDropped;
+    dropped.slot = picture.pts / slot + 1;
+    dropped.frames = picture.duration / slot - 1;
+    expected += dropped.Line();
+  }
+  TakeSignal signal(movie);
+  ASSERT_EQ(0, signal.Update());
+  std::string found;
+  for (const SignalEvent& event : signal.EventsBySlot()) found += event.Line();
+  EXPECT_EQ(expected, found);
 }
 
 // ---- A frame limit above 30 frames a second (frame pairs) ----

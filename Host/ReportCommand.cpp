@@ -1,0 +1,63 @@
+// Says a take's report on standard output and draws it into a PNG.
+#include "Host/ReportCommand.h"
+
+#include <stdio.h>
+
+#include "Host/MoviePath.h"
+#include "Host/ReportPicture.h"
+#include "Host/TakeReport.h"
+#include "Movie/MovieSidecars.h"
+
+namespace KTN {
+
+namespace {
+
+constexpr char kReportUsage[] = "kestrin-capture report MOVIE [-o PNG]";
+
+int NotMade(const std::string& line) {
+  fprintf(stderr, "kestrin-capture: %s\n", line.c_str());
+  return kReportNotMade;
+}
+
+int BadOption(const std::string& line) {
+  fprintf(stderr, "kestrin-capture: %s (%s)\n", line.c_str(), kReportUsage);
+  return 2;
+}
+
+}  // namespace
+
+int RunReport(int argc, char** argv) {
+  std::string movie, picture;
+  for (int i = 0; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (argument == "-o" || argument == "--output") {
+      if (i + 1 >= argc || !*argv[i + 1]) return BadOption("report: -o needs a PNG path");
+      picture = argv[++i];
+    } else if (!argument.empty() && argument[0] == '-' && argument != "-") {
+      return BadOption("report: unknown option " + argument);
+    } else if (movie.empty()) {
+      movie = argument;
+    } else {
+      return BadOption("report needs exactly one MOVIE");
+    }
+  }
+  if (movie.empty()) return BadOption("report needs a MOVIE");
+  std::string problem;
+  if (!MoviePath::MakeAbsolute(movie, &problem)) return NotMade("cannot report on " + movie + ": " + problem);
+  TakeReport report;
+  if (report.Read(movie, &problem)) return NotMade(problem);
+  fputs(report.Text().c_str(), stdout);
+  fflush(stdout);
+  if (!picture.empty() && ReportPicture::Write(report, picture, &problem)) return NotMade(problem);
+  return 0;
+}
+
+std::string WriteReportBeside(const std::string& moviePath, std::string* problem) {
+  TakeReport report;
+  if (report.Read(moviePath, problem)) return std::string();
+  const std::string path = MovieSidecars::Report(moviePath);
+  if (ReportPicture::Write(report, path, problem)) return std::string();
+  return path;
+}
+
+}  // namespace KTN
