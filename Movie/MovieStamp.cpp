@@ -137,6 +137,14 @@ long MovieStamp::Apply(const std::string& path) const {
       !timecode.Set(frameDuration, timescale, startTimecode.size() > 8 && startTimecode[8] == ';', startTimecode)) {
     return Refused(path, "its timecode cannot be counted at its rate");
   }
+  if (stampTimecode) {
+    for (const TimecodeRun& run : timecodeBreaks) {
+      if (!timecode.AddRun(run.slot, run.text)) {
+        KTN_LOG("The timecode break at slot %lld (%s) of %s is left out: it cannot be counted there",
+                static_cast<long long>(run.slot), run.text.c_str(), path.c_str());
+      }
+    }
+  }
   MovieFile file(path);
   if (long rc = file.Open()) return rc;
   TopLevelBoxes top;
@@ -173,15 +181,16 @@ long MovieStamp::Apply(const std::string& path) const {
   const uint64_t nextTrackAt = header.durationAt + (header.wide ? 8 : 4) + kMvhdAfterDurationToNextTrack;
   if (nextTrackAt + 4 > mvhd->size) return Refused(path, "its movie header cannot be read");
 
-  // The timecode's sample goes in an mdat of its own after the movie's last box, the new
+  // The timecode's samples go in an mdat of their own after the movie's last box, the new
   // index after it.
   const uint64_t sampleBox = file.Size();
   const uint32_t timecodeId = stampTimecode ? highestId + 1 : 0;
   BoxWriter out;
   if (stampTimecode) {
-    out.Put32(12);
+    timecode.EndAt(movieDuration, movieTimescale);
+    out.Put32(static_cast<uint32_t>(8 + 4 * timecode.Samples()));
     out.Put32(BoxTypes::kMdat);
-    out.Put32(timecode.FirstFrame());
+    timecode.WriteSamples(out);
   }
   size_t moovStart = out.Begin(BoxTypes::kMoov);
   for (const Box& child : children) {

@@ -1,8 +1,16 @@
 // A movie's timecode track.
 #include "Movie/TimecodeTrack.h"
 
+#include <errno.h>
+
 #include "Movie/BoxFlags.h"
+#include "Movie/BoxReader.h"
 #include "Movie/EditList.h"
+#include "Movie/MovieFile.h"
+#include "Movie/MovieTracks.h"
+#include "Movie/SampleTable.h"
+#include "Movie/TopLevelBoxes.h"
+#include "Util/Log.h"
 
 namespace KTN {
 
@@ -33,19 +41,54 @@ bool TimecodeTrack::CountableRate(uint32_t frameDuration, uint32_t timescale) {
 }
 
 bool TimecodeTrack::Set(uint32_t frameDuration, uint32_t timescale, bool dropFrame, const std::string& text) {
+  mRuns.clear();
+  mFormat = Util::tcfUnknown;
   if (!CountableRate(frameDuration, timescale)) return false;
-  if (text.size() != 11 || text[2] != ':' || text[5] != ':' || (text[8] != ':' && text[8] != ';')) return false;
-  for (size_t i : {0, 1, 3, 4, 6, 7, 9, 10}) {
-    if (text[i] < '0' || text[i] > '9') return false;
-  }
   const Util::TimeCodeFormat format = Util::tcfFromDuration(frameDuration, timescale, dropFrame, -1);
   mDropFrame = Util::tcfIsDrop(format);
   Util::tcfToDuration(format, mFrameDuration, mTimescale);
   mFramesPerSecond = static_cast<uint32_t>(Util::tcfToTps(format));
-  Util::CTimeCode start = Util::CTimeCode::FromStr(format, text);
-  if (start.frames >= mFramesPerSecond || start.seconds > 59 || start.minutes > 59 || start.hours > 23) return false;
-  mFirstFrame = static_cast<uint32_t>(start.ToFrame(format));
+  mFormat = format;
+  uint32_t first = 0;
+  if (!FrameOf(text, first)) {
+    mFormat = Util::tcfUnknown;
+    return false;
+  }
+  mRuns.push_back(Run{0, first});
   return true;
+}
+
+bool TimecodeTrack::FrameOf(const std::string& text, uint32_t& frame) const {
+  if (mFormat == Util::tcfUnknown) return false;
+  if (text.size() != 11 || text[2] != ':' || text[5] != ':' || (text[8] != ':' && text[8] != ';')) return false;
+  for (size_t i : {0, 1, 3, 4, 6, 7, 9, 10}) {
+    if (text[i] < '0' || text[i] > '9') return false;
+  }
+  Util::CTimeCode tc = Util::CTimeCode::FromStr(mFormat, text);
+  if (tc.frames >= mFramesPerSecond || tc.seconds > 59 || tc.minutes > 59 || tc.hours > 23) return false;
+  frame = static_cast<uint32_t>(tc.ToFrame(mFormat));
+  return true;
+}
+
+bool TimecodeTrack::AddRun(int64_t slot, const std::string& text) {
+  uint32_t frame = 0;
+  if (mRuns.empty() || slot <= mRuns.back().slot || !FrameOf(text, frame)) return false;
+  mRuns.push_back(Run{slot, frame});
+  return true;
+}
+
+void TimecodeTrack::EndAt(uint64_t movieDuration, uint32_t movieTimescale) {
+  // The movie's length in whole slots: its header's duration may be rounded to its own
+  // timescale's units.
+  const uint64_t mediaDuration = movieTimescale ? movieDuration * mTimescale / movieTimescale : 0;
+  const uint64_t slots = mFrameDuration ? (mediaDuration + mFrameDuration / 2) / mFrameDuration : 0;
+  while (mRuns.size() > 1 && static_cast<uint64_t>(mRuns.back().slot) >= slots) {
+    mRuns.pop_back();
+  }
+}
+
+void TimecodeTrack::WriteSamples(BoxWriter& out) const {
+  for (const Run& run : mRuns) out.Put32(run.frame);
 }
 
 void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDuration, uint32_t movieTimescale,
@@ -138,15 +181,23 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.Put8(0);
   out.End(entry);
   out.End(stsd);
+  // Each run lasts until the next begins, the last to the movie's end.
+  const uint32_t samples = static_cast<uint32_t>(mRuns.size());
   size_t stts = out.Begin(BoxTypes::kStts);
-  out.Put32(0), out.Put32(1), out.Put32(1);
-  out.Put32(static_cast<uint32_t>(mediaDuration > UINT32_MAX ? UINT32_MAX : mediaDuration));
+  out.Put32(0), out.Put32(samples);
+  for (size_t i = 0; i < mRuns.size(); ++i) {
+    const uint64_t begin = static_cast<uint64_t>(mRuns[i].slot) * mFrameDuration;
+    const uint64_t end = i + 1 < mRuns.size() ? static_cast<uint64_t>(mRuns[i + 1].slot) * mFrameDuration : mediaDuration;
+    const uint64_t length = end > begin ? end - begin : 0;
+    out.Put32(1);
+    out.Put32(static_cast<uint32_t>(length > UINT32_MAX ? UINT32_MAX : length));
+  }
   out.End(stts);
   size_t stsc = out.Begin(BoxTypes::kStsc);
-  out.Put32(0), out.Put32(1), out.Put32(1), out.Put32(1), out.Put32(1);
+  out.Put32(0), out.Put32(1), out.Put32(1), out.Put32(samples), out.Put32(1);
   out.End(stsc);
   size_t stsz = out.Begin(BoxTypes::kStsz);
-  out.Put32(0), out.Put32(4), out.Put32(1);
+  out.Put32(0), out.Put32(4), out.Put32(samples);
   out.End(stsz);
   size_t places = out.Begin(sampleOffset > UINT32_MAX ? BoxTypes::kCo64 : BoxTypes::kStco);
   out.Put32(0), out.Put32(1);
@@ -160,6 +211,78 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.End(minf);
   out.End(mdia);
   out.End(trak);
+}
+
+long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& runs) {
+  runs.clear();
+  auto refused = [&path](const char* why) {
+    KTN_LOG("The timecode of %s cannot be read: %s", path.c_str(), why);
+    return static_cast<long>(EOPNOTSUPP);
+  };
+  MovieFile file(path);
+  if (long rc = file.Open(false)) return rc;
+  TopLevelBoxes top;
+  if (long rc = top.Read(file)) return rc;
+  if (top.cut || top.Unfinished() || top.Count(BoxTypes::kMoov) != 1) return refused("it is not a finished movie");
+  const Box* moovBox = nullptr;
+  for (const Box& box : top.boxes) {
+    if (box.type == BoxTypes::kMoov) moovBox = &box;
+  }
+  std::vector<uint8_t> moov;
+  if (long rc = file.Read(moovBox->offset, moovBox->size, moov)) return rc;
+  Box whole;
+  whole.size = moov.size();
+  whole.header = moovBox->header;
+  MovieTracks tracks;
+  if (!tracks.Read(moov, whole)) return refused("its index cannot be read");
+  const TrackDescription* track = nullptr;
+  for (const TrackDescription& each : tracks.tracks) {
+    if (each.complete && each.handler == Handlers::kTimecode) {
+      track = &each;
+      break;
+    }
+  }
+  if (!track) return 0;
+  // The description says how the samples count: drop frame, timescale, frame duration.
+  std::vector<Box> entries;
+  const Box& stsd = track->stsd;
+  if (stsd.size < stsd.header + kDescriptionsHeader ||
+      !BoxReader::ChildBoxes(moov.data(), stsd.offset + stsd.header + kDescriptionsHeader, stsd.offset + stsd.size,
+                             entries) ||
+      entries.empty() || entries[0].type != BoxTypes::kTmcd) {
+    return refused("its timecode track has no timecode description");
+  }
+  BoxReader entry(moov, entries[0]);
+  entry.Seek(12);  // reserved, data reference index, reserved
+  const uint32_t flags = entry.U32();
+  const uint32_t timescale = entry.U32();
+  const uint32_t frameDuration = entry.U32();
+  TimecodeTrack counting;
+  if (!entry.ok || !CountableRate(frameDuration, timescale)) return refused("its timecode's rate cannot be counted");
+  counting.mFormat = Util::tcfFromDuration(frameDuration, timescale, (flags & TimecodeFlags::kDropFrame) != 0, -1);
+  if (counting.mFormat == Util::tcfUnknown) return refused("its timecode's rate cannot be counted");
+  // The track's samples are counted in its media's timescale, which may differ from the description's.
+  const uint64_t slotLength = track->timescale ? static_cast<uint64_t>(frameDuration) * track->timescale / timescale : 0;
+  SampleTable table;
+  if (!slotLength || !table.Read(moov, *track)) return refused("its timecode track's samples cannot be read");
+  long failed = 0;
+  table.Walk([&](const TableSample& sample) {
+    std::vector<uint8_t> bytes;
+    if (sample.size != 4) {
+      failed = refused("a timecode sample is not 4 bytes");
+      return false;
+    }
+    if ((failed = file.Read(sample.offset, 4, bytes))) return false;
+    BoxReader fields(bytes.data(), bytes.size());
+    const uint32_t frame = fields.U32();
+    TimecodeRun run;
+    run.slot = static_cast<int64_t>(sample.decodeTime / slotLength);
+    run.text = Util::CTimeCode::FromFrame(counting.mFormat, static_cast<int>(frame), counting.mFormat).ToString(false);
+    runs.push_back(run);
+    return true;
+  });
+  if (failed) runs.clear();
+  return failed;
 }
 
 }  // namespace KTN

@@ -17,6 +17,7 @@
 #include "HostAPI/HostInterface.h"
 #include "Movie/MovieStamp.h"
 #include "Record/HandOverSegment.h"
+#include "Record/TakeTimecodeRuns.h"
 #include "Settings/CaptureSettings.h"
 #include "Util/TimeCode.h"
 
@@ -133,6 +134,13 @@ struct CapPriv {
   // stamped), and the field order of the card's mode for it.
   std::string takePath;
   MovieStamp::Fields takeFields = MovieStamp::Fields::kKeep;
+  // Host thread only: the take's frame slots handed over so far (pictures and slots given
+  // up alike), which is the movie slot of the next picture; the runs of the timecode its
+  // pictures carry, read as each is handed over; and whether the log has said this take
+  // that a picture's timecode could not be read there.
+  int64_t takeSlots = 0;
+  TakeTimecodeRuns takeTimecodes;
+  bool handOverTimecodeFailureReported = false;
   bool soundGiveUpReported = false;            // the log has said so for this recording
   // How long a service call hands over before it reports (at least one round); tests
   // shorten it to see one round a call.

@@ -48,7 +48,16 @@ VeldranResult FakeVideoInputFrame::GetStreamTime(int64_t* time, int64_t* duratio
   return kVeldranOK;
 }
 
+std::vector<std::thread::id> FakeVideoInputFrame::TimecodeReaders() {
+  std::lock_guard<std::mutex> lock(mReadersLock);
+  return mReaders;
+}
+
 VeldranResult FakeVideoInputFrame::GetTimecode(uint32_t format, IVeldranTimecode** timecode) {
+  {
+    std::lock_guard<std::mutex> lock(mReadersLock);
+    mReaders.push_back(std::this_thread::get_id());
+  }
   *timecode = nullptr;
   if (mTimecodeFailure) return mTimecodeFailure;
   if (!mHasTimecode || format != ktnTimecodeRP188) return kVeldranNotFound;

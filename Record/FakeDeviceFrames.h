@@ -3,7 +3,9 @@
 
 #include <stdint.h>
 
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "DeviceAPI/VeldranObject.h"
@@ -42,6 +44,8 @@ class FakeVideoInputFrame : public VeldranObject<IVeldranVideoInputFrame> {
   void SetTimecodeText(const std::string& text) { mTimecodeText = text; }
   // GetTimecode answers failure for every kind, as a card that cannot read the timecode.
   void SetTimecodeFailure(VeldranResult failure) { mTimecodeFailure = failure; }
+  // The threads that asked for its timecode, one entry a call, in order (any thread).
+  std::vector<std::thread::id> TimecodeReaders();
 
   int32_t GetWidth() override { return mWidth; }
   int32_t GetHeight() override { return mHeight; }
@@ -61,6 +65,8 @@ class FakeVideoInputFrame : public VeldranObject<IVeldranVideoInputFrame> {
   int64_t mDuration = 0;
   std::string mTimecodeText;
   VeldranResult mTimecodeFailure = kVeldranOK;
+  std::mutex mReadersLock;
+  std::vector<std::thread::id> mReaders;  // guarded by mReadersLock
 };
 
 // Interleaved 32-bit samples (as the card delivers 24-bit sound), each sample's bytes

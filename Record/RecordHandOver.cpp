@@ -103,6 +103,7 @@ struct Medium {
   bool (*usable)(CapPriv* instance);                  // whether items can go now; null: always
   unsigned long (*size)(CapPriv* instance, Item* item);  // the segment's bytes
   Pack (*pack)(CapPriv* instance);                    // how the bytes are packed; null: copied
+  void (*handed)(CapPriv* instance, Item* item);      // told of each item as it goes; null: nothing
 };
 
 // A picture's bytes as the card delivered them, rows and all.
@@ -120,10 +121,18 @@ Pack SoundPacking(CapPriv* instance) {
   return instance->settings.audioSampleType == 24 ? PackTo24Bits : nullptr;
 }
 
+// A picture goes to the movie's next slot: its timecode is read here, on the host's thread,
+// and kept in the take's runs (a break is appended to the events sidecar at once).
+void PictureHanded(CapPriv* instance, IVeldranVideoInputFrame* frame) {
+  const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(frame, instance->handOverTimecodeFailureReported);
+  instance->takeTimecodes.Picture(instance->takeSlots, TimecodeString(timecode.Get()));
+  ++instance->takeSlots;
+}
+
 const Medium<IVeldranVideoInputFrame> kPictures = {
-    kVideoShmKey, cmdMapVideo, &CapPriv::videoSegmentLock, 1, nullptr, PictureBytes, nullptr};
+    kVideoShmKey, cmdMapVideo, &CapPriv::videoSegmentLock, 1, nullptr, PictureBytes, nullptr, PictureHanded};
 const Medium<IVeldranAudioInputPacket> kSound = {
-    kAudioShmKey, cmdMapAudio, &CapPriv::audioSegmentLock, 0, SoundLayoutUnchanged, SoundBytes, SoundPacking};
+    kAudioShmKey, cmdMapAudio, &CapPriv::audioSegmentLock, 0, SoundLayoutUnchanged, SoundBytes, SoundPacking, nullptr};
 
 // Fills segment with the item's size bytes, or with the packed form that pack makes of them
 // (into the instance's buffer); 0 or the failure, reported.
@@ -157,6 +166,7 @@ long HandOverItem(CapPriv* instance, const Medium<Item>& medium, VeldranRef<Item
   HandOverSegment segment;
   if (long rc = segment.TakeName(LockOf(instance->*medium.lock, medium.key), nameBy)) return rc;
   VeldranRef<Item> item = std::move(slot);
+  if (medium.handed) medium.handed(instance, item.Get());
   const unsigned long size = medium.size(instance, item.Get());
   if (long rc = segment.Create(medium.key, size)) return rc;
   if (long rc = FillSegment(instance, segment, size, item.Get(), medium.pack ? medium.pack(instance) : nullptr)) return rc;
@@ -201,6 +211,7 @@ long HandOverRound(CapPriv* instance, Round& round, std::chrono::steady_clock::t
   if (round.givenUp) {
     const unsigned long long givenUp = round.givenUp;
     round.givenUp = 0;
+    instance->takeSlots += static_cast<int64_t>(givenUp);  // empty slots of the movie
     long rc = HandOver(instance, cmdSkipVideo, givenUp, HandOverSegment(), VeldranRef<IVeldranUnknown>(),
                        static_cast<int64_t>(givenUp), answerBy);
     if (rc) return rc;

@@ -3,7 +3,10 @@
 
 #include <stdint.h>
 
+#include <string>
+
 #include "DeviceAPI/VeldranAPI.h"
+#include "DeviceAPI/VeldranObject.h"
 #include "HostAPI/HostInterface.h"
 #include "Record/CapPriv.h"
 
@@ -35,6 +38,16 @@ void FinishHandOvers(CapPriv* instance);
 // Called on the card's capture thread with the instance as context; queues what arrives
 // once the recording's start condition is met.
 void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio);
+// The frame's timecode, RP188 first, then VITC; null when the frame carries none. A card that
+// cannot read it (any answer but "not found") is said once while failureReported is unset,
+// naming the answer, and failureReported is set. Either thread: the card's (the start
+// condition, under recordingLock, with the recording's flag) and the host's (the hand-over,
+// with a flag of its own).
+VeldranRef<IVeldranTimecode> FrameTimecode(IVeldranVideoInputFrame* video, bool& failureReported);
+// The timecode's text ("HH:MM:SS:FF", ';' before the frames at drop frame); empty when the
+// card gives none.
+std::string TimecodeString(IVeldranTimecode* timecode);
+
 // The host's timecode of the frame now, as text into 12 bytes ("HH:MM:SS:FF"), for a start
 // whose frame carries none: the frame number the host's timecode callback answers, at the
 // in-point's rate. Empty, and false, when the host gave no callback. Either thread.

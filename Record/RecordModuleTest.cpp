@@ -26,13 +26,16 @@
 #include "Host/PluginHost.h"
 #include "IPC/QTRecordClient.h"
 #include "Movie/MovieLock.h"
+#include "Movie/MovieSidecars.h"
 #include "Movie/MovieSummary.h"
+#include "Movie/TimecodeTrack.h"
 #include "Record/CapPriv.h"
 #include "Record/FakeDeviceFrames.h"
 #include "Record/RecordHandlers.h"
 #include "Record/RecordPlatform.h"
 #include "Testing/MovieProbe.h"
 #include "Settings/CaptureTables.h"
+#include "Signal/SignalEvent.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Util/CapturedStderr.h"
 #include "Util/ScratchFolder.h"
@@ -1279,6 +1282,108 @@ TEST_F(CallbackTest, TheFirstTimecodeMayComeJustAsTheStartStopsWaiting) {
   EXPECT_STREQ("10:20:30:04", mInstance->startTimeCodeString);
   flush(mInstance);
   frame->Release();
+}
+
+// The card's thread reads a picture's timecode only for the start condition; the host's
+// thread reads every picture's as it hands it over, and finds where the tape's timecode
+// broke: once, at the picture whose timecode does not follow on from the previous one's
+// counting the slots between them (a slot the card dropped is no break). The break is in
+// the events sidecar as soon as it is handed over (beside the server's own events: the
+// skipped slot is dropped), and the stamp gives the movie a timecode sample per run.
+TEST_F(CallbackTest, TimecodeBreaksAreFoundOnTheHostsThreadAsPicturesAreHandedOver) {
+  const std::string movie = mFolder + "/breaks.mov";
+  recCapParmsRec8 parms = Parms(movie);
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  // Stream times (PAL: a frame lasts 1) and timecodes: slot 5 never comes, slot 8 jumps.
+  struct Picture {
+    int64_t time;
+    int h, m, s, f;
+  };
+  const Picture pictures[] = {{0, 1, 0, 0, 0}, {1, 1, 0, 0, 1}, {2, 1, 0, 0, 2}, {3, 1, 0, 0, 3},
+                              {4, 1, 0, 0, 4}, {6, 1, 0, 0, 6}, {7, 1, 0, 0, 7}, {8, 2, 0, 0, 0},
+                              {9, 2, 0, 0, 1}};
+  std::vector<FakeVideoInputFrame*> frames;
+  for (const Picture& picture : pictures) {
+    frames.push_back(new FakeVideoInputFrame(720, 576, 0x80, true, picture.h, picture.m, picture.s, picture.f));
+    frames.back()->SetStreamTime(picture.time, 1);
+  }
+  std::thread::id cardThread;
+  std::thread card([&] {
+    cardThread = std::this_thread::get_id();
+    for (FakeVideoInputFrame* frame : frames) FrameArrivedCallback(mInstance, frame, nullptr);
+  });
+  card.join();
+  ASSERT_EQ(10, mInstance->frameCount) << "nine pictures and the slot the card skipped";
+  for (FakeVideoInputFrame* frame : frames) {
+    EXPECT_TRUE(frame->TimecodeReaders().size() == (frame == frames[0] ? 1u : 0u))
+        << "the card's thread reads the first picture's timecode alone, for the start";
+  }
+  for (int call = 0; call < 20 && Queued(true) > 0; ++call) ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+  ASSERT_EQ(0u, Queued(true));
+
+  const std::thread::id host = std::this_thread::get_id();
+  for (size_t i = 0; i < frames.size(); ++i) {
+    std::vector<std::thread::id> readers = frames[i]->TimecodeReaders();
+    std::vector<std::thread::id> expected;
+    if (i == 0) expected.push_back(cardThread);
+    expected.push_back(host);
+    EXPECT_TRUE(readers == expected) << "picture " << i << ": once on the host's thread as it was handed over";
+  }
+  // The break is in the sidecar before the take ends.
+  std::vector<SignalEvent> events;
+  {
+    std::istringstream lines(FileText(MovieSidecars::Events(movie)));
+    std::string line;
+    while (std::getline(lines, line)) {
+      SignalEvent event;
+      ASSERT_TRUE(SignalEvent::Parse(line, &event)) << line;
+      if (event.kind == SignalEvent::Kind::kTimecodeBreak) events.push_back(event);
+    }
+  }
+  ASSERT_EQ(1u, events.size()) << FileText(MovieSidecars::Events(movie));
+  EXPECT_EQ(SignalEvent::Kind::kTimecodeBreak, events[0].kind);
+  EXPECT_EQ(8, events[0].slot);
+  EXPECT_EQ(1, events[0].frames);
+  EXPECT_EQ("01:00:00:07", events[0].before);
+  EXPECT_EQ("02:00:00:00", events[0].after);
+
+  ASSERT_EQ(rmNoErr, recStopRecord(mInstance));
+  for (FakeVideoInputFrame* frame : frames) frame->Release();
+  std::vector<TimecodeRun> runs;
+  ASSERT_EQ(0, TimecodeTrack::ReadRuns(movie, runs));
+  ASSERT_EQ(2u, runs.size());
+  EXPECT_EQ(0, runs[0].slot);
+  EXPECT_EQ("01:00:00:00", runs[0].text);
+  EXPECT_EQ(8, runs[1].slot);
+  EXPECT_EQ("02:00:00:00", runs[1].text);
+}
+
+// A card whose events sidecar cannot be written (a folder stands at its name) says so once;
+// the take goes on and is stamped with its runs all the same.
+TEST_F(CallbackTest, AnEventsSidecarThatCannotBeWrittenNeverFailsTheTake) {
+  const std::string movie = mFolder + "/unwritable.mov";
+  recCapParmsRec8 parms = Parms(movie);
+  ASSERT_EQ(rmNoErr, Prep(mInstance, parms));
+  // In place of the sidecar the server made at Prepare (it keeps writing its own, unlinked).
+  unlink(MovieSidecars::Events(movie).c_str());
+  ASSERT_EQ(0, mkdir(MovieSidecars::Events(movie).c_str(), 0700));
+  ASSERT_EQ(rmNoErr, Start(mInstance));
+  std::vector<FakeVideoInputFrame*> frames;
+  for (int i = 0; i < 4; ++i) {
+    // Every picture after the first jumps an hour: three breaks.
+    frames.push_back(new FakeVideoInputFrame(720, 576, 0x80, true, 1 + i, 0, 0, 0));
+    frames.back()->SetStreamTime(i, 1);
+    FrameArrivedCallback(mInstance, frames.back(), nullptr);
+  }
+  CapturedStderr captured;
+  for (int call = 0; call < 20 && Queued(true) > 0; ++call) ASSERT_EQ(rmNoErr, recServiceRecord(mInstance));
+  EXPECT_EQ(1u, Occurrences(captured.Text(), "are not kept in")) << captured.Text();
+  ASSERT_EQ(rmNoErr, recStopRecord(mInstance));
+  for (FakeVideoInputFrame* frame : frames) frame->Release();
+  std::vector<TimecodeRun> runs;
+  ASSERT_EQ(0, TimecodeTrack::ReadRuns(movie, runs));
+  EXPECT_EQ(4u, runs.size());
 }
 
 // A card's capture thread: calls FrameArrivedCallback with its one frame (with a timecode

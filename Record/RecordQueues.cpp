@@ -20,22 +20,7 @@
 
 namespace KTN {
 
-namespace {
-
-// Takes a queue entry's reference into a holder, leaving the entry null: the queues hold raw
-// references, and whatever leaves them leaves in a holder.
-template <typename T>
-VeldranRef<T> TakeEntry(T*& entry) {
-  VeldranRef<T> held(entry);
-  entry = nullptr;
-  return held;
-}
-
-// The frame's timecode, RP188 first, then VITC; null when the frame carries none. A card that
-// cannot read it (any answer but "not found") is said once a recording, naming the answer:
-// the take then starts without the card's timecode rather than with a made-up one. Device
-// thread, under recordingLock.
-VeldranRef<IVeldranTimecode> FrameTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
+VeldranRef<IVeldranTimecode> FrameTimecode(IVeldranVideoInputFrame* video, bool& failureReported) {
   VeldranResult failure = kVeldranOK;
   uint32_t failedKind = 0;
   for (uint32_t kind : {static_cast<uint32_t>(ktnTimecodeRP188), static_cast<uint32_t>(ktnTimecodeVITC)}) {
@@ -47,12 +32,30 @@ VeldranRef<IVeldranTimecode> FrameTimecode(CapPriv* instance, IVeldranVideoInput
       failedKind = kind;
     }
   }
-  if (failure && !instance->timecodeFailureReported) {
-    instance->timecodeFailureReported = true;
+  if (failure && !failureReported) {
+    failureReported = true;
     KTN_LOG("GetTimecode(%s) returned %ld (0x%lx): the frames' timecode cannot be read",
             Util::Printer::Fcc(static_cast<int>(failedKind)), static_cast<long>(failure), Util::DeviceHex(failure));
   }
   return VeldranRef<IVeldranTimecode>();
+}
+
+std::string TimecodeString(IVeldranTimecode* timecode) {
+  char* text = nullptr;
+  if (!timecode || timecode->GetString(&text) != kVeldranOK || !text) return std::string();
+  std::unique_ptr<char, decltype(&free)> owned(text, free);  // the card's text is the caller's to free
+  return std::string(owned.get());
+}
+
+namespace {
+
+// Takes a queue entry's reference into a holder, leaving the entry null: the queues hold raw
+// references, and whatever leaves them leaves in a holder.
+template <typename T>
+VeldranRef<T> TakeEntry(T*& entry) {
+  VeldranRef<T> held(entry);
+  entry = nullptr;
+  return held;
 }
 
 // Whether a callback with sound and no picture stands for a frame slot whose picture the card
@@ -83,13 +86,10 @@ void StartFromNow(CapPriv* instance, IVeldranTimecode* timecode) {
     instance->startTimecodeUnread = instance->timecodeFailureReported;
     return;
   }
-  char* text = nullptr;
-  if (timecode->GetString(&text) == kVeldranOK && text) {
-    std::unique_ptr<char, decltype(&free)> owned(text, free);  // the card's text is the caller's to free
-    // A buffer of 31 bytes, as the host's text conversion is given: at most 30 characters
-    // and their terminator.
-    snprintf(instance->startTimeCodeString, 31, "%s", owned.get());
-  }
+  const std::string text = TimecodeString(timecode);
+  // A buffer of 31 bytes, as the host's text conversion is given: at most 30 characters
+  // and their terminator.
+  if (!text.empty()) snprintf(instance->startTimeCodeString, 31, "%s", text.c_str());
 }
 
 // Waiting for the in-point on a signal with timecode: starts when the frame's timecode is the
@@ -128,7 +128,7 @@ bool StartWithoutTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
 bool ReachStart(CapPriv* instance, IVeldranVideoInputFrame* video) {
   if (instance->started) return true;
   if (!video) return false;
-  const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(instance, video);
+  const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(video, instance->timecodeFailureReported);
   bool started = true;
   if (instance->frameLimit == 0) {
     StartFromNow(instance, timecode.Get());

@@ -93,11 +93,12 @@ MovieStamp::Fields FieldOrderOfMode(CapPriv* instance) {
 }
 
 // Stamps the take the server has finished with what the plug-in alone knows: the card's
-// field order and the first frame's timecode. Once a recording; a take that cannot be
+// field order, the first frame's timecode and where the tape's timecode broke. Once a recording; a take that cannot be
 // stamped stays as the server finished it, and the log says why.
 void StampTake(CapPriv* instance) {
   std::string path;
   path.swap(instance->takePath);
+  instance->takeTimecodes.End();  // the take's timecode breaks are all in its events sidecar
   if (path.empty() || !instance->started) return;  // no frame was recorded: nothing to say of it
   const CaptureSettings& s = instance->settings;
   MovieStamp stamp;
@@ -110,6 +111,9 @@ void StampTake(CapPriv* instance) {
     Core::Lock lock(&instance->recordingLock);
     if (!instance->startTimecodeUnread) stamp.startTimecode = instance->startTimeCodeString;
   }
+  // The runs from each break of the tape's timecode, as the hand-over read the pictures':
+  // one timecode sample each, so that every frame after a break carries the tape's timecode.
+  if (!stamp.startTimecode.empty()) stamp.timecodeBreaks = instance->takeTimecodes.Breaks();
   if (stamp.fields == MovieStamp::Fields::kKeep && stamp.startTimecode.empty()) return;
   if (long rc = stamp.Apply(path)) KTN_LOG("Stamping %s returned %ld", path.c_str(), rc);
 }
@@ -220,6 +224,9 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
 
   instance->takePath = path;
   instance->takeFields = FieldOrderOfMode(instance);
+  instance->takeSlots = 0;
+  instance->takeTimecodes.Begin(path, s.frameDuration, s.timeScale);
+  instance->handOverTimecodeFailureReported = false;
   // The callback may still be running for the recording before: the fields it reads are set
   // while it cannot be (see recordingLock).
   Core::Lock recordingLock(&instance->recordingLock);

@@ -161,6 +161,9 @@ TEST(SlotTimecodesTest, RunsOnFromEachBreak) {
   SlotTimecodes drop;
   ASSERT_TRUE(drop.Start(1001, 30000, "00:00:59;29"));
   EXPECT_EQ("00:01:00;02", drop.Text(1));
+  SlotTimecodes midnight;
+  ASSERT_TRUE(midnight.Start(1, 25, "23:59:59:24"));
+  EXPECT_EQ("00:00:00:00", midnight.Text(1)) << "a day later, the same count";
   SlotTimecodes fifty;
   ASSERT_TRUE(fifty.Start(1, 50, "01:00:00:48"));
   EXPECT_EQ("01:00:01:00", fifty.Text(2));

@@ -39,7 +39,7 @@ std::string SlotTimecodes::Text(int64_t slot) const {
   if (mRuns.empty() || slot < 0) return std::string();
   auto after = std::upper_bound(mRuns.begin(), mRuns.end(), slot, [](int64_t s, const Run& run) { return s < run.slot; });
   const Run& run = after == mRuns.begin() ? mRuns.front() : *(after - 1);
-  const int64_t day = Util::CTimeCode::LargestFrameCountBeforeTimeCodeWraps(mFormat) + 1LL;
+  const int64_t day = Util::CTimeCode::LargestFrameCountBeforeTimeCodeWraps(mFormat);  // the frames of a day
   int64_t frame = (run.frame + (slot - run.slot)) % day;
   if (frame < 0) frame += day;
   return Util::CTimeCode::FromFrame(mFormat, static_cast<int>(frame), mFormat).ToString(false);

@@ -1,0 +1,100 @@
+// A take's timecode runs and the timecode-break lines of its events sidecar.
+#include "Record/TakeTimecodeRuns.h"
+
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "Movie/MovieLock.h"
+#include "Movie/MovieSidecars.h"
+#include "Signal/SignalEvent.h"
+#include "Util/FileIo.h"
+#include "Util/Log.h"
+#include "Util/TimecodeText.h"
+
+namespace KTN {
+
+void TakeTimecodeRuns::Begin(const std::string& moviePath, uint32_t frameDuration, uint32_t timescale) {
+  End();
+  mMovie = moviePath;
+  mFrameDuration = frameDuration;
+  mTimescale = timescale;
+  mFormat = Util::tcfUnknown;
+  mSlots = SlotTimecodes();
+  mRuns.clear();
+  mLastSlot = -1;
+  mLastFrame = 0;
+  mEventsFailed = false;
+}
+
+bool TakeTimecodeRuns::Picture(int64_t slot, const std::string& text) {
+  if (text.empty() || slot < 0 || slot <= mLastSlot) return false;
+  if (mRuns.empty()) {
+    // The first picture's timecode starts the take's first run and decides the counting
+    // (drop frame when its text says so); a rate no timecode counts keeps no runs.
+    if (!mSlots.Start(mFrameDuration, mTimescale, text)) return false;
+    mFormat = Util::tcfFromDuration(mFrameDuration, mTimescale, text.size() > 8 && text[8] == ';', -1);
+  }
+  Util::TimeCode tc = {};
+  if (!Util::TimecodeText::Parse(text, static_cast<unsigned>(Util::tcfToTps(mFormat)), Util::tcfIsDrop(mFormat), tc,
+                                 nullptr)) {
+    return false;  // not a timecode of this take's counting: it neither starts nor breaks a run
+  }
+  const int64_t frame =
+      Util::CTimeCode::FromNumbers(mFormat, tc.hours, tc.minutes, tc.seconds, tc.frames).ToFrame(mFormat);
+  if (mRuns.empty()) {
+    mRuns.push_back(TimecodeRun{slot, mSlots.Text(slot)});
+    mLastSlot = slot;
+    mLastFrame = frame;
+    return false;
+  }
+  // The previous picture's run gives this slot its frame plus the slots between, within a day.
+  const int64_t day = Util::CTimeCode::LargestFrameCountBeforeTimeCodeWraps(mFormat);  // the frames of a day
+  const int64_t expected = (mLastFrame + (slot - mLastSlot)) % day;
+  mLastSlot = slot;
+  mLastFrame = frame;
+  if (frame == expected) return false;
+  SignalEvent event;
+  event.kind = SignalEvent::Kind::kTimecodeBreak;
+  event.slot = slot;
+  event.frames = 1;
+  event.before = mSlots.Text(slot - 1);
+  mSlots.AddRun(slot, text);
+  event.after = mSlots.Text(slot);
+  mRuns.push_back(TimecodeRun{slot, event.after});
+  Append(event.Line());
+  return true;
+}
+
+std::vector<TimecodeRun> TakeTimecodeRuns::Breaks() const {
+  if (mRuns.size() < 2) return std::vector<TimecodeRun>();
+  return std::vector<TimecodeRun>(mRuns.begin() + 1, mRuns.end());
+}
+
+void TakeTimecodeRuns::End() {
+  if (mEvents >= 0) close(mEvents);
+  mEvents = -1;
+}
+
+void TakeTimecodeRuns::Append(const std::string& line) {
+  if (mEventsFailed) return;
+  const std::string path = MovieSidecars::Events(mMovie);
+  if (mEvents < 0) {
+    long error = 0;
+    mEvents = MovieLock::OpenRegular(path, O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY, error);
+    if (mEvents < 0) {
+      KTN_LOG("The timecode breaks of %s are not kept in %s: it cannot be opened", mMovie.c_str(), path.c_str());
+      mEventsFailed = true;
+      return;
+    }
+  }
+  // One write a line: with O_APPEND the server's lines and ours never interleave.
+  if (long rc = Util::FileIo::WriteAll(mEvents, line.data(), line.size())) {
+    KTN_LOG("write(%s) failed with errno %ld (%s): the take's later timecode breaks are not kept there", path.c_str(),
+            rc, strerror(static_cast<int>(rc)));
+    mEventsFailed = true;
+    End();
+  }
+}
+
+}  // namespace KTN
