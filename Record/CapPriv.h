@@ -136,11 +136,12 @@ struct CapPriv {
   MovieStamp::Fields takeFields = MovieStamp::Fields::kKeep;
   // Host thread only: the take's frame slots handed over so far (pictures and slots given
   // up alike), which is the movie slot of the next picture; the runs of the timecode its
-  // pictures carry, read as each is handed over; and whether the log has said this take
-  // that a picture's timecode could not be read there.
+  // pictures carry, read as each is handed over.
   int64_t takeSlots = 0;
   TakeTimecodeRuns takeTimecodes;
-  bool handOverTimecodeFailureReported = false;
+  // The log has said this recording that the card could not read a frame's timecode: by the
+  // card's thread (the start) or the host's (the hand-over), whichever met it first.
+  std::atomic<bool> timecodeFailureSaid{false};
   bool soundGiveUpReported = false;            // the log has said so for this recording
   // How long a service call hands over before it reports (at least one round); tests
   // shorten it to see one round a call.

@@ -124,7 +124,7 @@ Pack SoundPacking(CapPriv* instance) {
 // A picture goes to the movie's next slot: its timecode is read here, on the host's thread,
 // and kept in the take's runs (a break is appended to the events sidecar at once).
 void PictureHanded(CapPriv* instance, IVeldranVideoInputFrame* frame) {
-  const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(frame, instance->handOverTimecodeFailureReported);
+  const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(frame, nullptr, instance->timecodeFailureSaid);
   instance->takeTimecodes.Picture(instance->takeSlots, TimecodeString(timecode.Get()));
   ++instance->takeSlots;
 }

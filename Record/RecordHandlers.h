@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <atomic>
 #include <string>
 
 #include "DeviceAPI/VeldranAPI.h"
@@ -39,11 +40,11 @@ void FinishHandOvers(CapPriv* instance);
 // once the recording's start condition is met.
 void FrameArrivedCallback(void* context, IVeldranVideoInputFrame* video, IVeldranAudioInputPacket* audio);
 // The frame's timecode, RP188 first, then VITC; null when the frame carries none. A card that
-// cannot read it (any answer but "not found") is said once while failureReported is unset,
-// naming the answer, and failureReported is set. Either thread: the card's (the start
-// condition, under recordingLock, with the recording's flag) and the host's (the hand-over,
-// with a flag of its own).
-VeldranRef<IVeldranTimecode> FrameTimecode(IVeldranVideoInputFrame* video, bool& failureReported);
+// cannot read it (any answer but "not found") sets *failed (when given) and is said once a
+// recording, naming the answer, by whichever thread meets it first (said). Either thread: the
+// card's (the start condition, under recordingLock, with the recording's flag) and the host's
+// (the hand-over).
+VeldranRef<IVeldranTimecode> FrameTimecode(IVeldranVideoInputFrame* video, bool* failed, std::atomic<bool>& said);
 // The timecode's text ("HH:MM:SS:FF", ';' before the frames at drop frame); empty when the
 // card gives none.
 std::string TimecodeString(IVeldranTimecode* timecode);

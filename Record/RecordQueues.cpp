@@ -20,7 +20,7 @@
 
 namespace KTN {
 
-VeldranRef<IVeldranTimecode> FrameTimecode(IVeldranVideoInputFrame* video, bool& failureReported) {
+VeldranRef<IVeldranTimecode> FrameTimecode(IVeldranVideoInputFrame* video, bool* failed, std::atomic<bool>& said) {
   VeldranResult failure = kVeldranOK;
   uint32_t failedKind = 0;
   for (uint32_t kind : {static_cast<uint32_t>(ktnTimecodeRP188), static_cast<uint32_t>(ktnTimecodeVITC)}) {
@@ -32,8 +32,8 @@ VeldranRef<IVeldranTimecode> FrameTimecode(IVeldranVideoInputFrame* video, bool&
       failedKind = kind;
     }
   }
-  if (failure && !failureReported) {
-    failureReported = true;
+  if (failure && failed) *failed = true;
+  if (failure && !said.exchange(true)) {
     KTN_LOG("GetTimecode(%s) returned %ld (0x%lx): the frames' timecode cannot be read",
             Util::Printer::Fcc(static_cast<int>(failedKind)), static_cast<long>(failure), Util::DeviceHex(failure));
   }
@@ -128,7 +128,8 @@ bool StartWithoutTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
 bool ReachStart(CapPriv* instance, IVeldranVideoInputFrame* video) {
   if (instance->started) return true;
   if (!video) return false;
-  const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(video, instance->timecodeFailureReported);
+  const VeldranRef<IVeldranTimecode> timecode =
+      FrameTimecode(video, &instance->timecodeFailureReported, instance->timecodeFailureSaid);
   bool started = true;
   if (instance->frameLimit == 0) {
     StartFromNow(instance, timecode.Get());

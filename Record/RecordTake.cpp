@@ -226,7 +226,7 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   instance->takeFields = FieldOrderOfMode(instance);
   instance->takeSlots = 0;
   instance->takeTimecodes.Begin(path, s.frameDuration, s.timeScale);
-  instance->handOverTimecodeFailureReported = false;
+  instance->timecodeFailureSaid = false;
   // The callback may still be running for the recording before: the fields it reads are set
   // while it cannot be (see recordingLock).
   Core::Lock recordingLock(&instance->recordingLock);

@@ -100,9 +100,16 @@ void Repair(const std::string& path) {
   stamp.frameDuration = summary.frameDuration;
   stamp.timescale = summary.videoTimescale;
   // A timecode where the movie's rate counts one, so that its track is written too.
-  if (KTN::TimecodeTrack::CountableRate(stamp.frameDuration, stamp.timescale)) stamp.startTimecode = "01:00:00:00";
+  // A timecode where the movie's rate counts one, so that its track is written too, with a
+  // break after the first slot, so that it has two runs.
+  if (KTN::TimecodeTrack::CountableRate(stamp.frameDuration, stamp.timescale)) {
+    stamp.startTimecode = "01:00:00:00";
+    stamp.timecodeBreaks.push_back(KTN::TimecodeRun{1, "02:00:00:00"});
+  }
   if (stamp.fields == KTN::MovieStamp::Fields::kKeep && stamp.startTimecode.empty()) return;
   if (stamp.Apply(path) == 0) summary.Read(path);
+  std::vector<KTN::TimecodeRun> runs;
+  KTN::TimecodeTrack::ReadRuns(path, runs);
 }
 
 }  // namespace

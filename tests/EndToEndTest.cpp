@@ -31,6 +31,7 @@
 #include "FrameHash/FrameHashLine.h"
 #include "Host/PluginHost.h"
 #include "Host/RecordSession.h"
+#include "Movie/MovieSidecars.h"
 #include "Movie/MovieSummary.h"
 #include "Testing/MovieProbe.h"
 #include "Settings/CaptureTables.h"
@@ -969,8 +970,8 @@ TEST_F(EndToEndTest, TheStatusLineOnATerminalIsRedrawnWithTheTakesFigures) {
     drawn.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
   }
   ASSERT_GE(drawn.size(), 2u) << "the line is redrawn: " << text;
-  const std::regex figures(R"(^(\d+):(\d\d):(\d\d) \| (\d+)/75 frames \| (\d+\.\d) fps \| (\d+) dropped \| disk: )"
-                           R"((\d+ h \d\d min|\d+ min \d\d s|\d+ s) left$)");
+  const std::regex figures(R"(^(\d+):(\d\d):(\d\d) \| (\d+)/75 frames \| (\d+\.\d) fps \| (\d+) dropped \| )"
+                           R"((?:peak (?:-?\d+\.\d|-inf) dBFS \| )?disk: (\d+ h \d\d min|\d+ min \d\d s|\d+ s) left$)");
   std::smatch match;
   for (const std::string& line : drawn) EXPECT_TRUE(std::regex_match(line, match, figures)) << "[" << line << "]";
   // The last drawing tells the whole take: the frames asked for (a frame arriving during the
@@ -1299,13 +1300,16 @@ TEST_F(EndToEndTest, ATakesClosingLinesNameItsFrameHashesAndVerifyChecksIt) {
   MovieSummary summary;
   ASSERT_EQ(0, summary.Read(movie));
   const std::vector<std::string> lines = Lines(output);
-  ASSERT_EQ(3u, lines.size()) << output;
+  ASSERT_EQ(4u, lines.size()) << output;
   EXPECT_EQ(0u, lines[0].find("Recorded 10 frames to " + movie)) << lines[0];
   EXPECT_EQ("Frame hashes: " + sidecar, lines[1]);
   std::smatch counts;
   ASSERT_TRUE(std::regex_match(lines[2], counts, kVerifiedLine)) << lines[2];
   EXPECT_EQ(std::to_string(summary.pictures), counts[1].str());
   EXPECT_EQ(std::to_string(summary.soundFrames), counts[2].str());
+  // The report, drawn after the check, comes last.
+  EXPECT_EQ("Report: " + MovieSidecars::Report(movie), lines[3]);
+  EXPECT_TRUE(fs::is_regular_file(MovieSidecars::Report(movie)));
 }
 
 // A take recorded without hashes has no sidecar to name, and --verify says in one line that it
@@ -1321,8 +1325,9 @@ TEST_F(EndToEndTest, ATakeWithoutFrameHashesIsNotNamedAndCannotBeVerified) {
   EXPECT_EQ(6, WEXITSTATUS(status)) << output << error;
   EXPECT_FALSE(fs::exists(FrameHashSidecarPath(movie)));
   const std::vector<std::string> lines = Lines(output);
-  ASSERT_EQ(1u, lines.size()) << output;
+  ASSERT_EQ(2u, lines.size()) << output;
   EXPECT_EQ(0u, lines[0].find("Recorded 5 frames to " + movie)) << lines[0];
+  EXPECT_EQ("Report: " + MovieSidecars::Report(movie), lines[1]) << "the report, without the check it could not make";
   EXPECT_EQ(1u, UserLines(error).size()) << error;
   EXPECT_EQ(1u, LinesWith(error, movie).size()) << "the line names the take: " << error;
 }
@@ -1341,7 +1346,7 @@ TEST_F(EndToEndTest, ATakeThatDiffersFromItsFrameHashesFailsVerification) {
                               mFolder, 60, output, error);
   ASSERT_TRUE(WIFEXITED(status)) << error;
   EXPECT_EQ(1, WEXITSTATUS(status)) << output << error;
-  EXPECT_EQ(2u, Lines(output).size()) << "the take and its hashes, no verified line: " << output;
+  EXPECT_EQ(3u, Lines(output).size()) << "the take, its hashes and its report, no verified line: " << output;
   const std::vector<std::string> said = UserLines(error);
   ASSERT_EQ(1u, said.size()) << error;
   EXPECT_FALSE(std::regex_match(said[0].substr(said[0].find(' ') + 1), kVerifiedLine)) << said[0];
