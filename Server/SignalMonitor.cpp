@@ -15,7 +15,7 @@
 
 namespace KTN {
 
-class SignalMonitor::PictureBytes : public FragmentWriter::BytesSeen {
+class SignalMonitor::PictureBytes final : public FragmentWriter::BytesSeen {
  public:
   explicit PictureBytes(PictureMeter& meter) : mMeter(meter) {}
   void Seen(uint64_t offset, const uint8_t* data, size_t size) override { mMeter.Update(offset, data, size); }
@@ -24,7 +24,7 @@ class SignalMonitor::PictureBytes : public FragmentWriter::BytesSeen {
   PictureMeter& mMeter;
 };
 
-class SignalMonitor::SoundBytes : public FragmentWriter::BytesSeen {
+class SignalMonitor::SoundBytes final : public FragmentWriter::BytesSeen {
  public:
   explicit SoundBytes(SoundMeter& meter) : mMeter(meter) {}
   void Seen(uint64_t, const uint8_t* data, size_t size) override { mMeter.Update(data, size); }
