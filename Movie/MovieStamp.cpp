@@ -151,15 +151,10 @@ long MovieStamp::Apply(const std::string& path) const {
   if (long rc = top.Read(file)) return rc;
   if (top.Count(BoxTypes::kMoof)) return Refused(path, "it is still fragments; it is finished first");
   if (top.cut || top.Count(BoxTypes::kMoov) != 1) return Refused(path, "it is not a finished movie");
-  const Box* moovBox = nullptr;
-  for (const Box& box : top.boxes) {
-    if (box.type == BoxTypes::kMoov) moovBox = &box;
-  }
   std::vector<uint8_t> moov;
-  if (long rc = file.Read(moovBox->offset, moovBox->size, moov)) return rc;
   Box whole;
-  whole.size = moov.size();
-  whole.header = moovBox->header;
+  uint64_t moovAt = 0;
+  if (long rc = top.ReadMovieBox(file, moov, whole, &moovAt)) return rc;
   std::vector<Box> children;
   MovieTracks tracks;
   if (!BoxReader::Children(moov, whole, children) || !tracks.Read(moov, whole)) {
@@ -217,7 +212,7 @@ long MovieStamp::Apply(const std::string& path) const {
     return rc;
   }
   if (long rc = file.Sync()) return rc;
-  if (long rc = file.Hide(moovBox->offset)) return rc;
+  if (long rc = file.Hide(moovAt)) return rc;
   return file.Sync();
 }
 

@@ -224,15 +224,9 @@ long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& 
   TopLevelBoxes top;
   if (long rc = top.Read(file)) return rc;
   if (top.cut || top.Unfinished() || top.Count(BoxTypes::kMoov) != 1) return refused("it is not a finished movie");
-  const Box* moovBox = nullptr;
-  for (const Box& box : top.boxes) {
-    if (box.type == BoxTypes::kMoov) moovBox = &box;
-  }
   std::vector<uint8_t> moov;
-  if (long rc = file.Read(moovBox->offset, moovBox->size, moov)) return rc;
   Box whole;
-  whole.size = moov.size();
-  whole.header = moovBox->header;
+  if (long rc = top.ReadMovieBox(file, moov, whole)) return rc;
   MovieTracks tracks;
   if (!tracks.Read(moov, whole)) return refused("its index cannot be read");
   const TrackDescription* track = nullptr;

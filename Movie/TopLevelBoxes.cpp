@@ -3,7 +3,24 @@
 
 #include "Movie/MovieFile.h"
 
+#include <errno.h>
+
 namespace KTN {
+
+long TopLevelBoxes::ReadMovieBox(MovieFile& file, std::vector<uint8_t>& bytes, Box& whole, uint64_t* at) const {
+  const Box* moov = nullptr;
+  for (const Box& box : boxes) {
+    if (box.type == BoxTypes::kMoov) moov = &box;
+  }
+  if (!moov) return EINVAL;
+  if (long rc = file.Read(moov->offset, moov->size, bytes)) return rc;
+  whole = Box();
+  whole.size = bytes.size();
+  whole.header = moov->header;
+  whole.type = moov->type;
+  if (at) *at = moov->offset;
+  return 0;
+}
 
 long TopLevelBoxes::Read(MovieFile& file, uint64_t from) {
   boxes.clear();

@@ -29,6 +29,12 @@ struct TopLevelBoxes {
   // Whether the movie still needs its finish: it is laid out as fragments (a moof), or a
   // finish or a stamp was cut off before it hid the movie header it replaced (two moovs).
   bool Unfinished() const { return Count(BoxTypes::kMoof) > 0 || Count(BoxTypes::kMoov) > 1; }
+
+  // Reads the movie's last moov whole from file into bytes, and describes it in whole as the
+  // box that starts them (offset 0), as MovieTracks and BoxReader::Children take it; at,
+  // when given, is where it lies in the file. 0, 22 (EINVAL) when there is none, or errno
+  // with one failure line. The caller checks first that the movie is finished (one moov).
+  long ReadMovieBox(MovieFile& file, std::vector<uint8_t>& bytes, Box& whole, uint64_t* at = nullptr) const;
 };
 
 }  // namespace KTN
