@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Movie/MovieLock.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -16,13 +17,16 @@ GrowingLines::~GrowingLines() {
 }
 
 long GrowingLines::ReadNew(std::vector<std::string>* lines, size_t maxBytes) {
+  mRestarted = false;
   if (mFd < 0) {
-    mFd = open(mPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    long error = 0;
+    // Only a regular file, never anything that could block or act on its opening.
+    mFd = MovieLock::OpenRegular(mPath, O_RDONLY | O_NOCTTY, error, false);
     if (mFd < 0) {
-      if (errno == ENOENT) return 0;
-      long rc = errno;
-      KTN_LOG("open(%s) failed with errno %ld (%s)", mPath.c_str(), rc, strerror(errno));
-      return rc;
+      if (error == ENOENT) return 0;
+      KTN_LOG("%s cannot be followed: %s", mPath.c_str(),
+              error == EINVAL ? "it is not a regular file" : strerror(static_cast<int>(error)));
+      return error;
     }
   }
   struct stat info = {};
@@ -30,10 +34,6 @@ long GrowingLines::ReadNew(std::vector<std::string>* lines, size_t maxBytes) {
     long rc = errno;
     KTN_LOG("fstat(%s) failed with errno %ld (%s)", mPath.c_str(), rc, strerror(errno));
     return rc;
-  }
-  if (!S_ISREG(info.st_mode)) {
-    KTN_LOG("%s is not a regular file", mPath.c_str());
-    return EINVAL;
   }
   const uint64_t size = static_cast<uint64_t>(info.st_size);
   if (size < mOffset) {

@@ -25,7 +25,7 @@ class GrowingLines {
   // most about maxBytes of them; 0 also when the file is not there (yet), or errno with one
   // line (a file that is not a regular one: 22).
   long ReadNew(std::vector<std::string>* lines, size_t maxBytes = 4 << 20);
-  // Whether the file was cut back since it was first read (its lines were read again).
+  // Whether the last ReadNew found the file cut back, and read its lines again from its start.
   bool Restarted() const { return mRestarted; }
 
  private:

@@ -136,6 +136,28 @@ TEST(TakeSignalTest, FollowsSidecarsAsTheyGrowAndTakesOnlyWholeLines) {
   EXPECT_EQ(0u, signal.NewEvents());
 }
 
+// A sidecar cut back to nothing (the take recorded over) is read again from its start once,
+// and what follows it is kept from then on.
+TEST(TakeSignalTest, ASidecarCutBackIsReadAgainOnceAndKeptAfter) {
+  Util::ScratchFolder folder;
+  const std::string movie = folder.Path() + "/take.mov";
+  const std::string events = MovieSidecars::Events(movie);
+  Append(events, "{\"kind\":\"black\",\"slot\":5,\"frames\":3}\n{\"kind\":\"black\",\"slot\":50,\"frames\":3}\n");
+  TakeSignal signal(movie);
+  ASSERT_EQ(0, signal.Update());
+  ASSERT_EQ(2u, signal.Events().size());
+  ASSERT_EQ(0, truncate(events.c_str(), 0));
+  Append(events, "{\"kind\":\"freeze\",\"slot\":7,\"frames\":12}\n");
+  ASSERT_EQ(0, signal.Update());
+  ASSERT_EQ(1u, signal.Events().size()) << "the lines of the take recorded over are gone";
+  Append(events, "{\"kind\":\"dropped\",\"slot\":9,\"frames\":1}\n");
+  ASSERT_EQ(0, signal.Update());
+  ASSERT_EQ(2u, signal.Events().size()) << "the new take's lines stay";
+  EXPECT_EQ(1u, signal.NewEvents());
+  ASSERT_EQ(0, signal.Update());
+  EXPECT_EQ(2u, signal.Events().size());
+}
+
 TEST(TakeSignalTest, RefusesASidecarThatIsNoRegularFile) {
   Util::ScratchFolder folder;
   const std::string movie = folder.Path() + "/take.mov";
