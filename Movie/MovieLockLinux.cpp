@@ -158,9 +158,7 @@ bool MovieLock::RemoveIfUnrecorded(const std::string& path) {
     if (!removed) KTN_LOG("unlink(%s) failed with errno %ld (%s)", path.c_str(), static_cast<long>(errno), strerror(errno));
     // Its sidecars describe no sample either.
     for (const std::string& sidecar : MovieSidecars::All(path)) {
-      if (removed && unlink(sidecar.c_str()) != 0 && errno != ENOENT) {
-        KTN_LOG("unlink(%s) failed with errno %ld (%s)", sidecar.c_str(), static_cast<long>(errno), strerror(errno));
-      }
+      if (removed) MovieSidecars::Remove(sidecar);
     }
   }
   close(fd);

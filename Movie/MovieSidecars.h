@@ -25,6 +25,9 @@ class MovieSidecars {
   static std::string Report(const std::string& moviePath);
   // Every sidecar a take can have.
   static std::vector<std::string> All(const std::string& moviePath);
+  // Removes the sidecar at path, which may not be there: 0 (also when it was not), or errno
+  // with one failure line.
+  static long Remove(const std::string& path);
 };
 
 }  // namespace KTN

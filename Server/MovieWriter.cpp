@@ -208,10 +208,9 @@ long MovieWriter::Open(const MovieSettings& settings) {
   }
   if (!result && mFrameHashes) {
     result = mFragments.OpenSidecar(FrameHashSidecarPath(mSettings.path), SidecarHeader());
-  } else if (!result && unlink(FrameHashSidecarPath(mSettings.path).c_str()) != 0 && errno != ENOENT) {
+  } else if (!result) {
     // A sidecar of the take this one replaces would describe another take.
-    result = errno;
-    KTN_LOG("unlink(%s) failed with errno %ld (%s)", FrameHashSidecarPath(mSettings.path).c_str(), result, strerror(errno));
+    result = MovieSidecars::Remove(FrameHashSidecarPath(mSettings.path));
   }
   if (!result) OpenSignalMonitor();
   if (result) {
@@ -224,11 +223,8 @@ long MovieWriter::Open(const MovieSettings& settings) {
 void MovieWriter::OpenSignalMonitor() {
   if (!mMeasurement) {
     // Figures of the take this one replaces would describe another take.
-    for (const std::string& path : {MovieSidecars::Levels(mSettings.path), MovieSidecars::Events(mSettings.path)}) {
-      if (unlink(path.c_str()) != 0 && errno != ENOENT) {
-        KTN_LOG("unlink(%s) failed with errno %d (%s)", path.c_str(), errno, strerror(errno));
-      }
-    }
+    MovieSidecars::Remove(MovieSidecars::Levels(mSettings.path));
+    MovieSidecars::Remove(MovieSidecars::Events(mSettings.path));
     return;
   }
   SignalMonitor::Layout layout;
