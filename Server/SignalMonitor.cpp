@@ -109,16 +109,13 @@ void SignalMonitor::Flush() {
 FragmentWriter::BytesSeen* SignalMonitor::BeginPicture(int64_t slot) {
   if (!IsOpen() || !mPictures) return nullptr;
   mPictureSlot = slot;
-  mPictures->Begin();
   return mPictureBytes.get();
 }
 
 void SignalMonitor::EndPicture(bool written) {
   if (!IsOpen() || !mPictures) return;
-  if (!written || mPictureSlot <= mLastSlot) {
-    mPictures->Abort();
-    return;
-  }
+  // A picture left out is not ended: the next is compared with the one before it.
+  if (!written || mPictureSlot <= mLastSlot) return;
   const PictureReading reading = mPictures->End(mPictureSlot);
   mLastSlot = mPictureSlot;
   if (mPictures->Measures()) mLines += SlotLevels::Line(reading.levels);

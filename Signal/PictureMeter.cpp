@@ -43,8 +43,6 @@ PictureMeter::PictureMeter(uint32_t pixelFormat, int width, int rows, uint64_t r
   mGrid.assign(static_cast<size_t>(mPointsPerRow) * mGridRows, 0);
 }
 
-void PictureMeter::Begin() {}
-
 void PictureMeter::Update(uint64_t offset, const uint8_t* data, size_t size) {
   if (!mStep || !size) return;
   const uint64_t end = offset + size;

@@ -31,15 +31,13 @@ class PictureMeter {
 
   bool Measures() const { return mStep != 0; }
 
-  // Starts a picture.
-  void Begin();
-  // Bytes [offset, offset + size) of the picture's rows.
+  // Bytes [offset, offset + size) of the picture's rows. A picture needs no start: every
+  // point of the grid is written by the bytes of each picture, so one whose bytes never all
+  // came and that is never ended leaves nothing the next keeps.
   void Update(uint64_t offset, const uint8_t* data, size_t size);
   // Ends the picture as frame slot slot: its reading, and it becomes the one the next is
   // compared with.
   PictureReading End(int64_t slot);
-  // Forgets the picture begun (its bytes never all came): the next compares with the one before.
-  void Abort() {}
 
  private:
   uint32_t mFormat;

@@ -33,7 +33,6 @@ TEST(PictureMeterTest, ReadsLumaBlackAndChangeFromPiecesInAnyOrder) {
   ASSERT_TRUE(meter.Measures());
   // Left half white, right half black.
   std::vector<uint8_t> half = Picture2vuy(width, rows, [&](int x, int) { return x < width / 2 ? 235 : 16; });
-  meter.Begin();
   // The second half first, then the first, in odd pieces.
   const size_t cut = half.size() / 2 + 7;
   meter.Update(cut, half.data() + cut, half.size() - cut);
@@ -46,7 +45,6 @@ TEST(PictureMeterTest, ReadsLumaBlackAndChangeFromPiecesInAnyOrder) {
   EXPECT_FALSE(first.levels.hasChange);
 
   // The same picture again: no change at all.
-  meter.Begin();
   meter.Update(0, half.data(), half.size());
   PictureReading same = meter.End(1);
   ASSERT_TRUE(same.levels.hasChange);
@@ -55,13 +53,11 @@ TEST(PictureMeterTest, ReadsLumaBlackAndChangeFromPiecesInAnyOrder) {
 
   // Black throughout, just under blackdetect's 10%: black; and changed.
   std::vector<uint8_t> black = Picture2vuy(width, rows, [](int, int) { return 16 + 21; });
-  meter.Begin();
   meter.Update(0, black.data(), black.size());
   PictureReading dark = meter.End(2);
   EXPECT_EQ(1.0, dark.blackShare);
   EXPECT_GT(dark.change, 0.001);
   std::vector<uint8_t> grey = Picture2vuy(width, rows, [](int, int) { return 16 + 23; });
-  meter.Begin();
   meter.Update(0, grey.data(), grey.size());
   EXPECT_EQ(0.0, meter.End(3).blackShare) << "above 10% of the way to white is not black";
 }
@@ -72,10 +68,8 @@ TEST(PictureMeterTest, SeesBothFieldsAndEveryFormat) {
   PictureMeter meter(Util::FourCC("2vuy"), width, rows, Util::RowBytes(Util::FourCC("2vuy"), width));
   std::vector<uint8_t> a = Picture2vuy(width, rows, [](int, int) { return 100; });
   std::vector<uint8_t> b = Picture2vuy(width, rows, [](int, int y) { return y % 2 ? 200 : 100; });
-  meter.Begin();
   meter.Update(0, a.data(), a.size());
   meter.End(0);
-  meter.Begin();
   meter.Update(0, b.data(), b.size());
   EXPECT_GT(meter.End(1).change, 0.1);
 
@@ -88,13 +82,11 @@ TEST(PictureMeterTest, SeesBothFieldsAndEveryFormat) {
     v210[i + 2] = static_cast<uint8_t>(word >> 16), v210[i + 3] = static_cast<uint8_t>(word >> 24);
   }
   PictureMeter v(Util::FourCC("v210"), width, rows, v210Row);
-  v.Begin();
   v.Update(0, v210.data(), v210.size());
   EXPECT_NEAR(100.0, v.End(0).levels.mean, 0.01);
   const uint64_t r210Row = Util::RowBytes(Util::FourCC("r210"), width);
   std::vector<uint8_t> r210(r210Row * rows, 0);
   PictureMeter r(Util::FourCC("r210"), width, rows, r210Row);
-  r.Begin();
   r.Update(0, r210.data(), r210.size());
   PictureReading dark = r.End(0);
   EXPECT_EQ(0.0f, dark.levels.mean);
