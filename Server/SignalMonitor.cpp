@@ -141,21 +141,20 @@ void SignalMonitor::EndSound(bool written) {
     mSound->Abort();
     return;
   }
-  for (const SoundReading& reading : mSound->End()) {
+  Sounds(mSound->End());
+  Flush();
+}
+
+void SignalMonitor::Sounds(const std::vector<SoundReading>& readings) {
+  for (const SoundReading& reading : readings) {
     mLines += SlotLevels::Line(reading.levels);
     mFinder->Sound(reading);
   }
-  Flush();
 }
 
 void SignalMonitor::Finish(int64_t slots) {
   if (!IsOpen()) return;
-  if (mSound) {
-    for (const SoundReading& reading : mSound->Flush()) {
-      mLines += SlotLevels::Line(reading.levels);
-      mFinder->Sound(reading);
-    }
-  }
+  if (mSound) Sounds(mSound->Flush());
   mFinder->Finish(slots >= 0 ? slots : mLastSlot + 1);
   Flush();
   Closing();

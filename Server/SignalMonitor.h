@@ -69,6 +69,8 @@ class SignalMonitor {
  private:
   class PictureBytes;
   class SoundBytes;
+  // The levels lines of slots of sound complete, and the events they end.
+  void Sounds(const std::vector<SoundReading>& readings);
   // Appends what was found (levels lines in mLines, events from the finder) to the sidecars.
   void Flush();
   void Closing();
