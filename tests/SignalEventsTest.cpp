@@ -37,11 +37,6 @@ std::ostream& operator<<(std::ostream& out, const Format& format) { return out <
 
 class SignalEventsTest : public HostProgramTest, public testing::WithParamInterface<Format> {
  protected:
-  void TearDown() override {
-    unsetenv("VELDRAN_SIM_EVENTS");
-    HostProgramTest::TearDown();
-  }
-
   // Records frames frames (a minute at most) and expects a complete take.
   void RecordTake(const std::string& movie, const Format& format, int frames) {
     std::string error;
@@ -65,7 +60,8 @@ class SignalEventsTest : public HostProgramTest, public testing::WithParamInterf
 // of the card's frame, its length within one; nothing else is found but the slots the
 // machine left empty, if any.
 TEST_P(SignalEventsTest, EachScriptedFaultIsFoundOnceWhereItHappened) {
-  setenv("VELDRAN_SIM_EVENTS", "black@12+8,freeze@26+12,silence@44+30,clip@80+6", 1);
+  SetSimulatedCardEnvironment(
+      {{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_EVENTS", "black@12+8,freeze@26+12,silence@44+30,clip@80+6"}});
   const std::vector<Scripted> script = {
       {SignalEvent::Kind::kBlack, 12, 8, 0},     {SignalEvent::Kind::kFreeze, 26, 12, 0},
       {SignalEvent::Kind::kSilence, 44, 30, 1},  {SignalEvent::Kind::kSilence, 44, 30, 2},
