@@ -65,7 +65,7 @@ bool ColourNear(const QImage& image, int x, int y, QRgb colour) {
 class ReportTest : public HostProgramTest {
  protected:
   void SetUp() override {
-    HostProgramTest::SetUp();
+    ASSERT_NO_FATAL_FAILURE(HostProgramTest::SetUp());
     SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_EVENTS", "black@40+10,silence@60+30"}});
     mMovie = mScratch->File("take.mov");
     mRecorded = RunProgram({"record", "-o", mMovie, "--seconds", "4", "--standard", "PAL 4x3", "--format", "DV PAL"}, mFolder, 90);
