@@ -77,14 +77,17 @@ class ReportTest : public HostProgramTest {
     mFirstSlotOfCard = FramesOf25(mSummary.startTimecode) - FramesOf25("01:00:00:00");
   }
 
-  // Where the picture has kind's marker: its tick in the marker lane at slot's x.
+  // Whether the picture has kind's colour in the marker lane (near its bottom, where only the
+  // ticks reach) at slot's x.
+  bool HasMarker(const QImage& picture, int channels, int64_t slot, SignalEvent::Kind kind) {
+    return ColourNear(picture, ReportPicture::SlotX(slot, static_cast<int64_t>(mSummary.pictureSlots)),
+                      ReportPicture::MarkerLaneTop(channels) + ReportPicture::kMarkerLaneHeight - 3,
+                      ReportPicture::KindColour(kind));
+  }
   void ExpectMarker(const QImage& picture, int channels, int64_t slot, SignalEvent::Kind kind) {
-    const int x = ReportPicture::kPlotLeft +
-                  static_cast<int>(slot * (ReportPicture::kPlotRight - ReportPicture::kPlotLeft) / 100);
-    const int lane = ReportPicture::kTitleHeight + channels * (ReportPicture::kStripHeight + ReportPicture::kLaneGap) +
-                     ReportPicture::kLumaHeight + ReportPicture::kLaneGap;
-    EXPECT_TRUE(ColourNear(picture, x, lane + ReportPicture::kMarkerLaneHeight - 3, ReportPicture::KindColour(kind)))
-        << SignalEvent::KindName(kind) << " at slot " << slot << " (x " << x << ")";
+    EXPECT_TRUE(HasMarker(picture, channels, slot, kind))
+        << SignalEvent::KindName(kind) << " at slot " << slot << " (x "
+        << ReportPicture::SlotX(slot, static_cast<int64_t>(mSummary.pictureSlots)) << ")";
   }
 
   std::string mMovie;
@@ -125,16 +128,20 @@ TEST_F(ReportTest, HandMadeSidecarsAreSaidAndDrawnWhereTheirSlotsLie) {
   QImage picture(QString::fromStdString(png));
   ASSERT_FALSE(picture.isNull());
   EXPECT_GE(picture.width(), 800);
+  // The picture's layout is the one its header describes, worked out here from its named
+  // sizes: slot 12 of 100 lies 12% of the way across the plot, and the marker lane lies under
+  // the title, the two sound strips and the luma strip.
+  const int x12 = ReportPicture::kPlotLeft + 12 * (ReportPicture::kPlotRight - ReportPicture::kPlotLeft) / 100;
+  EXPECT_EQ(x12, ReportPicture::SlotX(12, 100));
+  EXPECT_EQ(ReportPicture::kTitleHeight + 2 * (ReportPicture::kStripHeight + ReportPicture::kLaneGap) +
+                ReportPicture::kLumaHeight + ReportPicture::kLaneGap,
+            ReportPicture::MarkerLaneTop(2));
   ExpectMarker(picture, 2, 12, SignalEvent::Kind::kBlack);
   ExpectMarker(picture, 2, 70, SignalEvent::Kind::kFreeze);
   // Nothing happened at slot 40: no marker of either kind there.
-  const int lane = ReportPicture::kTitleHeight + 2 * (ReportPicture::kStripHeight + ReportPicture::kLaneGap) +
-                   ReportPicture::kLumaHeight + ReportPicture::kLaneGap;
-  const int x40 = ReportPicture::kPlotLeft + 40 * (ReportPicture::kPlotRight - ReportPicture::kPlotLeft) / 100;
-  EXPECT_FALSE(ColourNear(picture, x40, lane + ReportPicture::kMarkerLaneHeight - 3,
-                          ReportPicture::KindColour(SignalEvent::Kind::kBlack)));
+  EXPECT_FALSE(HasMarker(picture, 2, 40, SignalEvent::Kind::kBlack));
+  EXPECT_FALSE(HasMarker(picture, 2, 40, SignalEvent::Kind::kFreeze));
   // The black event's picture was decoded: its thumbnail under the tick is not the background.
-  const int x12 = ReportPicture::kPlotLeft + 12 * (ReportPicture::kPlotRight - ReportPicture::kPlotLeft) / 100;
   const QRgb background = picture.pixel(2, picture.height() - 2);
   int decoded = 0;
   for (int x = x12 - 20; x <= x12 + 20; ++x) decoded += picture.pixel(x, ReportPicture::ThumbnailTop(2) + 20) != background;
