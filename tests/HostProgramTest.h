@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdint.h>
 #include <stdlib.h>
 
 #include <filesystem>
@@ -12,8 +13,27 @@
 #include "Capture/VeldranAPILoader.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Util/ScratchFolder.h"
+#include "Util/TimeCode.h"
+#include "Util/TimecodeText.h"
 
 namespace KTN {
+
+// Timecodes counted at 25 frames a second, as the takes of PAL and 1080i50 carry them: the
+// frame count of "HH:MM:SS:FF" (-1 when text is not such a timecode), and the timecode of a
+// frame count.
+inline int64_t FrameAt25(const std::string& text) {
+  Util::TimeCode tc = {};
+  if (!Util::TimecodeText::Parse(text, 25, false, tc, nullptr)) return -1;
+  return Util::ConvertTimeCodeToFrameCount(&tc);
+}
+inline std::string TimecodeAt25(int64_t frame) {
+  Util::TimeCode tc = {};
+  tc.framesPerSecond = 25;
+  Util::ConvertFrameCountToTimeCode(static_cast<unsigned>(frame), &tc);
+  char text[12];
+  Util::ConvertTimeCodeToString(&tc, text);
+  return text;
+}
 
 // Each test gets a fresh scratch folder (mFolder, removed after it however it ends), which is
 // also its XDG_CONFIG_HOME, and the simulated card at real time.

@@ -40,17 +40,6 @@ void WriteText(const std::string& path, const std::string& text) {
   file << text;
 }
 
-int FramesOf25(const std::string& text) {
-  return ((std::stoi(text.substr(0, 2)) * 60 + std::stoi(text.substr(3, 2))) * 60 + std::stoi(text.substr(6, 2))) * 25 +
-         std::stoi(text.substr(9, 2));
-}
-
-std::string Timecode25(int frames) {
-  char text[32];
-  snprintf(text, sizeof text, "%02d:%02d:%02d:%02d", frames / 90000, frames / 1500 % 60, frames / 25 % 60, frames % 25);
-  return text;
-}
-
 // Whether the picture has colour within two pixels of x, at row y.
 bool ColourNear(const QImage& image, int x, int y, QRgb colour) {
   for (int dx = -2; dx <= 2; ++dx) {
@@ -74,7 +63,7 @@ class ReportTest : public HostProgramTest {
     ASSERT_EQ(mSummary.pictureSlots, 100u);
     ASSERT_TRUE(mSummary.hasTimecode);
     // The card's frame 0 is 01:00:00:00; the take starts a frame or so after its streams.
-    mFirstSlotOfCard = FramesOf25(mSummary.startTimecode) - FramesOf25("01:00:00:00");
+    mFirstSlotOfCard = FrameAt25(mSummary.startTimecode) - FrameAt25("01:00:00:00");
   }
 
   // Whether the picture has kind's colour in the marker lane (near its bottom, where only the
@@ -93,7 +82,7 @@ class ReportTest : public HostProgramTest {
   std::string mMovie;
   Ran mRecorded;
   MovieSummary mSummary;
-  int mFirstSlotOfCard = 0;
+  int64_t mFirstSlotOfCard = 0;
 };
 
 TEST_F(ReportTest, RecordNamesTheReportPictureItWroteBesideTheTake) {
@@ -117,10 +106,10 @@ TEST_F(ReportTest, HandMadeSidecarsAreSaidAndDrawnWhereTheirSlotsLie) {
   const std::string png = mScratch->File("report.png");
   Ran report = RunProgram({"report", mMovie, "-o", png}, mFolder);
   ASSERT_EQ(report.exit, 0) << report.err;
-  const int start = FramesOf25(mSummary.startTimecode);
+  const int64_t start = FrameAt25(mSummary.startTimecode);
   EXPECT_EQ(report.out, "Movie: " + mMovie + "\nSlots: 100 at 25 fps, from " + mSummary.startTimecode +
-                            "\nPictures: 100\nDropped slots: 0\nEvents: 2\n" + Timecode25(start + 12) +
-                            "  black for 10 frames\n" + Timecode25(start + 70) +
+                            "\nPictures: 100\nDropped slots: 0\nEvents: 2\n" + TimecodeAt25(start + 12) +
+                            "  black for 10 frames\n" + TimecodeAt25(start + 70) +
                             "  freeze for 5 frames\nChannel 1: peak -20.0 dBFS, RMS -23.0 dBFS\n"
                             "Channel 2: peak -1.0 dBFS, RMS -9.0 dBFS\nverify: not run\n");
   EXPECT_EQ(UserLines(report.err), std::vector<std::string>{}) << report.err;
@@ -156,13 +145,13 @@ TEST_F(ReportTest, TheScriptedFaultsAreReportedWhereTheyHappened) {
   const std::string png = mScratch->File("report.png");
   Ran report = RunProgram({"report", mMovie, "-o", png}, mFolder);
   ASSERT_EQ(report.exit, 0) << report.err;
-  const int blackSlot = 40 - mFirstSlotOfCard, silenceSlot = 60 - mFirstSlotOfCard;
-  const int start = FramesOf25(mSummary.startTimecode);
+  const int64_t blackSlot = 40 - mFirstSlotOfCard, silenceSlot = 60 - mFirstSlotOfCard;
+  const int64_t start = FrameAt25(mSummary.startTimecode);
   EXPECT_EQ(LinesWith(report.out, "black"),
-            std::vector<std::string>{Timecode25(start + blackSlot) + "  black for 10 frames"})
+            std::vector<std::string>{TimecodeAt25(start + blackSlot) + "  black for 10 frames"})
       << report.out;
   const std::vector<std::string> silence = LinesWith(report.out, "silence on channel 1");
-  EXPECT_EQ(silence, std::vector<std::string>{Timecode25(start + silenceSlot) + "  silence on channel 1 for 30 frames"})
+  EXPECT_EQ(silence, std::vector<std::string>{TimecodeAt25(start + silenceSlot) + "  silence on channel 1 for 30 frames"})
       << report.out;
   QImage picture(QString::fromStdString(png));
   ASSERT_FALSE(picture.isNull());

@@ -12,7 +12,6 @@
 #include "Movie/MovieSummary.h"
 #include "Signal/SignalEvent.h"
 #include "Signal/TakeSignal.h"
-#include "Util/TimecodeText.h"
 #include "tests/HostProgramProcess.h"
 #include "tests/HostProgramTest.h"
 
@@ -50,9 +49,8 @@ class SignalEventsTest : public HostProgramTest, public testing::WithParamInterf
 
   // The card's frame the take's first slot was: its timecode less the card's first (01:00:00:00).
   static int64_t FirstCardFrame(const MovieSummary& summary) {
-    Util::TimeCode tc = {};
-    if (!Util::TimecodeText::Parse(summary.startTimecode, 25, false, tc, nullptr)) return -1;
-    return ((tc.hours - 1) * 3600 + tc.minutes * 60 + tc.seconds) * 25 + tc.frames;
+    const int64_t start = FrameAt25(summary.startTimecode);
+    return start < 0 ? -1 : start - FrameAt25("01:00:00:00");
   }
 };
 

@@ -21,13 +21,6 @@ namespace {
 
 class TimecodeBreakTest : public HostProgramTest {};
 
-// A frame number at 25 frames a second of "HH:MM:SS:FF"; -1 when text is not one.
-int64_t FrameAt25(const std::string& text) {
-  unsigned h = 0, m = 0, s = 0, f = 0;
-  if (sscanf(text.c_str(), "%2u:%2u:%2u:%2u", &h, &m, &s, &f) != 4) return -1;
-  return ((h * 60 + m) * 60 + s) * 25 + f;
-}
-
 // The card's timecode jumps 100 frames at its frame 50 (01:00:01:24, then 01:00:06:00) of a
 // four-second take of 1080i50 in uncompressed 10-bit 4:2:2: the events sidecar holds that one
 // break at the movie's slot of the card's frame 50, and the timecode track has two samples,
