@@ -5,16 +5,19 @@
 
 #include <stdint.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Capture/VeldranAPILoader.h"
 #include "Simulator/SimulatedCardLoader.h"
 #include "Util/ScratchFolder.h"
 #include "Util/TimeCode.h"
 #include "Util/TimecodeText.h"
+#include "tests/HostProgramProcess.h"
 
 namespace KTN {
 
@@ -49,6 +52,18 @@ class HostProgramTest : public testing::Test {
     SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}});
   }
   void TearDown() override { mScratch.reset(); }
+
+  // Records movie with the host program ("record -o movie" and options) and expects a
+  // complete take: the program ended within seconds, with exit status 0.
+  void RecordTake(const std::string& movie, const std::vector<std::string>& options, double seconds = 60) {
+    std::vector<std::string> arguments = {"record", "-o", movie};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    std::string error;
+    const int status = RunHostProgram(arguments, mFolder, seconds, error);
+    ASSERT_NE(-1, status) << "the host program hung: " << error;
+    ASSERT_TRUE(WIFEXITED(status)) << error;
+    ASSERT_EQ(0, WEXITSTATUS(status)) << error;
+  }
 
   std::unique_ptr<Util::ScratchFolder> mScratch;
   std::string mFolder;

@@ -3,7 +3,6 @@
 // clean bars give no event at all.
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 
 #include <ostream>
 #include <string>
@@ -36,17 +35,6 @@ std::ostream& operator<<(std::ostream& out, const Format& format) { return out <
 
 class SignalEventsTest : public HostProgramTest, public testing::WithParamInterface<Format> {
  protected:
-  // Records frames frames (a minute at most) and expects a complete take.
-  void RecordTake(const std::string& movie, const Format& format, int frames) {
-    std::string error;
-    const int status = RunHostProgram({"record", "-o", movie, "--standard", format.standard, "--format", format.format,
-                                       "--frames", std::to_string(frames)},
-                                      mFolder, 60, error);
-    ASSERT_NE(-1, status) << "the host program hung: " << error;
-    ASSERT_TRUE(WIFEXITED(status)) << error;
-    ASSERT_EQ(0, WEXITSTATUS(status)) << error;
-  }
-
   // The card's frame the take's first slot was: its timecode less the card's first (01:00:00:00).
   static int64_t FirstCardFrame(const MovieSummary& summary) {
     const int64_t start = FrameAt25(summary.startTimecode);
@@ -66,7 +54,8 @@ TEST_P(SignalEventsTest, EachScriptedFaultIsFoundOnceWhereItHappened) {
       {SignalEvent::Kind::kClipping, 80, 6, 1},
   };
   const std::string movie = mFolder + "/scripted.mov";
-  ASSERT_NO_FATAL_FAILURE(RecordTake(movie, GetParam(), 100));
+  ASSERT_NO_FATAL_FAILURE(
+      RecordTake(movie, {"--standard", GetParam().standard, "--format", GetParam().format, "--frames", "100"}));
   MovieSummary summary;
   ASSERT_EQ(0, summary.Read(movie));
   const int64_t offset = FirstCardFrame(summary);
@@ -116,7 +105,8 @@ INSTANTIATE_TEST_SUITE_P(Formats, SignalEventsTest,
 // empty, and then only those, as dropped.
 TEST_F(SignalEventsTest, TenSecondsOfCleanBarsHaveNoEvent) {
   const std::string movie = mFolder + "/clean.mov";
-  ASSERT_NO_FATAL_FAILURE(RecordTake(movie, Format{"", "HD 1080i 50", "Uncompressed 10-bit 4:2:2"}, 250));
+  ASSERT_NO_FATAL_FAILURE(
+      RecordTake(movie, {"--standard", "HD 1080i 50", "--format", "Uncompressed 10-bit 4:2:2", "--frames", "250"}));
   MovieSummary summary;
   ASSERT_EQ(0, summary.Read(movie));
   EXPECT_EQ(250u, summary.pictureSlots);

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <stdio.h>
-#include <sys/wait.h>
 
 #include <sstream>
 #include <string>
@@ -29,13 +28,8 @@ class TimecodeBreakTest : public HostProgramTest {};
 TEST_F(TimecodeBreakTest, EveryFrameAfterAJumpCarriesTheCardsTimecode) {
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_EVENTS", "tcjump@50+100"}});
   const std::string movie = mFolder + "/jump.mov";
-  std::string error;
-  const int status = RunHostProgram({"record", "-o", movie, "--seconds", "4", "--standard", "HD 1080i 50", "--format",
-                                     "Uncompressed 10-bit 4:2:2"},
-                                    mFolder, 120, error);
-  ASSERT_NE(-1, status) << "the host program hung: " << error;
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(0, WEXITSTATUS(status)) << error;
+  ASSERT_NO_FATAL_FAILURE(
+      RecordTake(movie, {"--seconds", "4", "--standard", "HD 1080i 50", "--format", "Uncompressed 10-bit 4:2:2"}, 120));
 
   // The take's first timecode, and so the movie slot of the card's frame 50 (the take starts
   // a frame or so after the card's streams, at 01:00:00:00).
