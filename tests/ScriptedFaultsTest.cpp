@@ -33,7 +33,7 @@ struct Format {
 
 std::ostream& operator<<(std::ostream& out, const Format& format) { return out << format.name; }
 
-class SignalEventsTest : public HostProgramTest, public testing::WithParamInterface<Format> {
+class ScriptedFaultsTest : public HostProgramTest, public testing::WithParamInterface<Format> {
  protected:
   // The card's frame the take's first slot was: its timecode less the card's first (01:00:00:00).
   static int64_t FirstCardFrame(const MovieSummary& summary) {
@@ -45,7 +45,7 @@ class SignalEventsTest : public HostProgramTest, public testing::WithParamInterf
 // Every scripted fault is found once, of its kind (and channel), its first slot within one
 // of the card's frame, its length within one; nothing else is found but the slots the
 // machine left empty, if any.
-TEST_P(SignalEventsTest, EachScriptedFaultIsFoundOnceWhereItHappened) {
+TEST_P(ScriptedFaultsTest, EachScriptedFaultIsFoundOnceWhereItHappened) {
   SetSimulatedCardEnvironment(
       {{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_EVENTS", "black@12+8,freeze@26+12,silence@44+30,clip@80+6"}});
   const std::vector<Scripted> script = {
@@ -96,14 +96,14 @@ TEST_P(SignalEventsTest, EachScriptedFaultIsFoundOnceWhereItHappened) {
   EXPECT_EQ(static_cast<size_t>(summary.pictures), signal.Pictures().size()) << "a levels line for every picture";
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, SignalEventsTest,
+INSTANTIATE_TEST_SUITE_P(Formats, ScriptedFaultsTest,
                          testing::Values(Format{"Hd1080i50TenBit", "HD 1080i 50", "Uncompressed 10-bit 4:2:2"},
                                          Format{"DvPal", "PAL 4x3", "DV PAL"}),
                          [](const testing::TestParamInfo<Format>& info) { return std::string(info.param.name); });
 
 // Ten seconds of the plain bars and tone: no event at all, unless the machine left slots
 // empty, and then only those, as dropped.
-TEST_F(SignalEventsTest, TenSecondsOfCleanBarsHaveNoEvent) {
+TEST_F(ScriptedFaultsTest, TenSecondsOfCleanBarsHaveNoEvent) {
   const std::string movie = mFolder + "/clean.mov";
   ASSERT_NO_FATAL_FAILURE(
       RecordTake(movie, {"--standard", "HD 1080i 50", "--format", "Uncompressed 10-bit 4:2:2", "--frames", "250"}));
