@@ -194,12 +194,6 @@ TEST(TakeVerifierTest, RefusesWhatItCannotCheck) {
   EXPECT_EQ(failure, "cannot verify " + other.File("none.mov") + ": No such file or directory");
 }
 
-}  // namespace
-}  // namespace KTN
-
-namespace KTN {
-namespace {
-
 // A cut-off take's sidecar: a line for the sample whose fragment was left out, the last
 // picture's line as short as it was when written, and a torn line. Trimmed, it is the
 // sidecar of the movie as repaired, line for line.

@@ -98,8 +98,8 @@ bool TakeVerification::Last(const std::string& moviePath, TakeVerification* last
   // The movie as it is now must be the one that was checked.
   struct stat movie = {};
   if (stat(moviePath.c_str(), &movie) != 0 || !S_ISREG(movie.st_mode) ||
-      object.numbers["bytes"] != static_cast<long long>(movie.st_size) ||
-      object.numbers["modified"] != static_cast<long long>(movie.st_mtime)) {
+      object.Number("bytes") != static_cast<long long>(movie.st_size) ||
+      object.Number("modified") != static_cast<long long>(movie.st_mtime)) {
     return false;
   }
   TakeVerification read;

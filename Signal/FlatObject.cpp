@@ -60,13 +60,8 @@ class Cursor {
   size_t mAt = 0;
 };
 
-}  // namespace
-
-bool FlatObject::Read(const std::string& line) {
-  strings.clear();
-  numbers.clear();
-  Cursor at(line);
-  FlatObject read;
+// Reads the whole of at's text as one object into read's members.
+bool ReadObject(Cursor& at, FlatObject* read) {
   at.Skip();
   if (!at.Take('{')) return false;
   at.Skip();
@@ -80,25 +75,39 @@ bool FlatObject::Read(const std::string& line) {
     if (at.Peek() == '"') {
       std::string value;
       if (!at.ReadString(&value)) return false;
-      read.strings[key] = value;
+      read->strings[key] = value;
     } else {
       long long number = 0;
       if (!at.ReadNumber(&number)) return false;
-      read.numbers[key] = number;
+      read->numbers[key] = number;
     }
     at.Skip();
     if (at.Take('}')) break;
     if (!at.Take(',')) return false;
     at.Skip();
   }
-  if (!at.AtEnd()) return false;
-  *this = std::move(read);
-  return true;
+  return at.AtEnd();
+}
+
+}  // namespace
+
+bool FlatObject::Read(const std::string& line) {
+  // Read into a fresh object, so that a line refused part way keeps none of its members.
+  Cursor at(line);
+  FlatObject read;
+  const bool whole = ReadObject(at, &read);
+  *this = whole ? std::move(read) : FlatObject();
+  return whole;
 }
 
 std::string FlatObject::String(const std::string& name, const std::string& fallback) const {
   auto found = strings.find(name);
   return found == strings.end() ? fallback : found->second;
+}
+
+long long FlatObject::Number(const std::string& name, long long fallback) const {
+  auto found = numbers.find(name);
+  return found == numbers.end() ? fallback : found->second;
 }
 
 std::string FlatObject::Quoted(const std::string& text) {

@@ -22,7 +22,7 @@ class FlatObject {
 
   // A member's value, or fallback when the object has no such member of that type.
   std::string String(const std::string& name, const std::string& fallback = std::string()) const;
-  bool Has(const std::string& name) const { return strings.count(name) || numbers.count(name); }
+  long long Number(const std::string& name, long long fallback = 0) const;
 
   // text as a JSON string, quotes included: '"' and '\' escaped, control characters (which
   // the reader refuses) written as spaces.

@@ -70,11 +70,12 @@ std::string SignalEvent::Line() const {
 bool SignalEvent::Parse(const std::string& line, SignalEvent* event) {
   // A last line cut off mid-write is no whole object, and is refused as such.
   FlatObject object;
-  if (!object.Read(line) || !object.numbers.count("slot") || !object.numbers.count("frames")) return false;
+  if (!object.Read(line)) return false;
   SignalEvent read;
   if (!KindNamed(object.String("kind"), &read.kind)) return false;
-  const long long slot = object.numbers["slot"], frames = object.numbers["frames"];
-  const long long channel = object.numbers.count("channel") ? object.numbers["channel"] : 0;
+  // A line without its slot or its length is refused with the negative ones.
+  const long long slot = object.Number("slot", -1), frames = object.Number("frames", -1);
+  const long long channel = object.Number("channel", 0);
   constexpr long long kMostSlots = 1LL << 40;
   if (slot < 0 || slot > kMostSlots || frames < 0 || frames > kMostSlots) return false;
   if (channel < 0 || channel > 64) return false;

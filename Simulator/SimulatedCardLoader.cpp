@@ -13,7 +13,7 @@ namespace {
 const char* const kVariables[] = {"VELDRAN_SIM_DEVICES", "VELDRAN_SIM_HARDWARE_FLAGS", "VELDRAN_SIM_TIMECODE",
                                   "VELDRAN_SIM_TIMECODE_START", "VELDRAN_SIM_DECK", "VELDRAN_SIM_CUE",
                                   "VELDRAN_SIM_SPEED", "VELDRAN_SIM_FAIL", "VELDRAN_SIM_SOURCE",
-                                  "VELDRAN_SIM_FORMAT_DETECTION", "VELDRAN_SIM_FRAMES"};
+                                  "VELDRAN_SIM_FORMAT_DETECTION", "VELDRAN_SIM_FRAMES", "VELDRAN_SIM_EVENTS"};
 
 }  // namespace
 

@@ -99,14 +99,22 @@ std::string QtdemuxBufferCounts(const std::string& path) {
 }
 
 std::string CommandOutput(const std::string& commandLine) {
+  int exitStatus = -1;
+  std::string output = CommandOutput(commandLine, exitStatus);
+  while (!output.empty() && (output.back() == '\n' || output.back() == '\r')) output.pop_back();
+  return output;
+}
+
+std::string CommandOutput(const std::string& commandLine, int& exitStatus) {
   std::string output;
+  exitStatus = -1;
   FILE* pipe = popen(commandLine.c_str(), "r");
   if (!pipe) return output;
   char buffer[4096];
   size_t read;
   while ((read = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, read);
-  pclose(pipe);
-  while (!output.empty() && (output.back() == '\n' || output.back() == '\r')) output.pop_back();
+  const int status = pclose(pipe);
+  if (status != -1 && WIFEXITED(status)) exitStatus = WEXITSTATUS(status);
   return output;
 }
 
@@ -120,21 +128,17 @@ int FfmpegFrameHashes(const std::string& movie, const std::string& folder, std::
   const std::string errors = folder + "/ffmpeg.stderr";
   const std::string command = "timeout -k 5 60 ffmpeg -nostdin -v error -i " + ShellQuoted(movie) +
                               " -map '0:v?' -map '0:a?' -c copy -f framehash -hash murmur3 - 2> " + ShellQuoted(errors);
-  text.clear();
+  int exitStatus = -1;
+  text = CommandOutput(command, exitStatus);
   error.clear();
-  char buffer[4096];
-  size_t read;
-  int status = -1;
-  if (FILE* pipe = popen(command.c_str(), "r")) {
-    while ((read = fread(buffer, 1, sizeof buffer, pipe)) > 0) text.append(buffer, read);
-    status = pclose(pipe);
-  }
   if (FILE* file = fopen(errors.c_str(), "r")) {
+    char buffer[4096];
+    size_t read;
     while ((read = fread(buffer, 1, sizeof buffer, file)) > 0) error.append(buffer, read);
     fclose(file);
   }
   remove(errors.c_str());
-  return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return exitStatus;
 }
 
 std::string Ffprobe(const std::string& path, const std::string& selection) {

@@ -38,6 +38,9 @@ ProbedMovie ProbeMovie(const std::string& path, bool decode);
 
 // Output of a command line run by the shell, without its final line feed.
 std::string CommandOutput(const std::string& commandLine);
+// Output of a command line run by the shell, whole, with the shell's exit status in
+// exitStatus (-1 when it could not be started or did not exit).
+std::string CommandOutput(const std::string& commandLine, int& exitStatus);
 
 // text quoted for the shell, whatever it holds (spaces, quotes).
 std::string ShellQuoted(const std::string& text);

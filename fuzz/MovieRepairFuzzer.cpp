@@ -99,7 +99,6 @@ void Repair(const std::string& path) {
   stamp.fields = summary.hasFieldOrder ? KTN::MovieStamp::Fields::kKeep : KTN::MovieStamp::Fields::kTopFirst;
   stamp.frameDuration = summary.frameDuration;
   stamp.timescale = summary.videoTimescale;
-  // A timecode where the movie's rate counts one, so that its track is written too.
   // A timecode where the movie's rate counts one, so that its track is written too, with a
   // break after the first slot, so that it has two runs.
   if (KTN::TimecodeTrack::CountableRate(stamp.frameDuration, stamp.timescale)) {

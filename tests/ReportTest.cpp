@@ -40,17 +40,6 @@ void WriteText(const std::string& path, const std::string& text) {
   file << text;
 }
 
-int FramesOf25(const std::string& text) {
-  return ((std::stoi(text.substr(0, 2)) * 60 + std::stoi(text.substr(3, 2))) * 60 + std::stoi(text.substr(6, 2))) * 25 +
-         std::stoi(text.substr(9, 2));
-}
-
-std::string Timecode25(int frames) {
-  char text[32];
-  snprintf(text, sizeof text, "%02d:%02d:%02d:%02d", frames / 90000, frames / 1500 % 60, frames / 25 % 60, frames % 25);
-  return text;
-}
-
 // Whether the picture has colour within two pixels of x, at row y.
 bool ColourNear(const QImage& image, int x, int y, QRgb colour) {
   for (int dx = -2; dx <= 2; ++dx) {
@@ -65,7 +54,7 @@ bool ColourNear(const QImage& image, int x, int y, QRgb colour) {
 class ReportTest : public HostProgramTest {
  protected:
   void SetUp() override {
-    HostProgramTest::SetUp();
+    ASSERT_NO_FATAL_FAILURE(HostProgramTest::SetUp());
     SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_EVENTS", "black@40+10,silence@60+30"}});
     mMovie = mScratch->File("take.mov");
     mRecorded = RunProgram({"record", "-o", mMovie, "--seconds", "4", "--standard", "PAL 4x3", "--format", "DV PAL"}, mFolder, 90);
@@ -74,23 +63,26 @@ class ReportTest : public HostProgramTest {
     ASSERT_EQ(mSummary.pictureSlots, 100u);
     ASSERT_TRUE(mSummary.hasTimecode);
     // The card's frame 0 is 01:00:00:00; the take starts a frame or so after its streams.
-    mFirstSlotOfCard = FramesOf25(mSummary.startTimecode) - FramesOf25("01:00:00:00");
+    mFirstSlotOfCard = FrameAt25(mSummary.startTimecode) - FrameAt25("01:00:00:00");
   }
 
-  // Where the picture has kind's marker: its tick in the marker lane at slot's x.
+  // Whether the picture has kind's colour in the marker lane (near its bottom, where only the
+  // ticks reach) at slot's x.
+  bool HasMarker(const QImage& picture, int channels, int64_t slot, SignalEvent::Kind kind) {
+    return ColourNear(picture, ReportPicture::SlotX(slot, static_cast<int64_t>(mSummary.pictureSlots)),
+                      ReportPicture::MarkerLaneTop(channels) + ReportPicture::kMarkerLaneHeight - 3,
+                      ReportPicture::KindColour(kind));
+  }
   void ExpectMarker(const QImage& picture, int channels, int64_t slot, SignalEvent::Kind kind) {
-    const int x = ReportPicture::kPlotLeft +
-                  static_cast<int>(slot * (ReportPicture::kPlotRight - ReportPicture::kPlotLeft) / 100);
-    const int lane = ReportPicture::kTitleHeight + channels * (ReportPicture::kStripHeight + ReportPicture::kLaneGap) +
-                     ReportPicture::kLumaHeight + ReportPicture::kLaneGap;
-    EXPECT_TRUE(ColourNear(picture, x, lane + ReportPicture::kMarkerLaneHeight - 3, ReportPicture::KindColour(kind)))
-        << SignalEvent::KindName(kind) << " at slot " << slot << " (x " << x << ")";
+    EXPECT_TRUE(HasMarker(picture, channels, slot, kind))
+        << SignalEvent::KindName(kind) << " at slot " << slot << " (x "
+        << ReportPicture::SlotX(slot, static_cast<int64_t>(mSummary.pictureSlots)) << ")";
   }
 
   std::string mMovie;
   Ran mRecorded;
   MovieSummary mSummary;
-  int mFirstSlotOfCard = 0;
+  int64_t mFirstSlotOfCard = 0;
 };
 
 TEST_F(ReportTest, RecordNamesTheReportPictureItWroteBesideTheTake) {
@@ -114,10 +106,10 @@ TEST_F(ReportTest, HandMadeSidecarsAreSaidAndDrawnWhereTheirSlotsLie) {
   const std::string png = mScratch->File("report.png");
   Ran report = RunProgram({"report", mMovie, "-o", png}, mFolder);
   ASSERT_EQ(report.exit, 0) << report.err;
-  const int start = FramesOf25(mSummary.startTimecode);
+  const int64_t start = FrameAt25(mSummary.startTimecode);
   EXPECT_EQ(report.out, "Movie: " + mMovie + "\nSlots: 100 at 25 fps, from " + mSummary.startTimecode +
-                            "\nPictures: 100\nDropped slots: 0\nEvents: 2\n" + Timecode25(start + 12) +
-                            "  black for 10 frames\n" + Timecode25(start + 70) +
+                            "\nPictures: 100\nDropped slots: 0\nEvents: 2\n" + TimecodeAt25(start + 12) +
+                            "  black for 10 frames\n" + TimecodeAt25(start + 70) +
                             "  freeze for 5 frames\nChannel 1: peak -20.0 dBFS, RMS -23.0 dBFS\n"
                             "Channel 2: peak -1.0 dBFS, RMS -9.0 dBFS\nverify: not run\n");
   EXPECT_EQ(UserLines(report.err), std::vector<std::string>{}) << report.err;
@@ -125,16 +117,20 @@ TEST_F(ReportTest, HandMadeSidecarsAreSaidAndDrawnWhereTheirSlotsLie) {
   QImage picture(QString::fromStdString(png));
   ASSERT_FALSE(picture.isNull());
   EXPECT_GE(picture.width(), 800);
+  // The picture's layout is the one its header describes, worked out here from its named
+  // sizes: slot 12 of 100 lies 12% of the way across the plot, and the marker lane lies under
+  // the title, the two sound strips and the luma strip.
+  const int x12 = ReportPicture::kPlotLeft + 12 * (ReportPicture::kPlotRight - ReportPicture::kPlotLeft) / 100;
+  EXPECT_EQ(x12, ReportPicture::SlotX(12, 100));
+  EXPECT_EQ(ReportPicture::kTitleHeight + 2 * (ReportPicture::kStripHeight + ReportPicture::kLaneGap) +
+                ReportPicture::kLumaHeight + ReportPicture::kLaneGap,
+            ReportPicture::MarkerLaneTop(2));
   ExpectMarker(picture, 2, 12, SignalEvent::Kind::kBlack);
   ExpectMarker(picture, 2, 70, SignalEvent::Kind::kFreeze);
   // Nothing happened at slot 40: no marker of either kind there.
-  const int lane = ReportPicture::kTitleHeight + 2 * (ReportPicture::kStripHeight + ReportPicture::kLaneGap) +
-                   ReportPicture::kLumaHeight + ReportPicture::kLaneGap;
-  const int x40 = ReportPicture::kPlotLeft + 40 * (ReportPicture::kPlotRight - ReportPicture::kPlotLeft) / 100;
-  EXPECT_FALSE(ColourNear(picture, x40, lane + ReportPicture::kMarkerLaneHeight - 3,
-                          ReportPicture::KindColour(SignalEvent::Kind::kBlack)));
+  EXPECT_FALSE(HasMarker(picture, 2, 40, SignalEvent::Kind::kBlack));
+  EXPECT_FALSE(HasMarker(picture, 2, 40, SignalEvent::Kind::kFreeze));
   // The black event's picture was decoded: its thumbnail under the tick is not the background.
-  const int x12 = ReportPicture::kPlotLeft + 12 * (ReportPicture::kPlotRight - ReportPicture::kPlotLeft) / 100;
   const QRgb background = picture.pixel(2, picture.height() - 2);
   int decoded = 0;
   for (int x = x12 - 20; x <= x12 + 20; ++x) decoded += picture.pixel(x, ReportPicture::ThumbnailTop(2) + 20) != background;
@@ -149,13 +145,13 @@ TEST_F(ReportTest, TheScriptedFaultsAreReportedWhereTheyHappened) {
   const std::string png = mScratch->File("report.png");
   Ran report = RunProgram({"report", mMovie, "-o", png}, mFolder);
   ASSERT_EQ(report.exit, 0) << report.err;
-  const int blackSlot = 40 - mFirstSlotOfCard, silenceSlot = 60 - mFirstSlotOfCard;
-  const int start = FramesOf25(mSummary.startTimecode);
+  const int64_t blackSlot = 40 - mFirstSlotOfCard, silenceSlot = 60 - mFirstSlotOfCard;
+  const int64_t start = FrameAt25(mSummary.startTimecode);
   EXPECT_EQ(LinesWith(report.out, "black"),
-            std::vector<std::string>{Timecode25(start + blackSlot) + "  black for 10 frames"})
+            std::vector<std::string>{TimecodeAt25(start + blackSlot) + "  black for 10 frames"})
       << report.out;
   const std::vector<std::string> silence = LinesWith(report.out, "silence on channel 1");
-  EXPECT_EQ(silence, std::vector<std::string>{Timecode25(start + silenceSlot) + "  silence on channel 1 for 30 frames"})
+  EXPECT_EQ(silence, std::vector<std::string>{TimecodeAt25(start + silenceSlot) + "  silence on channel 1 for 30 frames"})
       << report.out;
   QImage picture(QString::fromStdString(png));
   ASSERT_FALSE(picture.isNull());

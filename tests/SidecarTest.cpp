@@ -185,15 +185,6 @@ std::vector<std::string> ShellWords(const std::string& line) {
 
 class SidecarTest : public HostProgramTest {
  protected:
-  // Records with the host program (a minute at most) and expects a complete take.
-  void RecordTake(const std::string& movie, const std::vector<std::string>& options) {
-    std::string error;
-    const int status = RunHostProgram(Record(movie, options), mFolder, 60, error);
-    ASSERT_NE(-1, status) << "the host program hung: " << error;
-    ASSERT_TRUE(WIFEXITED(status)) << error;
-    ASSERT_EQ(0, WEXITSTATUS(status)) << error;
-  }
-
   // A copy of the plug-in bundle whose server writes slowly (each write held back 60 ms, a
   // backlog of two frames of backlogFrameBytes): it has to drop frames, however fast this
   // machine is.

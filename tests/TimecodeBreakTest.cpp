@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <stdio.h>
-#include <sys/wait.h>
 
 #include <sstream>
 #include <string>
@@ -21,13 +20,6 @@ namespace {
 
 class TimecodeBreakTest : public HostProgramTest {};
 
-// A frame number at 25 frames a second of "HH:MM:SS:FF"; -1 when text is not one.
-int64_t FrameAt25(const std::string& text) {
-  unsigned h = 0, m = 0, s = 0, f = 0;
-  if (sscanf(text.c_str(), "%2u:%2u:%2u:%2u", &h, &m, &s, &f) != 4) return -1;
-  return ((h * 60 + m) * 60 + s) * 25 + f;
-}
-
 // The card's timecode jumps 100 frames at its frame 50 (01:00:01:24, then 01:00:06:00) of a
 // four-second take of 1080i50 in uncompressed 10-bit 4:2:2: the events sidecar holds that one
 // break at the movie's slot of the card's frame 50, and the timecode track has two samples,
@@ -36,13 +28,8 @@ int64_t FrameAt25(const std::string& text) {
 TEST_F(TimecodeBreakTest, EveryFrameAfterAJumpCarriesTheCardsTimecode) {
   SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_EVENTS", "tcjump@50+100"}});
   const std::string movie = mFolder + "/jump.mov";
-  std::string error;
-  const int status = RunHostProgram({"record", "-o", movie, "--seconds", "4", "--standard", "HD 1080i 50", "--format",
-                                     "Uncompressed 10-bit 4:2:2"},
-                                    mFolder, 120, error);
-  ASSERT_NE(-1, status) << "the host program hung: " << error;
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(0, WEXITSTATUS(status)) << error;
+  ASSERT_NO_FATAL_FAILURE(
+      RecordTake(movie, {"--seconds", "4", "--standard", "HD 1080i 50", "--format", "Uncompressed 10-bit 4:2:2"}, 120));
 
   // The take's first timecode, and so the movie slot of the card's frame 50 (the take starts
   // a frame or so after the card's streams, at 01:00:00:00).

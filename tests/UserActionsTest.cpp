@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -313,22 +312,12 @@ TEST_F(UserActionsTest, ATimecodeTheCardCannotReadIsSaidAndNotMadeUp) {
   EXPECT_FALSE(summary.hasTimecode);
 }
 
-// The card's scripted faults for one test (VELDRAN_SIM_EVENTS), gone when it ends however it
-// ends.
-class CardFaults {
- public:
-  explicit CardFaults(const char* faults) { setenv("VELDRAN_SIM_EVENTS", faults, 1); }
-  ~CardFaults() { unsetenv("VELDRAN_SIM_EVENTS"); }
-  CardFaults(const CardFaults&) = delete;
-  CardFaults& operator=(const CardFaults&) = delete;
-};
-
 // On a terminal, an event the recording finds in the signal is written on a line of its own
 // with its first slot's timecode, above the status line, which is drawn again below it with
 // the sound's peak.
 TEST_F(UserActionsTest, ASignalEventIsWrittenAboveTheStatusLineWithItsTimecode) {
   // Card frame 40 is 01:00:01:15 from the card's 01:00:00:00, whatever slot of the take it is.
-  CardFaults faults("black@40+25");
+  SetSimulatedCardEnvironment({{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_EVENTS", "black@40+25"}});
   const std::string movie = mFolder + "/black.mov";
   int status = -1;
   // DV PAL: 144000 bytes a frame, five seconds.

@@ -25,6 +25,7 @@
 #include "Util/PageCache.h"
 #include "Util/ScratchFolder.h"
 #include "tests/HostProgramProcess.h"
+#include "tests/HostProgramTest.h"
 
 extern char** environ;
 
@@ -98,15 +99,6 @@ class FlippedByte {
   uint64_t mOffset;
 };
 
-// "HH:MM:SS:FF" k frames after text, counted at 25 frames a second.
-std::string At25(const std::string& text, int k) {
-  int frames = ((std::stoi(text.substr(0, 2)) * 60 + std::stoi(text.substr(3, 2))) * 60 + std::stoi(text.substr(6, 2))) * 25 +
-               std::stoi(text.substr(9, 2)) + k;
-  char result[48];
-  snprintf(result, sizeof result, "%02d:%02d:%02d:%02d", frames / 90000, frames / 1500 % 60, frames / 25 % 60, frames % 25);
-  return result;
-}
-
 // One take of two seconds of 1080i50 10-bit with sound (about 280 MB), recorded once on the
 // disk for all the tests, with the sidecar its recording wrote. Each test leaves both as it
 // found them.
@@ -173,7 +165,7 @@ TEST_F(VerifyTest, AChangedPictureIsNamedWithItsTimecode) {
   EXPECT_EQ(ran.out, "");
   EXPECT_EQ(UserLines(ran.err),
             std::vector<std::string>{"kestrin-capture: take.mov differs from its sidecar: picture 37 (" +
-                                     At25(summary.startTimecode, k) +
+                                     TimecodeAt25(FrameAt25(summary.startTimecode) + k) +
                                      ") is the first bad one; 1 picture and 0 sound packets differ"})
       << ran.err;
 }
@@ -188,7 +180,7 @@ TEST_F(VerifyTest, AChangedSoundPacketIsNamedWithItsTime) {
   const int slot = static_cast<int>(sound.dts / 1920);  // 1920 sample frames a frame slot at 25
   EXPECT_EQ(UserLines(ran.err), std::vector<std::string>{"kestrin-capture: take.mov differs from its sidecar: sound from "
                                                          "sample frame " + std::to_string(sound.dts) + " (" + seconds +
-                                                         ", " + At25(summary.startTimecode, slot) +
+                                                         ", " + TimecodeAt25(FrameAt25(summary.startTimecode) + slot) +
                                                          "); 0 pictures and 1 sound packet differ"})
       << ran.err;
 }

@@ -3,7 +3,6 @@
 // clean bars give no event at all.
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 
 #include <ostream>
 #include <string>
@@ -12,7 +11,6 @@
 #include "Movie/MovieSummary.h"
 #include "Signal/SignalEvent.h"
 #include "Signal/TakeSignal.h"
-#include "Util/TimecodeText.h"
 #include "tests/HostProgramProcess.h"
 #include "tests/HostProgramTest.h"
 
@@ -35,44 +33,29 @@ struct Format {
 
 std::ostream& operator<<(std::ostream& out, const Format& format) { return out << format.name; }
 
-class SignalEventsTest : public HostProgramTest, public testing::WithParamInterface<Format> {
+class ScriptedFaultsTest : public HostProgramTest, public testing::WithParamInterface<Format> {
  protected:
-  void TearDown() override {
-    unsetenv("VELDRAN_SIM_EVENTS");
-    HostProgramTest::TearDown();
-  }
-
-  // Records frames frames (a minute at most) and expects a complete take.
-  void RecordTake(const std::string& movie, const Format& format, int frames) {
-    std::string error;
-    const int status = RunHostProgram({"record", "-o", movie, "--standard", format.standard, "--format", format.format,
-                                       "--frames", std::to_string(frames)},
-                                      mFolder, 60, error);
-    ASSERT_NE(-1, status) << "the host program hung: " << error;
-    ASSERT_TRUE(WIFEXITED(status)) << error;
-    ASSERT_EQ(0, WEXITSTATUS(status)) << error;
-  }
-
   // The card's frame the take's first slot was: its timecode less the card's first (01:00:00:00).
   static int64_t FirstCardFrame(const MovieSummary& summary) {
-    Util::TimeCode tc = {};
-    if (!Util::TimecodeText::Parse(summary.startTimecode, 25, false, tc, nullptr)) return -1;
-    return ((tc.hours - 1) * 3600 + tc.minutes * 60 + tc.seconds) * 25 + tc.frames;
+    const int64_t start = FrameAt25(summary.startTimecode);
+    return start < 0 ? -1 : start - FrameAt25("01:00:00:00");
   }
 };
 
 // Every scripted fault is found once, of its kind (and channel), its first slot within one
 // of the card's frame, its length within one; nothing else is found but the slots the
 // machine left empty, if any.
-TEST_P(SignalEventsTest, EachScriptedFaultIsFoundOnceWhereItHappened) {
-  setenv("VELDRAN_SIM_EVENTS", "black@12+8,freeze@26+12,silence@44+30,clip@80+6", 1);
+TEST_P(ScriptedFaultsTest, EachScriptedFaultIsFoundOnceWhereItHappened) {
+  SetSimulatedCardEnvironment(
+      {{"VELDRAN_SIM_SPEED", "1"}, {"VELDRAN_SIM_EVENTS", "black@12+8,freeze@26+12,silence@44+30,clip@80+6"}});
   const std::vector<Scripted> script = {
       {SignalEvent::Kind::kBlack, 12, 8, 0},     {SignalEvent::Kind::kFreeze, 26, 12, 0},
       {SignalEvent::Kind::kSilence, 44, 30, 1},  {SignalEvent::Kind::kSilence, 44, 30, 2},
       {SignalEvent::Kind::kClipping, 80, 6, 1},
   };
   const std::string movie = mFolder + "/scripted.mov";
-  ASSERT_NO_FATAL_FAILURE(RecordTake(movie, GetParam(), 100));
+  ASSERT_NO_FATAL_FAILURE(
+      RecordTake(movie, {"--standard", GetParam().standard, "--format", GetParam().format, "--frames", "100"}));
   MovieSummary summary;
   ASSERT_EQ(0, summary.Read(movie));
   const int64_t offset = FirstCardFrame(summary);
@@ -113,16 +96,17 @@ TEST_P(SignalEventsTest, EachScriptedFaultIsFoundOnceWhereItHappened) {
   EXPECT_EQ(static_cast<size_t>(summary.pictures), signal.Pictures().size()) << "a levels line for every picture";
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, SignalEventsTest,
+INSTANTIATE_TEST_SUITE_P(Formats, ScriptedFaultsTest,
                          testing::Values(Format{"Hd1080i50TenBit", "HD 1080i 50", "Uncompressed 10-bit 4:2:2"},
                                          Format{"DvPal", "PAL 4x3", "DV PAL"}),
                          [](const testing::TestParamInfo<Format>& info) { return std::string(info.param.name); });
 
 // Ten seconds of the plain bars and tone: no event at all, unless the machine left slots
 // empty, and then only those, as dropped.
-TEST_F(SignalEventsTest, TenSecondsOfCleanBarsHaveNoEvent) {
+TEST_F(ScriptedFaultsTest, TenSecondsOfCleanBarsHaveNoEvent) {
   const std::string movie = mFolder + "/clean.mov";
-  ASSERT_NO_FATAL_FAILURE(RecordTake(movie, Format{"", "HD 1080i 50", "Uncompressed 10-bit 4:2:2"}, 250));
+  ASSERT_NO_FATAL_FAILURE(
+      RecordTake(movie, {"--standard", "HD 1080i 50", "--format", "Uncompressed 10-bit 4:2:2", "--frames", "250"}));
   MovieSummary summary;
   ASSERT_EQ(0, summary.Read(movie));
   EXPECT_EQ(250u, summary.pictureSlots);
