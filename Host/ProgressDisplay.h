@@ -63,7 +63,7 @@ class ProgressDisplay {
 
   std::string Figures(Clock::time_point now, int64_t frames, int64_t expected);
   void ReadMovieAndDisk();
-  // Reads the signal's sidecars and writes the new events above the line.
+  // Reads the signal's sidecars: writes the new events above the line and keeps the peak.
   void ReadSignal();
   void Draw(Clock::time_point now);
   // Writes line on a line of its own (above the redrawn line, which is drawn again unless
@@ -87,6 +87,7 @@ class ProgressDisplay {
   Sample mRateNext;  // ... which moves here at the next reading
   int64_t mDropped = 0;
   double mSecondsLeft = -1;
+  std::string mPeak;          // the line's peak part as last read ("" without sound levels)
   std::string mText;          // the latest line
   bool mShown = true;         // mText has been written
   bool mLineOpen = false;     // a redrawn line is on the terminal, not yet ended
