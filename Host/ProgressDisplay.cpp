@@ -118,7 +118,7 @@ void ProgressDisplay::ReadSignal() {
     return;
   }
   mPeak = mSignal->PeakText();
-  for (const std::string& line : mSignal->NewLines()) WriteAbove(line);
+  for (const std::string& line : mSignal->NewLines()) Note(line);
 }
 
 void ProgressDisplay::SetStartTimecode(const std::string& text) {
@@ -143,10 +143,6 @@ void ProgressDisplay::Draw(Clock::time_point now) {
 }
 
 void ProgressDisplay::Note(const std::string& line) {
-  WriteAbove(line);
-}
-
-void ProgressDisplay::WriteAbove(const std::string& line) {
   if (mTerminal && mLineOpen) fputs("\r\033[K", mOut);
   fprintf(mOut, "%s\n", line.c_str());
   fflush(mOut);
