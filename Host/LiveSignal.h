@@ -33,8 +33,6 @@ class LiveSignal {
   // The lines of the events found since the last call, in the order the recording found them.
   std::vector<std::string> NewLines();
 
-  // The take records sound and its levels have come: its channels are known.
-  int Channels() const { return mSignal.Channels(); }
   // Each channel's highest peak (dBFS, -inf for digital silence; index 0 is channel 1) over
   // the sound slots of the last `seconds` of the take as written so far; empty before the
   // first sound slot, and for a take without sound.

@@ -103,7 +103,9 @@ TEST(LiveSignalTest, ATakeWithoutSoundHasNoPeak) {
   LiveSignal signal(movie, 1, 25);
   Append(MovieSidecars::Levels(movie), SlotLevels::Header(25, 1, 0) + "P 0 30.0 0.0 100.0 -\n");
   ASSERT_EQ(0, signal.Update());
-  EXPECT_EQ(0, signal.Channels());
+  TakeSignal levels(movie);
+  ASSERT_EQ(0, levels.Update());
+  EXPECT_EQ(0, levels.Channels());
   EXPECT_TRUE(signal.ChannelPeaks(1.0).empty());
   EXPECT_EQ("", signal.PeakText());
 }
