@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include <QFile>
 #include <QFileInfo>
 #include <QFontMetrics>
 #include <QGuiApplication>
@@ -297,14 +298,35 @@ long ReportPicture::Write(const TakeReport& report, const std::string& path, std
   }
   const QImage image = Draw(report);
   // Only a regular file is written: a FIFO or a device there is refused without opening it.
+  // The PNG goes into the file opened here, not into whatever the name leads to later.
   long error = 0;
-  int fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT, error, false);
+  bool made = true;
+  int fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT | O_EXCL, error, false);
+  if (fd < 0 && error == EEXIST) {
+    made = false;
+    fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT, error, false);
+  }
   if (fd < 0) {
     *problem = "cannot write the report " + path + ": " + (error == EINVAL ? "it is not a regular file" : strerror(static_cast<int>(error)));
     return error;
   }
-  close(fd);
-  if (!image.save(QString::fromStdString(path), "PNG")) {
+  if (ftruncate(fd, 0) != 0) {
+    error = errno;
+    close(fd);
+    *problem = "cannot write the report " + path + ": " + strerror(static_cast<int>(error));
+    return error;
+  }
+  QFile file;
+  bool saved = false;
+  if (file.open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle)) {
+    saved = image.save(&file, "PNG") && file.flush();
+    file.close();
+  } else {
+    close(fd);
+  }
+  if (!saved) {
+    // A file made for this picture goes again rather than staying behind empty or cut short.
+    if (made) unlink(path.c_str());
     *problem = "cannot write the report " + path + ": the PNG could not be saved there";
     return EIO;
   }
