@@ -76,6 +76,22 @@ std::vector<float> LiveSignal::ChannelPeaks(double seconds) const {
   return peaks;
 }
 
+std::vector<float> LiveSignal::NewPeaks() {
+  const std::vector<SoundLevels>& sounds = mSignal.Sounds();
+  // Fewer than were seen: the levels were read again from their start (a new take under the
+  // same name), all new.
+  if (mSoundsSeen > sounds.size()) mSoundsSeen = 0;
+  if (mSoundsSeen == sounds.size() || mSignal.Channels() <= 0) return {};
+  std::vector<float> peaks(static_cast<size_t>(mSignal.Channels()), -std::numeric_limits<float>::infinity());
+  for (size_t i = mSoundsSeen; i < sounds.size(); ++i) {
+    for (size_t channel = 0; channel < peaks.size() && channel < sounds[i].peakDb.size(); ++channel) {
+      peaks[channel] = std::max(peaks[channel], sounds[i].peakDb[channel]);
+    }
+  }
+  mSoundsSeen = sounds.size();
+  return peaks;
+}
+
 std::string LiveSignal::PeakText() const {
   const std::vector<float> peaks = ChannelPeaks(1.0);
   if (peaks.empty()) return std::string();

@@ -37,6 +37,10 @@ class LiveSignal {
   // the sound slots of the last `seconds` of the take as written so far; empty before the
   // first sound slot, and for a take without sound.
   std::vector<float> ChannelPeaks(double seconds) const;
+  // Each channel's highest peak (as ChannelPeaks) over the sound slots read since the last
+  // call, so that a short peak between two looks is not missed however long ago it came; empty
+  // when none were read, and for a take without sound.
+  std::vector<float> NewPeaks();
   // The status line's part, the highest peak of any channel over the last second:
   // "peak -20.0 dBFS", "peak -inf dBFS" for silence; empty without sound levels.
   std::string PeakText() const;
@@ -55,6 +59,7 @@ class LiveSignal {
   std::string mStart;
   SlotTimecodes mTimecodes;
   std::vector<std::string> mNewLines;
+  size_t mSoundsSeen = 0;  // the sound slots NewPeaks has covered
 };
 
 }  // namespace KTN
