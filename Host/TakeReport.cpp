@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "Host/LiveSignal.h"
 #include "Movie/MovieLock.h"
 #include "Movie/MovieSidecars.h"
 #include "Signal/SlotTimecodes.h"
@@ -105,13 +106,6 @@ int64_t TakeReport::Slots() const {
   return std::max<int64_t>(slots, 1);
 }
 
-std::string TakeReport::Decibels(float db) {
-  if (std::isinf(db) && db < 0) return "-inf dBFS";
-  char text[32];
-  snprintf(text, sizeof text, "%.1f dBFS", static_cast<double>(db));
-  return text;
-}
-
 std::string TakeReport::VerifyLine() const {
   if (!verified) return "verify: not run";
   // "2026-11-24T16:20:05+0000" said to the minute.
@@ -153,8 +147,8 @@ std::string TakeReport::Text() const {
     text += "Sound: none\n";
   } else {
     for (size_t c = 0; c < channels.size(); ++c) {
-      text += "Channel " + std::to_string(c + 1) + ": peak " + Decibels(channels[c].peakDb) + ", RMS " +
-              Decibels(channels[c].rmsDb) + "\n";
+      text += "Channel " + std::to_string(c + 1) + ": peak " + LiveSignal::DbText(channels[c].peakDb) + ", RMS " +
+              LiveSignal::DbText(channels[c].rmsDb) + "\n";
     }
   }
   return text + VerifyLine() + "\n";

@@ -56,8 +56,6 @@ struct TakeReport {
   std::string Text() const;
   // "verify: passed (2026-11-24 16:20)", "verify: FAILED: ...", "verify: not run".
   std::string VerifyLine() const;
-  // A level as said: "-20.0 dBFS", "-inf dBFS".
-  static std::string Decibels(float db);
 };
 
 }  // namespace KTN
