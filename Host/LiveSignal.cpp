@@ -22,9 +22,7 @@ void LiveSignal::Restart() {
   // A break runs on from its "after" whichever order the breaks were found in.
   mTimecodes = SlotTimecodes();
   if (mStart.empty() || !mTimecodes.Start(mFrameDuration, mTimescale, mStart)) return;
-  for (const SignalEvent& event : mSignal.Events()) {
-    if (event.kind == SignalEvent::Kind::kTimecodeBreak) mTimecodes.AddRun(event.slot, event.after);
-  }
+  mTimecodes.AddBreaks(mSignal.Events());
 }
 
 long LiveSignal::Update() {
@@ -34,10 +32,9 @@ long LiveSignal::Update() {
   // A sidecar read again from its start (a new take under the same name) is all new.
   if (events.size() < before + mSignal.NewEvents()) Restart();
   const size_t first = events.size() - mSignal.NewEvents();
-  // The breaks first: an event after a break in the same read counts from the break.
-  for (size_t i = first; i < events.size(); ++i) {
-    if (events[i].kind == SignalEvent::Kind::kTimecodeBreak) mTimecodes.AddRun(events[i].slot, events[i].after);
-  }
+  // The breaks first: an event after a break in the same read counts from the break. The
+  // breaks added before are added again to the same effect.
+  if (mSignal.NewEvents()) mTimecodes.AddBreaks(events);
   for (size_t i = first; i < events.size(); ++i) mNewLines.push_back(EventLine(events[i]));
   return 0;
 }

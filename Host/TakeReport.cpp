@@ -69,9 +69,7 @@ void TakeReport::Gather(const std::string& path, const MovieSummary& movie, cons
   const std::vector<SignalEvent> bySlot = signal.EventsBySlot();
   SlotTimecodes timecodes;
   if (summary.hasTimecode && timecodes.Start(summary.frameDuration, summary.videoTimescale, summary.startTimecode)) {
-    for (const SignalEvent& event : bySlot) {
-      if (event.kind == SignalEvent::Kind::kTimecodeBreak) timecodes.AddRun(event.slot, event.after);
-    }
+    timecodes.AddBreaks(bySlot);
   }
   events.clear();
   for (const SignalEvent& event : bySlot) events.push_back({event, timecodes.Text(event.slot)});

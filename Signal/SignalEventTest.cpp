@@ -191,5 +191,25 @@ TEST(SlotTimecodesTest, RunsOnFromEachBreak) {
   EXPECT_EQ("01:00:01:00", fifty.Text(2));
 }
 
+TEST(SlotTimecodesTest, RunsOnFromTheBreaksAmongATakesEvents) {
+  SignalEvent black;
+  black.kind = SignalEvent::Kind::kBlack;
+  black.slot = 10;
+  black.after = "05:00:00:00";  // not a break: passed over
+  SignalEvent later;
+  later.kind = SignalEvent::Kind::kTimecodeBreak;
+  later.slot = 80;
+  later.after = "03:00:00:00";
+  SignalEvent earlier = later;
+  earlier.slot = 40;
+  earlier.after = "02:00:00:00";
+  SlotTimecodes timecodes;
+  ASSERT_TRUE(timecodes.Start(1, 25, "01:00:00:00"));
+  timecodes.AddBreaks({black, later, earlier});
+  EXPECT_EQ("01:00:00:10", timecodes.Text(10));
+  EXPECT_EQ("02:00:00:05", timecodes.Text(45));
+  EXPECT_EQ("03:00:00:01", timecodes.Text(81));
+}
+
 }  // namespace
 }  // namespace KTN
