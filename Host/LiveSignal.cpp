@@ -35,7 +35,9 @@ long LiveSignal::Update() {
   // The breaks first: an event after a break in the same read counts from the break. The
   // breaks added before are added again to the same effect.
   if (mSignal.NewEvents()) mTimecodes.AddBreaks(events);
-  for (size_t i = first; i < events.size(); ++i) mNewLines.push_back(EventLine(events[i]));
+  for (size_t i = first; i < events.size(); ++i) {
+    mNewLines.push_back(EventLine(mTimecodes.Text(events[i].slot), events[i]));
+  }
   return 0;
 }
 
@@ -45,10 +47,12 @@ std::vector<std::string> LiveSignal::NewLines() {
   return lines;
 }
 
-std::string LiveSignal::EventLine(const SignalEvent& event) const {
-  std::string when = mTimecodes.Text(event.slot);
-  if (when.empty()) when = "slot " + std::to_string(event.slot);
-  return when + "  " + event.Sentence();
+std::string LiveSignal::EventWhen(const std::string& timecode, int64_t slot) {
+  return timecode.empty() ? "slot " + std::to_string(slot) : timecode;
+}
+
+std::string LiveSignal::EventLine(const std::string& timecode, const SignalEvent& event) {
+  return EventWhen(timecode, event.slot) + "  " + event.Sentence();
 }
 
 std::vector<float> LiveSignal::ChannelPeaks(double seconds) const {

@@ -47,8 +47,11 @@ class LiveSignal {
 
   // "-20.0 dBFS", "-inf dBFS".
   static std::string DbText(float peakDb);
-  // The line of event: its first slot's timecode (or "slot N") and what happened.
-  std::string EventLine(const SignalEvent& event) const;
+  // Where an event begins as the user reads it, in the status line, the window and the
+  // report: timecode (its first slot's), or "slot 1234" when that is empty.
+  static std::string EventWhen(const std::string& timecode, int64_t slot);
+  // An event's line: where it begins and what happened, "01:00:02:10  black for 25 frames".
+  static std::string EventLine(const std::string& timecode, const SignalEvent& event);
 
  private:
   void Restart();

@@ -20,6 +20,7 @@
 #include <QPainter>
 
 #include "Host/EventThumbnails.h"
+#include "Host/LiveSignal.h"
 #include "Host/TakeReport.h"
 #include "Movie/MovieLock.h"
 
@@ -266,8 +267,7 @@ QImage ReportPicture::Draw(const TakeReport& report) {
     painter.drawRect(p.at.adjusted(-1, -1, 0, 0));
     painter.setPen(kText);
     painter.setFont(label);
-    const QString when = event.timecode.empty() ? QString("slot %1").arg(event.event.slot)
-                                                : QString::fromStdString(event.timecode);
+    const QString when = QString::fromStdString(LiveSignal::EventWhen(event.timecode, event.event.slot));
     const QFontMetrics metrics(label);
     painter.drawText(QRect(p.at.left(), p.at.bottom() + 2, kThumbnailWidth, 13), Qt::AlignLeft | Qt::AlignVCenter, when);
     painter.drawText(QRect(p.at.left(), p.at.bottom() + 15, kThumbnailWidth, 13), Qt::AlignLeft | Qt::AlignVCenter,

@@ -134,10 +134,7 @@ std::string TakeReport::Text() const {
     text += "Events: not there (the take was recorded without its signal's events)\n";
   } else {
     text += "Events: " + std::to_string(events.size()) + "\n";
-    for (const Event& event : events) {
-      text += (event.timecode.empty() ? "slot " + std::to_string(event.event.slot) : event.timecode) + "  " +
-              event.event.Sentence() + "\n";
-    }
+    for (const Event& event : events) text += LiveSignal::EventLine(event.timecode, event.event) + "\n";
   }
   if (!levelsThere) {
     text += "Levels: not there (the take was recorded without its levels)\n";
