@@ -47,6 +47,11 @@ std::vector<std::string> LiveSignal::NewLines() {
   return lines;
 }
 
+float LiveSignal::LevelShare(float db) {
+  if (!(db > kFloorDb)) return 0;
+  return std::min(1.0f, (db - kFloorDb) / -kFloorDb);
+}
+
 std::string LiveSignal::EventWhen(const std::string& timecode, int64_t slot) {
   return timecode.empty() ? "slot " + std::to_string(slot) : timecode;
 }

@@ -47,6 +47,12 @@ class LiveSignal {
 
   // "-20.0 dBFS", "-inf dBFS".
   static std::string DbText(float peakDb);
+  // The scale the capture window's meters and the report's strips draw levels on: from
+  // kFloorDb to 0 dBFS.
+  static constexpr float kFloorDb = -60.0f;
+  // Where level db lies on that scale: 0 at kFloorDb and below (-inf and NaN too), 1 at 0
+  // dBFS and above.
+  static float LevelShare(float db);
   // Where an event begins as the user reads it, in the status line, the window and the
   // report: timecode (its first slot's), or "slot 1234" when that is empty.
   static std::string EventWhen(const std::string& timecode, int64_t slot);

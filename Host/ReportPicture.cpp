@@ -37,14 +37,12 @@ const QColor kRms(0x2f, 0x8f, 0x3f);
 const QColor kLumaBand(0xc4, 0xcc, 0xdc);
 const QColor kLumaMean(0x30, 0x40, 0x70);
 
-constexpr float kFloorDb = -60;
 constexpr int kCaptionHeight = 28;  // two lines: the timecode, then what happened
 constexpr int kThumbnailGap = 8;
 
 // A level's height in a strip: -60 dBFS and below at the bottom, 0 dBFS at the top.
 int LevelHeight(float db, int height) {
-  if (!(db > kFloorDb)) return 0;
-  return static_cast<int>(std::min(1.0f, (db - kFloorDb) / -kFloorDb) * static_cast<float>(height) + 0.5f);
+  return static_cast<int>(LiveSignal::LevelShare(db) * static_cast<float>(height) + 0.5f);
 }
 
 // The plot's columns: the slotCount each pixel column spans, as a half-open range.
