@@ -13,17 +13,10 @@
 
 #include "Host/LiveSignal.h"
 #include "Movie/MovieLock.h"
-#include "Movie/MovieSidecars.h"
 #include "Signal/SlotTimecodes.h"
 #include "Signal/TakeSignal.h"
 
 namespace KTN {
-
-namespace {
-
-bool IsThere(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
-}  // namespace
 
 long TakeReport::Read(const std::string& path, std::string* problem) {
   // The movie is read under its lock, so a take still being recorded is refused rather than
@@ -49,21 +42,20 @@ long TakeReport::Read(const std::string& path, std::string* problem) {
     if ((rc = signal.Update()) != 0) {
       *problem = "cannot read the signal's sidecars of " + path + ": " + strerror(static_cast<int>(rc));
     } else {
-      Gather(path, movie, signal, IsThere(MovieSidecars::Events(path)), IsThere(MovieSidecars::Levels(path)));
+      Gather(path, movie, signal);
     }
   }
   close(fd);
   return rc;
 }
 
-void TakeReport::Gather(const std::string& path, const MovieSummary& movie, const TakeSignal& signal, bool eventsFound,
-                        bool levelsFound) {
+void TakeReport::Gather(const std::string& path, const MovieSummary& movie, TakeSignal& signal) {
   moviePath = path;
   summary = movie;
-  eventsThere = eventsFound;
-  levelsThere = levelsFound;
-  pictures = signal.Pictures();
-  sounds = signal.Sounds();
+  eventsThere = signal.EventsFound();
+  levelsThere = signal.LevelsFound();
+  pictures = signal.ReleasePictures();
+  sounds = signal.ReleaseSounds();
 
   // Each event's timecode: the movie's start, run on through every break the take had.
   const std::vector<SignalEvent> bySlot = signal.EventsBySlot();
