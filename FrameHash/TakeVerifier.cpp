@@ -36,18 +36,32 @@ std::string Count(uint64_t count, const char* one, const char* many) {
 
 // The movie opened and its one-writer lock held while it is read, so that no recording
 // starts on it meanwhile; refused, in the user's words, when it is no regular file or
-// another process writes it. The descriptor closes (and the lock ends) with the holder.
+// another process writes it. Its size and last change go into result, from the locked
+// descriptor: the movie that is checked. The descriptor closes (and the lock ends) with the
+// holder.
 struct LockedMovie {
   int fd = -1;
   ~LockedMovie() {
     if (fd >= 0) close(fd);
   }
-  long Take(const std::string& path, const std::string& refusal, std::string& failure) {
+  long Take(const std::string& path, const std::string& refusal, VerifyResult& result, std::string& failure) {
     long error = 0;
     std::string why;
     fd = MovieLock::OpenLocked(path, O_RDONLY, error, why);
-    if (fd < 0) failure = refusal + why + (error == EBUSY ? ": a take is checked once its recording has stopped" : "");
-    return fd < 0 ? error : 0;
+    if (fd < 0) {
+      failure = refusal + why + (error == EBUSY ? ": a take is checked once its recording has stopped" : "");
+      return error;
+    }
+    struct stat info = {};
+    if (fstat(fd, &info) != 0) {
+      error = errno;
+      KTN_LOG("fstat(%s) failed with errno %ld (%s)", path.c_str(), error, strerror(static_cast<int>(error)));
+      failure = refusal + strerror(static_cast<int>(error));
+      return error;
+    }
+    result.movieBytes = static_cast<int64_t>(info.st_size);
+    result.movieModified = static_cast<int64_t>(info.st_mtime);
+    return 0;
   }
 };
 
@@ -256,7 +270,7 @@ long TakeVerifier::Verify(const std::string& moviePath, VerifyResult& result, st
   failure.clear();
   const std::string refusal = "cannot verify " + moviePath + ": ";
   LockedMovie movie;
-  if (long rc = movie.Take(moviePath, refusal, failure)) return rc;
+  if (long rc = movie.Take(moviePath, refusal, result, failure)) return rc;
   TakePackets take;
   if (long rc = ReadPackets(moviePath, refusal, take, failure)) return rc;
   // The sidecar is read before the movie: a check without one would read the take for nothing.
@@ -285,7 +299,7 @@ long TakeVerifier::WriteSidecar(const std::string& moviePath, VerifyResult& resu
   const std::string refusal = "cannot write the sidecar of " + moviePath + ": ";
   const std::string sidecarPath = FrameHashSidecarPath(moviePath);
   LockedMovie movie;
-  if (long rc = movie.Take(moviePath, refusal, failure)) return rc;
+  if (long rc = movie.Take(moviePath, refusal, result, failure)) return rc;
   struct stat info;
   if (lstat(sidecarPath.c_str(), &info) == 0) {
     failure = refusal + "it has one already, " + FileName(sidecarPath) + " (kestrin-capture verify checks the movie against it)";

@@ -21,6 +21,10 @@ struct VerifyResult {
   uint64_t strayLines = 0;        // lines of a stream the movie does not have
   uint32_t soundRate = 0;         // sample frames a second
   uint64_t bytesRead = 0;         // of the movie, from the disk
+  // The movie as it was checked, from the descriptor that held its lock meanwhile: its size
+  // in bytes and its last change in seconds since 1970; -1 when it could not be opened.
+  int64_t movieBytes = -1;
+  int64_t movieModified = -1;
 
   bool Passed() const { return badPictures == 0 && badSoundPackets == 0 && strayLines == 0; }
   // The one line a user reads: "verified N pictures and M sound samples", or what differs:

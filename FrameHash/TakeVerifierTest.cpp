@@ -6,6 +6,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
@@ -123,6 +124,11 @@ TEST(TakeVerifierTest, WritesASidecarAndNamesWhatDiffersFromIt) {
   EXPECT_TRUE(result.Passed());
   EXPECT_EQ(result.Describe(), "verified 3 pictures and 4806 sound samples");
   EXPECT_GT(result.bytesRead, 0u);
+  // The movie as it was checked.
+  struct stat checked = {};
+  ASSERT_EQ(stat(path.c_str(), &checked), 0);
+  EXPECT_EQ(result.movieBytes, static_cast<int64_t>(checked.st_size));
+  EXPECT_EQ(result.movieModified, static_cast<int64_t>(checked.st_mtime));
 
   TakePackets take;
   ASSERT_EQ(take.Read(path), 0);
@@ -191,6 +197,7 @@ TEST(TakeVerifierTest, RefusesWhatItCannotCheck) {
   EXPECT_EQ(failure, "cannot verify " + unfinished +
                          ": it is not a finished movie (kestrin-capture repair finishes a take that was cut off)");
   EXPECT_EQ(TakeVerifier::Verify(other.File("none.mov"), result, failure), ENOENT);
+  EXPECT_EQ(result.movieBytes, -1) << "no movie, nothing of it known";
   EXPECT_EQ(failure, "cannot verify " + other.File("none.mov") + ": No such file or directory");
 }
 

@@ -101,8 +101,8 @@ CaptureWindow::CaptureWindow(PluginHost& host, const CaptureSettings& settings, 
 }
 
 CaptureWindow::~CaptureWindow() {
-  // A check under way ends first: its outcome, posted to this window, is dropped with it.
-  if (mVerifier.joinable()) mVerifier.join();
+  // A check or report under way ends first: what it posts to this window is dropped with it.
+  if (mAfterTake.joinable()) mAfterTake.join();
   mServiceTimer->stop();
   mTakeTimer->stop();
   mSecondTimer->stop();
@@ -157,7 +157,7 @@ void CaptureWindow::ShowOptions() {
 }
 
 void CaptureWindow::Record() {
-  if (mVerifying) return;  // the button is off meanwhile
+  if (mFinishing) return;  // the button is off meanwhile
   RecordRequest request;
   request.moviePath = mMoviePath->text().trimmed().toStdString();
   std::string problem;
@@ -260,11 +260,8 @@ void CaptureWindow::EndTake(bool verify) {
       line += " (WARNING: frames were dropped)";  // reported by the plug-in, not found in the movie
     }
     ShowStatus(line);
-    if (verify) {
-      StartVerification();  // the report follows the check, and says its outcome
-    } else {
-      ShowReport();
-    }
+    // A window that closes leaves the take as it is, without its report.
+    if (!mClosing) StartAfterTake(verify);
   }
   ReadDiskAndMovie();
 }
@@ -273,29 +270,31 @@ void CaptureWindow::SetVerifyAfterStop(bool verify) {
   mVerify->setChecked(verify);
 }
 
-void CaptureWindow::StartVerification() {
-  if (mVerifier.joinable()) mVerifier.join();  // the last check's, whose outcome has come
-  mVerifying = true;
+void CaptureWindow::StartAfterTake(bool verify) {
+  if (mAfterTake.joinable()) mAfterTake.join();  // the last take's, whose report has come
+  mFinishing = true;
   mRecordButton->setEnabled(false);
-  mReadout->ShowVerification("Verifying...", false);
-  // The thread touches nothing of the window: its outcome is posted to the main thread, and
-  // the window joins it before it goes.
-  mVerifier = std::thread([this, path = mTakePath] {
-    const TakeVerification check = TakeVerification::Of(path);
-    QMetaObject::invokeMethod(this, [this, check] { ShowVerification(check); }, Qt::QueuedConnection);
+  if (verify) mReadout->ShowVerification("Verifying...", false);
+  // The thread touches nothing of the window: what it finds is posted to the main thread, and
+  // the window joins it before it goes. The report follows the check, and says its outcome.
+  mAfterTake = std::thread([this, path = mTakePath, verify] {
+    if (verify) {
+      const TakeVerification check = TakeVerification::Of(path);
+      QMetaObject::invokeMethod(this, [this, check] { ShowVerification(check); }, Qt::QueuedConnection);
+    }
+    std::string problem;
+    const std::string report = WriteReportBeside(path, &problem);
+    QMetaObject::invokeMethod(this, [this, report, problem] { ShowReport(report, problem); }, Qt::QueuedConnection);
   });
 }
 
 void CaptureWindow::ShowVerification(const TakeVerification& check) {
-  mVerifying = false;
-  mRecordButton->setEnabled(!mSession->Recording());
   mReadout->ShowVerification(check.Sentence(), check.result != TakeVerification::Result::kVerified);
-  ShowReport();
 }
 
-void CaptureWindow::ShowReport() {
-  std::string problem;
-  const std::string path = WriteReportBeside(mTakePath, &problem);
+void CaptureWindow::ShowReport(const std::string& path, const std::string& problem) {
+  mFinishing = false;
+  mRecordButton->setEnabled(!mSession->Recording());
   mReportPicture = path.empty() ? QPixmap() : QPixmap(QString::fromStdString(path));
   if (path.empty()) mReadout->ShowNote(problem);
   ScaleReport();
@@ -368,6 +367,7 @@ bool CaptureWindow::ConfirmReplace(const std::string& path) {
 }
 
 void CaptureWindow::closeEvent(QCloseEvent* event) {
+  mClosing = true;
   if (mSession->Recording()) EndTake(false);  // a window closing is not waited on for a check
   event->accept();
 }

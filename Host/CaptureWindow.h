@@ -37,9 +37,11 @@ struct TakeVerification;
 // With "Verify after Stop" ticked, a take the user stopped (or that reached
 // its frame limit) is then read again from the disk and checked against its frame hashes on a
 // thread of its own, the window serviced meanwhile; Record waits for the check, which reads at
-// the disk's full rate and would take it from a new take. Closing the window stops a take
-// without checking it, and waits for a check under way. Once a take is recorded whole (and
-// checked, when it is), its report picture is written beside it and shown under the readout.
+// the disk's full rate and would take it from a new take. Once a take is recorded whole (and
+// checked, when it is), its report picture is drawn on that thread (its thumbnails decoded
+// from the movie), written beside it and shown under the readout; Record waits for it too.
+// Closing the window stops a take without checking it or drawing its report, and waits for
+// a check or report under way.
 class CaptureWindow : public QMainWindow {
   Q_OBJECT
 
@@ -63,8 +65,8 @@ class CaptureWindow : public QMainWindow {
   std::string ReadoutSnapshot() const;
   // Ticks or clears "Verify after Stop".
   void SetVerifyAfterStop(bool verify);
-  // A finished take is being checked against its frame hashes.
-  bool Verifying() const { return mVerifying; }
+  // A finished take is being checked against its frame hashes, or its report drawn.
+  bool Finishing() const { return mFinishing; }
 
  public slots:
   void ShowOptions();
@@ -80,12 +82,14 @@ class CaptureWindow : public QMainWindow {
   // Stops the take and shows how it ended; verify: check it afterwards (when it was recorded
   // whole).
   void EndTake(bool verify);
-  // Checks the take just finished off the main thread; its outcome comes back to ShowVerification.
-  void StartVerification();
+  // Off the main thread: checks the take just finished when verify is set (its outcome comes
+  // back to ShowVerification), then draws its report beside it (which comes back to
+  // ShowReport).
+  void StartAfterTake(bool verify);
   void ShowVerification(const TakeVerification& check);
-  // Draws the report of the take just finished beside it and shows it under the readout,
-  // scaled to the window's width (ScaleReport, on every resize).
-  void ShowReport();
+  // Shows the report picture written at path under the readout, scaled to the window's width
+  // (ScaleReport, on every resize); path empty: problem says why there is none.
+  void ShowReport(const std::string& path, const std::string& problem);
   void ScaleReport();
   void PlacePreview();
   void ShowStatus(const std::string& text);
@@ -121,10 +125,11 @@ class CaptureWindow : public QMainWindow {
   int64_t mDropped = 0;
   std::string mStartTimecode;  // empty while unknown
   std::unique_ptr<MovieFollower> mFollower;  // null between takes and after a failed read
-  // The check of the last take: its thread (joined before the next and when the window
-  // goes), and whether its outcome is still to come.
-  std::thread mVerifier;
-  bool mVerifying = false;
+  // The check and report of the last take: their thread (joined before the next and when the
+  // window goes), and whether the report is still to come.
+  std::thread mAfterTake;
+  bool mFinishing = false;
+  bool mClosing = false;  // the window is closing: a take it stops gets no report
 };
 
 }  // namespace KTN

@@ -63,9 +63,7 @@ std::string LevelMeter::Snapshot() const {
 }
 
 int LevelMeter::LevelY(float dB, const QRect& bar) const {
-  if (!(dB > kFloorDb)) return bar.bottom() + 1;  // -inf and NaN too
-  const float share = std::min(1.0f, (dB - kFloorDb) / -kFloorDb);
-  return bar.bottom() + 1 - static_cast<int>(std::lround(share * bar.height()));
+  return bar.bottom() + 1 - static_cast<int>(std::lround(LiveSignal::LevelShare(dB) * bar.height()));
 }
 
 void LevelMeter::paintEvent(QPaintEvent*) {
@@ -78,7 +76,7 @@ void LevelMeter::paintEvent(QPaintEvent*) {
   QFont small = font();
   small.setPointSizeF(std::max(6.0, small.pointSizeF() * 0.7));
   painter.setFont(small);
-  for (int dB = 0; dB >= static_cast<int>(kFloorDb); dB -= 6) {
+  for (int dB = 0; dB >= static_cast<int>(LiveSignal::kFloorDb); dB -= 6) {
     const int y = LevelY(static_cast<float>(dB), bar);
     painter.setPen(text);
     painter.drawLine(bar.left() - 4, y, bar.left() - 1, y);
@@ -93,7 +91,7 @@ void LevelMeter::paintEvent(QPaintEvent*) {
     struct Zone {
       float from, to;
       QColor colour;
-    } zones[] = {{kFloorDb, -18.0f, QColor(40, 200, 60)}, {-18.0f, -6.0f, QColor(230, 200, 40)}, {-6.0f, 0.0f, QColor(230, 50, 40)}};
+    } zones[] = {{LiveSignal::kFloorDb, -18.0f, QColor(40, 200, 60)}, {-18.0f, -6.0f, QColor(230, 200, 40)}, {-6.0f, 0.0f, QColor(230, 50, 40)}};
     for (const Zone& zone : zones) {
       const int zoneTop = std::max(top, LevelY(zone.to, bar));
       const int zoneBottom = LevelY(zone.from, bar);

@@ -16,7 +16,6 @@ class LevelMeter : public QWidget {
   Q_OBJECT
 
  public:
-  static constexpr float kFloorDb = -60.0f;
   static constexpr float kFullScaleDb = -0.1f;
   static constexpr std::chrono::milliseconds kHold{2000};
 
@@ -40,7 +39,7 @@ class LevelMeter : public QWidget {
   void paintEvent(QPaintEvent* event) override;
 
  private:
-  // The height in the bar's area of level dB (0 at kFloorDb and below).
+  // The height in the bar's area of level dB (0 at LiveSignal::kFloorDb and below).
   int LevelY(float dB, const QRect& bar) const;
 
   const int mChannel;

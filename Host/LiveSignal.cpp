@@ -22,9 +22,7 @@ void LiveSignal::Restart() {
   // A break runs on from its "after" whichever order the breaks were found in.
   mTimecodes = SlotTimecodes();
   if (mStart.empty() || !mTimecodes.Start(mFrameDuration, mTimescale, mStart)) return;
-  for (const SignalEvent& event : mSignal.Events()) {
-    if (event.kind == SignalEvent::Kind::kTimecodeBreak) mTimecodes.AddRun(event.slot, event.after);
-  }
+  mTimecodes.AddBreaks(mSignal.Events());
 }
 
 long LiveSignal::Update() {
@@ -34,11 +32,12 @@ long LiveSignal::Update() {
   // A sidecar read again from its start (a new take under the same name) is all new.
   if (events.size() < before + mSignal.NewEvents()) Restart();
   const size_t first = events.size() - mSignal.NewEvents();
-  // The breaks first: an event after a break in the same read counts from the break.
+  // The breaks first: an event after a break in the same read counts from the break. The
+  // breaks added before are added again to the same effect.
+  if (mSignal.NewEvents()) mTimecodes.AddBreaks(events);
   for (size_t i = first; i < events.size(); ++i) {
-    if (events[i].kind == SignalEvent::Kind::kTimecodeBreak) mTimecodes.AddRun(events[i].slot, events[i].after);
+    mNewLines.push_back(EventLine(mTimecodes.Text(events[i].slot), events[i]));
   }
-  for (size_t i = first; i < events.size(); ++i) mNewLines.push_back(EventLine(events[i]));
   return 0;
 }
 
@@ -48,10 +47,17 @@ std::vector<std::string> LiveSignal::NewLines() {
   return lines;
 }
 
-std::string LiveSignal::EventLine(const SignalEvent& event) const {
-  std::string when = mTimecodes.Text(event.slot);
-  if (when.empty()) when = "slot " + std::to_string(event.slot);
-  return when + "  " + event.Sentence();
+float LiveSignal::LevelShare(float db) {
+  if (!(db > kFloorDb)) return 0;
+  return std::min(1.0f, (db - kFloorDb) / -kFloorDb);
+}
+
+std::string LiveSignal::EventWhen(const std::string& timecode, int64_t slot) {
+  return timecode.empty() ? "slot " + std::to_string(slot) : timecode;
+}
+
+std::string LiveSignal::EventLine(const std::string& timecode, const SignalEvent& event) {
+  return EventWhen(timecode, event.slot) + "  " + event.Sentence();
 }
 
 std::vector<float> LiveSignal::ChannelPeaks(double seconds) const {
@@ -73,6 +79,22 @@ std::vector<float> LiveSignal::ChannelPeaks(double seconds) const {
       peaks[channel] = std::max(peaks[channel], sound->peakDb[channel]);
     }
   }
+  return peaks;
+}
+
+std::vector<float> LiveSignal::NewPeaks() {
+  const std::vector<SoundLevels>& sounds = mSignal.Sounds();
+  // Fewer than were seen: the levels were read again from their start (a new take under the
+  // same name), all new.
+  if (mSoundsSeen > sounds.size()) mSoundsSeen = 0;
+  if (mSoundsSeen == sounds.size() || mSignal.Channels() <= 0) return {};
+  std::vector<float> peaks(static_cast<size_t>(mSignal.Channels()), -std::numeric_limits<float>::infinity());
+  for (size_t i = mSoundsSeen; i < sounds.size(); ++i) {
+    for (size_t channel = 0; channel < peaks.size() && channel < sounds[i].peakDb.size(); ++channel) {
+      peaks[channel] = std::max(peaks[channel], sounds[i].peakDb[channel]);
+    }
+  }
+  mSoundsSeen = sounds.size();
   return peaks;
 }
 

@@ -33,20 +33,31 @@ class LiveSignal {
   // The lines of the events found since the last call, in the order the recording found them.
   std::vector<std::string> NewLines();
 
-  // The take records sound and its levels have come: its channels are known.
-  int Channels() const { return mSignal.Channels(); }
   // Each channel's highest peak (dBFS, -inf for digital silence; index 0 is channel 1) over
   // the sound slots of the last `seconds` of the take as written so far; empty before the
   // first sound slot, and for a take without sound.
   std::vector<float> ChannelPeaks(double seconds) const;
+  // Each channel's highest peak (as ChannelPeaks) over the sound slots read since the last
+  // call, so that a short peak between two looks is not missed however long ago it came; empty
+  // when none were read, and for a take without sound.
+  std::vector<float> NewPeaks();
   // The status line's part, the highest peak of any channel over the last second:
   // "peak -20.0 dBFS", "peak -inf dBFS" for silence; empty without sound levels.
   std::string PeakText() const;
 
   // "-20.0 dBFS", "-inf dBFS".
   static std::string DbText(float peakDb);
-  // The line of event: its first slot's timecode (or "slot N") and what happened.
-  std::string EventLine(const SignalEvent& event) const;
+  // The scale the capture window's meters and the report's strips draw levels on: from
+  // kFloorDb to 0 dBFS.
+  static constexpr float kFloorDb = -60.0f;
+  // Where level db lies on that scale: 0 at kFloorDb and below (-inf and NaN too), 1 at 0
+  // dBFS and above.
+  static float LevelShare(float db);
+  // Where an event begins as the user reads it, in the status line, the window and the
+  // report: timecode (its first slot's), or "slot 1234" when that is empty.
+  static std::string EventWhen(const std::string& timecode, int64_t slot);
+  // An event's line: where it begins and what happened, "01:00:02:10  black for 25 frames".
+  static std::string EventLine(const std::string& timecode, const SignalEvent& event);
 
  private:
   void Restart();
@@ -57,6 +68,7 @@ class LiveSignal {
   std::string mStart;
   SlotTimecodes mTimecodes;
   std::vector<std::string> mNewLines;
+  size_t mSoundsSeen = 0;  // the sound slots NewPeaks has covered
 };
 
 }  // namespace KTN

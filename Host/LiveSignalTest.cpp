@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -103,9 +104,21 @@ TEST(LiveSignalTest, ATakeWithoutSoundHasNoPeak) {
   LiveSignal signal(movie, 1, 25);
   Append(MovieSidecars::Levels(movie), SlotLevels::Header(25, 1, 0) + "P 0 30.0 0.0 100.0 -\n");
   ASSERT_EQ(0, signal.Update());
-  EXPECT_EQ(0, signal.Channels());
+  TakeSignal levels(movie);
+  ASSERT_EQ(0, levels.Update());
+  EXPECT_EQ(0, levels.Channels());
   EXPECT_TRUE(signal.ChannelPeaks(1.0).empty());
   EXPECT_EQ("", signal.PeakText());
+}
+
+TEST(LiveSignalTest, LevelsLieOnTheScaleFromItsFloorToFullScale) {
+  EXPECT_FLOAT_EQ(0.0f, LiveSignal::LevelShare(-std::numeric_limits<float>::infinity()));
+  EXPECT_FLOAT_EQ(0.0f, LiveSignal::LevelShare(std::numeric_limits<float>::quiet_NaN()));
+  EXPECT_FLOAT_EQ(0.0f, LiveSignal::LevelShare(-75.0f));
+  EXPECT_FLOAT_EQ(0.0f, LiveSignal::LevelShare(LiveSignal::kFloorDb));
+  EXPECT_FLOAT_EQ(0.5f, LiveSignal::LevelShare(-30.0f));
+  EXPECT_FLOAT_EQ(1.0f, LiveSignal::LevelShare(0.0f));
+  EXPECT_FLOAT_EQ(1.0f, LiveSignal::LevelShare(3.0f));
 }
 
 // Not on a terminal, the status line and the event lines are plain lines; the events found

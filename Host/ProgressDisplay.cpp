@@ -92,11 +92,10 @@ std::string ProgressDisplay::Figures(Clock::time_point now, int64_t frames, int6
     snprintf(count, sizeof count, "%lld", static_cast<long long>(shown));
   }
   // The peak goes before the disk's time, which a narrow terminal cuts first.
-  const std::string peak = mSignal ? mSignal->PeakText() : std::string();
   char text[256];
   snprintf(text, sizeof text, "%s | %s frames | %.1f fps | %lld dropped | %s%sdisk: %s",
            ElapsedText(std::chrono::duration<double>(now - mRecordingSince).count()).c_str(), count, rate,
-           static_cast<long long>(mDropped), peak.c_str(), peak.empty() ? "" : " | ",
+           static_cast<long long>(mDropped), mPeak.c_str(), mPeak.empty() ? "" : " | ",
            mSecondsLeft < 0 ? "time left unknown" : (DiskTimeText(mSecondsLeft) + " left").c_str());
   return text;
 }
@@ -115,9 +114,11 @@ void ProgressDisplay::ReadSignal() {
   if (!mSignal) return;
   if (mSignal->Update() != 0) {
     mSignal.reset();  // it said why in one line; the take goes on without its events
+    mPeak.clear();
     return;
   }
-  for (const std::string& line : mSignal->NewLines()) WriteAbove(line);
+  mPeak = mSignal->PeakText();
+  for (const std::string& line : mSignal->NewLines()) Note(line);
 }
 
 void ProgressDisplay::SetStartTimecode(const std::string& text) {
@@ -142,10 +143,6 @@ void ProgressDisplay::Draw(Clock::time_point now) {
 }
 
 void ProgressDisplay::Note(const std::string& line) {
-  WriteAbove(line);
-}
-
-void ProgressDisplay::WriteAbove(const std::string& line) {
   if (mTerminal && mLineOpen) fputs("\r\033[K", mOut);
   fprintf(mOut, "%s\n", line.c_str());
   fflush(mOut);

@@ -41,8 +41,9 @@ class ProgressDisplay {
   // stopped). Cheap enough for every service call: the movie and the disk are read once a
   // second.
   void Update(const std::string& status, int64_t frames, int64_t expected);
-  // Writes line (a warning, without its line feed) at once, on a line of its own: on a
-  // terminal above the redrawn line, which is drawn again below it.
+  // Writes line (a warning or an event, without its line feed) at once, on a line of its own:
+  // on a terminal above the redrawn line, which is drawn again below it unless the display
+  // has finished.
   void Note(const std::string& line);
   // The timecode of the take's first frame, which the event lines count from; empty while
   // unknown (the events are then told by slot).
@@ -63,12 +64,9 @@ class ProgressDisplay {
 
   std::string Figures(Clock::time_point now, int64_t frames, int64_t expected);
   void ReadMovieAndDisk();
-  // Reads the signal's sidecars and writes the new events above the line.
+  // Reads the signal's sidecars: writes the new events above the line and keeps the peak.
   void ReadSignal();
   void Draw(Clock::time_point now);
-  // Writes line on a line of its own (above the redrawn line, which is drawn again unless
-  // the display has finished).
-  void WriteAbove(const std::string& line);
 
   FILE* mOut;
   bool mTerminal;
@@ -87,6 +85,7 @@ class ProgressDisplay {
   Sample mRateNext;  // ... which moves here at the next reading
   int64_t mDropped = 0;
   double mSecondsLeft = -1;
+  std::string mPeak;          // the line's peak part as last read ("" without sound levels)
   std::string mText;          // the latest line
   bool mShown = true;         // mText has been written
   bool mLineOpen = false;     // a redrawn line is on the terminal, not yet ended

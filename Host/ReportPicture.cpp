@@ -13,12 +13,14 @@
 #include <memory>
 #include <vector>
 
+#include <QFile>
 #include <QFileInfo>
 #include <QFontMetrics>
 #include <QGuiApplication>
 #include <QPainter>
 
 #include "Host/EventThumbnails.h"
+#include "Host/LiveSignal.h"
 #include "Host/TakeReport.h"
 #include "Movie/MovieLock.h"
 
@@ -35,14 +37,12 @@ const QColor kRms(0x2f, 0x8f, 0x3f);
 const QColor kLumaBand(0xc4, 0xcc, 0xdc);
 const QColor kLumaMean(0x30, 0x40, 0x70);
 
-constexpr float kFloorDb = -60;
 constexpr int kCaptionHeight = 28;  // two lines: the timecode, then what happened
 constexpr int kThumbnailGap = 8;
 
 // A level's height in a strip: -60 dBFS and below at the bottom, 0 dBFS at the top.
 int LevelHeight(float db, int height) {
-  if (!(db > kFloorDb)) return 0;
-  return static_cast<int>(std::min(1.0f, (db - kFloorDb) / -kFloorDb) * static_cast<float>(height) + 0.5f);
+  return static_cast<int>(LiveSignal::LevelShare(db) * static_cast<float>(height) + 0.5f);
 }
 
 // The plot's columns: the slotCount each pixel column spans, as a half-open range.
@@ -265,8 +265,7 @@ QImage ReportPicture::Draw(const TakeReport& report) {
     painter.drawRect(p.at.adjusted(-1, -1, 0, 0));
     painter.setPen(kText);
     painter.setFont(label);
-    const QString when = event.timecode.empty() ? QString("slot %1").arg(event.event.slot)
-                                                : QString::fromStdString(event.timecode);
+    const QString when = QString::fromStdString(LiveSignal::EventWhen(event.timecode, event.event.slot));
     const QFontMetrics metrics(label);
     painter.drawText(QRect(p.at.left(), p.at.bottom() + 2, kThumbnailWidth, 13), Qt::AlignLeft | Qt::AlignVCenter, when);
     painter.drawText(QRect(p.at.left(), p.at.bottom() + 15, kThumbnailWidth, 13), Qt::AlignLeft | Qt::AlignVCenter,
@@ -297,14 +296,35 @@ long ReportPicture::Write(const TakeReport& report, const std::string& path, std
   }
   const QImage image = Draw(report);
   // Only a regular file is written: a FIFO or a device there is refused without opening it.
+  // The PNG goes into the file opened here, not into whatever the name leads to later.
   long error = 0;
-  int fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT, error, false);
+  bool made = true;
+  int fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT | O_EXCL, error, false);
+  if (fd < 0 && error == EEXIST) {
+    made = false;
+    fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT, error, false);
+  }
   if (fd < 0) {
     *problem = "cannot write the report " + path + ": " + (error == EINVAL ? "it is not a regular file" : strerror(static_cast<int>(error)));
     return error;
   }
-  close(fd);
-  if (!image.save(QString::fromStdString(path), "PNG")) {
+  if (ftruncate(fd, 0) != 0) {
+    error = errno;
+    close(fd);
+    *problem = "cannot write the report " + path + ": " + strerror(static_cast<int>(error));
+    return error;
+  }
+  QFile file;
+  bool saved = false;
+  if (file.open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle)) {
+    saved = image.save(&file, "PNG") && file.flush();
+    file.close();
+  } else {
+    close(fd);
+  }
+  if (!saved) {
+    // A file made for this picture goes again rather than staying behind empty or cut short.
+    if (made) unlink(path.c_str());
     *problem = "cannot write the report " + path + ": the PNG could not be saved there";
     return EIO;
   }

@@ -29,7 +29,9 @@ struct TakeReport;
 //     with its timecode under it, joined to its tick by a line; at most kMostThumbnails.
 // A slot starts at SlotX(slot, slots); the plot spans kPlotLeft..kPlotRight, the names of the
 // strips lie left of it. Drawing needs a QGuiApplication (fonts); Write makes one on the
-// "offscreen" platform when the process has none. Main thread (the application's).
+// "offscreen" platform when the process has none, and must then be called on the main
+// thread. With the application there, any thread (the capture window draws on its own,
+// which the application outlives).
 class ReportPicture {
  public:
   static constexpr int kWidth = 1200;

@@ -13,14 +13,6 @@
 
 namespace KTN {
 
-namespace {
-
-// The meters show the peak of about one refresh's slots: a short dip (a second of
-// silence) shows, and a long one is not held up by what came before it.
-constexpr double kMeterSeconds = 0.25;
-
-}  // namespace
-
 SignalPanel::SignalPanel(QWidget* parent) : QWidget(parent) {
   QHBoxLayout* layout = new QHBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
@@ -72,8 +64,11 @@ void SignalPanel::Refresh() {
   const std::vector<std::string> lines = mSignal->NewLines();
   for (const std::string& line : lines) mEvents->addItem(QString::fromStdString(line));
   if (!lines.empty()) mEvents->scrollToBottom();
-  // The levels say the take's channels; the settings' count stands until they come.
-  const std::vector<float> peaks = mSignal->ChannelPeaks(kMeterSeconds);
+  // The meters show the peak of the slots written since the last refresh: a short dip (a
+  // second of silence) or a clip between two refreshes shows, and a long dip is not held up
+  // by what came before it. The levels say the take's channels; the settings' count stands
+  // until they come, and without new slots the meters keep what they show.
+  const std::vector<float> peaks = mSignal->NewPeaks();
   if (peaks.empty()) return;
   if (peaks.size() != mMeters.size()) ShowChannels(static_cast<int>(peaks.size()));
   const auto now = std::chrono::steady_clock::now();

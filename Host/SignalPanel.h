@@ -19,9 +19,9 @@ class LiveSignal;
 
 // Follows the take being recorded through its sidecars (LiveSignal): each Refresh (the window
 // calls it four times a second) reads what they gained, shows each channel's peak over the
-// last quarter of a second on its meter and appends the new events to the list, newest last
-// and scrolled to, e.g. "01:00:02:10  black for 25 frames". A new take clears both. Main
-// thread only; the meters and the list are children of the panel.
+// sound slots written since the last refresh on its meter and appends the new events to the
+// list, newest last and scrolled to, e.g. "01:00:02:10  black for 25 frames". A new take
+// clears both. Main thread only; the meters and the list are children of the panel.
 class SignalPanel : public QWidget {
   Q_OBJECT
 

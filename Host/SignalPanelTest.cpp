@@ -102,5 +102,30 @@ TEST(SignalPanelTest, ShowsTheTakesPeaksAndEventsAndClearsAtTheNextTake) {
   EXPECT_EQ("meter 1: no level\nmeter 2: no level\n", panel.Snapshot());
 }
 
+// A clip in the slots written between two refreshes shows, however many quieter slots came
+// after it before the next look.
+TEST(SignalPanelTest, AClipBetweenTwoRefreshesIsShown) {
+  Util::ScratchFolder folder;
+  const std::string movie = folder.File("take.mov");
+  SignalPanel panel(nullptr);
+  panel.Follow(movie, 1, 25);
+  std::string levels = SlotLevels::Header(25, 1, 2);
+  for (int slot = 0; slot < 10; ++slot) levels += "S " + std::to_string(slot) + " -30.0 -33.0 -30.0 -33.0\n";
+  Append(MovieSidecars::Levels(movie), levels);
+  panel.Refresh();
+  EXPECT_EQ("meter 1: peak -30.0 dBFS, hold -30.0 dBFS\nmeter 2: peak -30.0 dBFS, hold -30.0 dBFS\n", panel.Snapshot());
+
+  // One slot at full scale on channel 1, then two seconds of the quieter sound.
+  levels = "S 10 0.0 -3.0 -30.0 -33.0\n";
+  for (int slot = 11; slot < 61; ++slot) levels += "S " + std::to_string(slot) + " -30.0 -33.0 -30.0 -33.0\n";
+  Append(MovieSidecars::Levels(movie), levels);
+  panel.Refresh();
+  EXPECT_EQ("meter 1: peak 0.0 dBFS, hold 0.0 dBFS, full scale\nmeter 2: peak -30.0 dBFS, hold -30.0 dBFS\n",
+            panel.Snapshot());
+  panel.Refresh();  // nothing written since: the meters keep what they show
+  EXPECT_EQ("meter 1: peak 0.0 dBFS, hold 0.0 dBFS, full scale\nmeter 2: peak -30.0 dBFS, hold -30.0 dBFS\n",
+            panel.Snapshot());
+}
+
 }  // namespace
 }  // namespace KTN

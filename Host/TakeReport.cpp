@@ -11,18 +11,12 @@
 #include <algorithm>
 #include <limits>
 
+#include "Host/LiveSignal.h"
 #include "Movie/MovieLock.h"
-#include "Movie/MovieSidecars.h"
 #include "Signal/SlotTimecodes.h"
 #include "Signal/TakeSignal.h"
 
 namespace KTN {
-
-namespace {
-
-bool IsThere(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
-}  // namespace
 
 long TakeReport::Read(const std::string& path, std::string* problem) {
   // The movie is read under its lock, so a take still being recorded is refused rather than
@@ -48,29 +42,26 @@ long TakeReport::Read(const std::string& path, std::string* problem) {
     if ((rc = signal.Update()) != 0) {
       *problem = "cannot read the signal's sidecars of " + path + ": " + strerror(static_cast<int>(rc));
     } else {
-      Gather(path, movie, signal, IsThere(MovieSidecars::Events(path)), IsThere(MovieSidecars::Levels(path)));
+      Gather(path, movie, signal);
     }
   }
   close(fd);
   return rc;
 }
 
-void TakeReport::Gather(const std::string& path, const MovieSummary& movie, const TakeSignal& signal, bool eventsFound,
-                        bool levelsFound) {
+void TakeReport::Gather(const std::string& path, const MovieSummary& movie, TakeSignal& signal) {
   moviePath = path;
   summary = movie;
-  eventsThere = eventsFound;
-  levelsThere = levelsFound;
-  pictures = signal.Pictures();
-  sounds = signal.Sounds();
+  eventsThere = signal.EventsFound();
+  levelsThere = signal.LevelsFound();
+  pictures = signal.ReleasePictures();
+  sounds = signal.ReleaseSounds();
 
   // Each event's timecode: the movie's start, run on through every break the take had.
   const std::vector<SignalEvent> bySlot = signal.EventsBySlot();
   SlotTimecodes timecodes;
   if (summary.hasTimecode && timecodes.Start(summary.frameDuration, summary.videoTimescale, summary.startTimecode)) {
-    for (const SignalEvent& event : bySlot) {
-      if (event.kind == SignalEvent::Kind::kTimecodeBreak) timecodes.AddRun(event.slot, event.after);
-    }
+    timecodes.AddBreaks(bySlot);
   }
   events.clear();
   for (const SignalEvent& event : bySlot) events.push_back({event, timecodes.Text(event.slot)});
@@ -105,13 +96,6 @@ int64_t TakeReport::Slots() const {
   return std::max<int64_t>(slots, 1);
 }
 
-std::string TakeReport::Decibels(float db) {
-  if (std::isinf(db) && db < 0) return "-inf dBFS";
-  char text[32];
-  snprintf(text, sizeof text, "%.1f dBFS", static_cast<double>(db));
-  return text;
-}
-
 std::string TakeReport::VerifyLine() const {
   if (!verified) return "verify: not run";
   // "2026-11-24T16:20:05+0000" said to the minute.
@@ -142,10 +126,7 @@ std::string TakeReport::Text() const {
     text += "Events: not there (the take was recorded without its signal's events)\n";
   } else {
     text += "Events: " + std::to_string(events.size()) + "\n";
-    for (const Event& event : events) {
-      text += (event.timecode.empty() ? "slot " + std::to_string(event.event.slot) : event.timecode) + "  " +
-              event.event.Sentence() + "\n";
-    }
+    for (const Event& event : events) text += LiveSignal::EventLine(event.timecode, event.event) + "\n";
   }
   if (!levelsThere) {
     text += "Levels: not there (the take was recorded without its levels)\n";
@@ -153,8 +134,8 @@ std::string TakeReport::Text() const {
     text += "Sound: none\n";
   } else {
     for (size_t c = 0; c < channels.size(); ++c) {
-      text += "Channel " + std::to_string(c + 1) + ": peak " + Decibels(channels[c].peakDb) + ", RMS " +
-              Decibels(channels[c].rmsDb) + "\n";
+      text += "Channel " + std::to_string(c + 1) + ": peak " + LiveSignal::DbText(channels[c].peakDb) + ", RMS " +
+              LiveSignal::DbText(channels[c].rmsDb) + "\n";
     }
   }
   return text + VerifyLine() + "\n";

@@ -46,9 +46,9 @@ struct TakeReport {
   // user's words why there is no report (not there, not a regular file, not a movie, being
   // written).
   long Read(const std::string& path, std::string* problem);
-  // The figures of a movie already summarised and of its signal as read.
-  void Gather(const std::string& path, const MovieSummary& movie, const TakeSignal& signal, bool eventsFound,
-              bool levelsFound);
+  // The figures of a movie already summarised and of its signal as read; the signal's levels
+  // are moved into the report.
+  void Gather(const std::string& path, const MovieSummary& movie, TakeSignal& signal);
 
   // The frame slots the report spans: the movie's (at least one).
   int64_t Slots() const;
@@ -56,8 +56,6 @@ struct TakeReport {
   std::string Text() const;
   // "verify: passed (2026-11-24 16:20)", "verify: FAILED: ...", "verify: not run".
   std::string VerifyLine() const;
-  // A level as said: "-20.0 dBFS", "-inf dBFS".
-  static std::string Decibels(float db);
 };
 
 }  // namespace KTN

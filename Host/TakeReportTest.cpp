@@ -45,9 +45,7 @@ class TakeReportTest : public testing::Test {
     TakeSignal signal(mMovie);
     EXPECT_EQ(signal.Update(), 0);
     TakeReport report;
-    struct stat there;
-    report.Gather(mMovie, HundredSlots(), signal, stat(MovieSidecars::Events(mMovie).c_str(), &there) == 0,
-                  stat(MovieSidecars::Levels(mMovie).c_str(), &there) == 0);
+    report.Gather(mMovie, HundredSlots(), signal);
     return report;
   }
 

@@ -57,29 +57,23 @@ TakeVerification TakeVerification::Of(const std::string& moviePath) {
     check.line = found.Describe();
   }
   check.checkedAt = Now();
-  check.Keep(moviePath);
+  check.Keep(moviePath, found.movieBytes, found.movieModified);
   return check;
 }
 
-long TakeVerification::Keep(const std::string& moviePath) {
+long TakeVerification::Keep(const std::string& moviePath, int64_t bytes, int64_t modified) {
   // Only the outcome of a movie that is there and finished is kept: a path of nothing, or a
-  // take still being recorded, gets no sidecar of this check.
+  // take still being recorded, was never opened by the check and gets no sidecar of it.
+  if (bytes < 0) return 0;
   long error = 0;
-  std::string why;
-  int movieFd = MovieLock::OpenLocked(moviePath, O_RDONLY, error, why);
-  if (movieFd < 0) return 0;
-  struct stat movie = {};
-  const bool known = fstat(movieFd, &movie) == 0;
-  close(movieFd);
-  if (!known) return 0;
   const char* name = "not-checked";
   for (const ResultName& entry : kResultNames) {
     if (entry.result == result) name = entry.name;
   }
   const std::string text = "{\"result\":\"" + std::string(name) + "\",\"line\":" + FlatObject::Quoted(line) +
                            ",\"checked\":" + FlatObject::Quoted(checkedAt) + ",\"bytes\":" +
-                           std::to_string(static_cast<long long>(movie.st_size)) + ",\"modified\":" +
-                           std::to_string(static_cast<long long>(movie.st_mtime)) + "}\n";
+                           std::to_string(static_cast<long long>(bytes)) + ",\"modified\":" +
+                           std::to_string(static_cast<long long>(modified)) + "}\n";
   const std::string path = MovieSidecars::Verification(moviePath);
   int fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC, error);
   if (fd < 0) return error;

@@ -1,6 +1,8 @@
 // A finished take checked against its frame hashes, in the host program's terms: what was found, its line and exit status.
 #pragma once
 
+#include <stdint.h>
+
 #include <string>
 
 namespace KTN {
@@ -47,9 +49,10 @@ struct TakeVerification {
   std::string Sentence() const;
 
  private:
-  // Writes this outcome into the verification sidecar of the movie at moviePath when the
-  // movie is there, a regular file and nobody writes it: 0, or errno with one failure line.
-  long Keep(const std::string& moviePath);
+  // Writes this outcome into the verification sidecar of the movie at moviePath, with the
+  // movie's size and last change (seconds since 1970) as the check held it locked; nothing
+  // when the check could not open it (bytes -1): 0, or errno with one failure line.
+  long Keep(const std::string& moviePath, int64_t bytes, int64_t modified);
 };
 
 }  // namespace KTN

@@ -69,7 +69,7 @@ void UnattendedRun::Poll() {
     if (!mRecordingShot.empty()) SaveWindow(mRecordingShot);
     Click("stopButton");
   }
-  if (!mWindow.Recording() && !mWindow.Verifying()) {
+  if (!mWindow.Recording() && !mWindow.Finishing()) {
     mState = State::kDone;
     QApplication::quit();
   }

@@ -15,7 +15,7 @@ class CaptureWindow;
 // Owned by the window (a child of it); main thread only. With frames > 0 it clicks Record a
 // second after it is made, clicks Stop once the plug-in has reported that many frames, and
 // quits the application when the take has ended (stopped here or ended by the plug-in) and
-// the window's check of it, if it makes one, has come.
+// the window's check of it, if it makes one, and its report have come.
 // Meanwhile the readout's texts are appended to labelsPath each time they change, as blocks
 // of "name: text" lines after a heading "snapshot SECONDS recording|idle", each ended by an
 // empty line; the window is saved as recordingShot just before Stop and as windowShot when

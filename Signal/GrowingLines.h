@@ -27,6 +27,8 @@ class GrowingLines {
   long ReadNew(std::vector<std::string>* lines, size_t maxBytes = 4 << 20);
   // Whether the last ReadNew found the file cut back, and read its lines again from its start.
   bool Restarted() const { return mRestarted; }
+  // Whether the file has been found, and is followed.
+  bool Found() const { return mFd >= 0; }
 
  private:
   std::string mPath;

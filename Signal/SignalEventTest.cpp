@@ -115,7 +115,12 @@ TEST(TakeSignalTest, FollowsSidecarsAsTheyGrowAndTakesOnlyWholeLines) {
   TakeSignal signal(movie);
   ASSERT_EQ(0, signal.Update());  // no sidecars yet
   EXPECT_TRUE(signal.Events().empty());
+  EXPECT_FALSE(signal.EventsFound());
+  EXPECT_FALSE(signal.LevelsFound());
   Append(MovieSidecars::Levels(movie), SlotLevels::Header(25, 1, 2));
+  ASSERT_EQ(0, signal.Update());
+  EXPECT_FALSE(signal.EventsFound());
+  EXPECT_TRUE(signal.LevelsFound());
   Append(MovieSidecars::Levels(movie), "P 0 30.0 0.0 100.0 -\nS 0 -20.0 -23.0 -20.0 -23.0\nP 1 30.0 0.0 10");
   Append(MovieSidecars::Events(movie), "{\"kind\":\"black\",\"slot\":5,\"frames\":3}\n{\"kind\":\"dro");
   ASSERT_EQ(0, signal.Update());
@@ -124,6 +129,7 @@ TEST(TakeSignalTest, FollowsSidecarsAsTheyGrowAndTakesOnlyWholeLines) {
   EXPECT_EQ(1u, signal.Pictures().size());
   EXPECT_EQ(1u, signal.Sounds().size());
   ASSERT_EQ(1u, signal.NewEvents());
+  EXPECT_TRUE(signal.EventsFound());
   Append(MovieSidecars::Levels(movie), "0.0 -57.0\n");
   Append(MovieSidecars::Events(movie), "pped\",\"slot\":2,\"frames\":1}\n");
   ASSERT_EQ(0, signal.Update());
@@ -134,6 +140,11 @@ TEST(TakeSignalTest, FollowsSidecarsAsTheyGrowAndTakesOnlyWholeLines) {
   EXPECT_EQ(SignalEvent::Kind::kDropped, signal.EventsBySlot()[0].kind);
   ASSERT_EQ(0, signal.Update());
   EXPECT_EQ(0u, signal.NewEvents());
+  // A reader done with the take takes the levels over.
+  EXPECT_EQ(2u, signal.ReleasePictures().size());
+  EXPECT_EQ(1u, signal.ReleaseSounds().size());
+  EXPECT_TRUE(signal.Pictures().empty());
+  EXPECT_TRUE(signal.Sounds().empty());
 }
 
 // A sidecar cut back to nothing (the take recorded over) is read again from its start once,
@@ -189,6 +200,26 @@ TEST(SlotTimecodesTest, RunsOnFromEachBreak) {
   SlotTimecodes fifty;
   ASSERT_TRUE(fifty.Start(1, 50, "01:00:00:48"));
   EXPECT_EQ("01:00:01:00", fifty.Text(2));
+}
+
+TEST(SlotTimecodesTest, RunsOnFromTheBreaksAmongATakesEvents) {
+  SignalEvent black;
+  black.kind = SignalEvent::Kind::kBlack;
+  black.slot = 10;
+  black.after = "05:00:00:00";  // not a break: passed over
+  SignalEvent later;
+  later.kind = SignalEvent::Kind::kTimecodeBreak;
+  later.slot = 80;
+  later.after = "03:00:00:00";
+  SignalEvent earlier = later;
+  earlier.slot = 40;
+  earlier.after = "02:00:00:00";
+  SlotTimecodes timecodes;
+  ASSERT_TRUE(timecodes.Start(1, 25, "01:00:00:00"));
+  timecodes.AddBreaks({black, later, earlier});
+  EXPECT_EQ("01:00:00:10", timecodes.Text(10));
+  EXPECT_EQ("02:00:00:05", timecodes.Text(45));
+  EXPECT_EQ("03:00:00:01", timecodes.Text(81));
 }
 
 }  // namespace

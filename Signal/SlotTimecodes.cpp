@@ -45,4 +45,10 @@ std::string SlotTimecodes::Text(int64_t slot) const {
   return Util::CTimeCode::FromFrame(mFormat, static_cast<int>(frame), mFormat).ToString(false);
 }
 
+void SlotTimecodes::AddBreaks(const std::vector<SignalEvent>& events) {
+  for (const SignalEvent& event : events) {
+    if (event.kind == SignalEvent::Kind::kTimecodeBreak) AddRun(event.slot, event.after);
+  }
+}
+
 }  // namespace KTN

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Signal/SignalEvent.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
@@ -27,6 +28,9 @@ class SlotTimecodes {
 
   // The timecode of slot ("HH:MM:SS:FF", ';' at drop frame); "" when none is known.
   std::string Text(int64_t slot) const;
+  // AddRun at each timecode break among events (from its slot, on from its "after"); the
+  // other events are passed over.
+  void AddBreaks(const std::vector<SignalEvent>& events);
 
  private:
   struct Run {

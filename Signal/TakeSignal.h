@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Signal/GrowingLines.h"
@@ -37,6 +38,12 @@ class TakeSignal {
   int64_t RateNumerator() const { return mRateNumerator; }
   int64_t RateDenominator() const { return mRateDenominator; }
   int Channels() const { return mChannels; }
+  // Whether each sidecar has been found (a take recorded without it has none).
+  bool EventsFound() const { return mEventLines.Found(); }
+  bool LevelsFound() const { return mLevelLines.Found(); }
+  // The levels read so far handed over, leaving none here: for a reader done with the take.
+  std::vector<PictureLevels> ReleasePictures() { return std::exchange(mPictures, {}); }
+  std::vector<SoundLevels> ReleaseSounds() { return std::exchange(mSounds, {}); }
 
  private:
   GrowingLines mEventLines;
