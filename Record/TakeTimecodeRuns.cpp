@@ -30,9 +30,9 @@ void TakeTimecodeRuns::Begin(const std::string& moviePath, uint32_t frameDuratio
 bool TakeTimecodeRuns::Picture(int64_t slot, const std::string& text) {
   if (text.empty() || slot < 0 || slot <= mLastSlot) return false;
   if (mRuns.empty()) {
-    // The first picture's timecode starts the take's first run and decides the counting
-    // (drop frame when its text says so); a rate no timecode counts keeps no runs.
-    if (!mSlots.Start(mFrameDuration, mTimescale, text)) return false;
+    // The first picture's timecode starts the take's first run, at its own slot, and decides
+    // the counting (drop frame when its text says so); a rate no timecode counts keeps no runs.
+    if (!mSlots.Start(mFrameDuration, mTimescale, text, slot)) return false;
     mFormat = Util::tcfFromDuration(mFrameDuration, mTimescale, text.size() > 8 && text[8] == ';', -1);
   }
   Util::TimeCode tc = {};

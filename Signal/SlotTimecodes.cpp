@@ -8,7 +8,7 @@
 
 namespace KTN {
 
-bool SlotTimecodes::Start(uint32_t frameDuration, uint32_t timescale, const std::string& startText) {
+bool SlotTimecodes::Start(uint32_t frameDuration, uint32_t timescale, const std::string& startText, int64_t slot) {
   mRuns.clear();
   mFormat = Util::tcfUnknown;
   // Only the rates a timecode counts: any other would end the process in the conversions.
@@ -17,7 +17,7 @@ bool SlotTimecodes::Start(uint32_t frameDuration, uint32_t timescale, const std:
   if (!Util::TimecodeText::ParseAtPictureRate(startText, frameDuration, timescale, tc, nullptr)) return false;
   mFormat = Util::tcfFromDuration(frameDuration, timescale, tc.dropFrame != 0, -1);
   if (mFormat == Util::tcfUnknown) return false;
-  AddRun(0, startText);
+  AddRun(slot, startText);
   return Known();
 }
 

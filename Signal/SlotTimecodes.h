@@ -18,8 +18,10 @@ namespace KTN {
 class SlotTimecodes {
  public:
   SlotTimecodes() = default;
-  // False (and nothing known) for a rate no timecode counts or a start that is no timecode.
-  bool Start(uint32_t frameDuration, uint32_t timescale, const std::string& startText);
+  // The first run: from slot on (the take's first slot unless its first pictures carried no
+  // timecode), the timecode runs on from startText. False (and nothing known) for a rate no
+  // timecode counts or a start that is no timecode.
+  bool Start(uint32_t frameDuration, uint32_t timescale, const std::string& startText, int64_t slot = 0);
   // From slot on, the timecode runs on from text (a break's "after"); ignored when unknown
   // or not a timecode. Runs may come in any order.
   void AddRun(int64_t slot, const std::string& text);
