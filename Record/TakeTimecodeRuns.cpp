@@ -19,6 +19,7 @@ void TakeTimecodeRuns::Begin(const std::string& moviePath, uint32_t frameDuratio
   mMovie = moviePath;
   mFrameDuration = frameDuration;
   mTimescale = timescale;
+  mCounting = TimecodeTrack::CountableRate(frameDuration, timescale);
   mFormat = Util::tcfUnknown;
   mSlots = SlotTimecodes();
   mRuns.clear();
@@ -28,10 +29,10 @@ void TakeTimecodeRuns::Begin(const std::string& moviePath, uint32_t frameDuratio
 }
 
 bool TakeTimecodeRuns::Picture(int64_t slot, const std::string& text) {
-  if (text.empty() || slot < 0 || slot <= mLastSlot) return false;
+  if (!mCounting || text.empty() || slot < 0 || slot <= mLastSlot) return false;
   if (mRuns.empty()) {
     // The first picture's timecode starts the take's first run, at its own slot, and decides
-    // the counting (drop frame when its text says so); a rate no timecode counts keeps no runs.
+    // the counting (drop frame when its text says so).
     if (!mSlots.Start(mFrameDuration, mTimescale, text, slot)) return false;
     mFormat = Util::tcfFromDuration(mFrameDuration, mTimescale, text.size() > 8 && text[8] == ';', -1);
   }

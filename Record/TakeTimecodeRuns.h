@@ -36,6 +36,9 @@ class TakeTimecodeRuns {
   // A new take of the movie at moviePath, one slot lasting frameDuration / timescale seconds:
   // the last take's runs are forgotten and its sidecar closed.
   void Begin(const std::string& moviePath, uint32_t frameDuration, uint32_t timescale);
+  // Whether a timecode counts the take's rate: when not, its pictures' timecodes keep no
+  // runs and need not be read.
+  bool Counting() const { return mCounting; }
   // The picture of slot (counted from 0 in the movie) carries the timecode text
   // ("HH:MM:SS:FF", ';' before the frames at drop frame; empty when it carries none, which
   // breaks nothing). Slots come in order. True when it breaks the run before it.
@@ -53,6 +56,7 @@ class TakeTimecodeRuns {
   std::string mMovie;
   uint32_t mFrameDuration = 0;
   uint32_t mTimescale = 0;
+  bool mCounting = false;
   Util::TimeCodeFormat mFormat = Util::tcfUnknown;
   SlotTimecodes mSlots;  // each slot's timecode from the runs
   std::vector<TimecodeRun> mRuns;

@@ -70,5 +70,17 @@ TEST(TakeTimecodeRunsTest, FirstRunStartsAtTheFirstTimecodedPicture) {
       << "before: what the first run gives slot 4";
 }
 
+// A rate no timecode counts keeps no runs: its pictures' timecodes need not be read.
+TEST(TakeTimecodeRunsTest, NoRunsAtARateNoTimecodeCounts) {
+  Util::ScratchFolder folder;
+  TakeTimecodeRuns runs;
+  runs.Begin(folder.File("odd.mov"), 1, 7);
+  EXPECT_FALSE(runs.Counting());
+  EXPECT_FALSE(runs.Picture(0, "01:00:00:00"));
+  EXPECT_TRUE(runs.Runs().empty());
+  runs.Begin(folder.File("pal.mov"), 1, 25);
+  EXPECT_TRUE(runs.Counting());
+}
+
 }  // namespace
 }  // namespace KTN
