@@ -11,6 +11,7 @@
 #include "Movie/SampleTable.h"
 #include "Movie/TopLevelBoxes.h"
 #include "Util/Log.h"
+#include "Util/TimecodeText.h"
 
 namespace KTN {
 
@@ -45,35 +46,19 @@ bool TimecodeTrack::Set(uint32_t frameDuration, uint32_t timescale, bool dropFra
   mFormat = Util::tcfUnknown;
   if (!CountableRate(frameDuration, timescale)) return false;
   const Util::TimeCodeFormat format = Util::tcfFromDuration(frameDuration, timescale, dropFrame, -1);
-  mDropFrame = Util::tcfIsDrop(format);
+  const int64_t first = Util::TimecodeText::FrameAt(text, format);
+  if (first < 0) return false;
   Util::tcfToDuration(format, mFrameDuration, mTimescale);
-  mFramesPerSecond = static_cast<uint32_t>(Util::tcfToTps(format));
   mFormat = format;
-  uint32_t first = 0;
-  if (!FrameOf(text, first)) {
-    mFormat = Util::tcfUnknown;
-    return false;
-  }
-  mRuns.push_back(Run{0, first});
-  return true;
-}
-
-bool TimecodeTrack::FrameOf(const std::string& text, uint32_t& frame) const {
-  if (mFormat == Util::tcfUnknown) return false;
-  if (text.size() != 11 || text[2] != ':' || text[5] != ':' || (text[8] != ':' && text[8] != ';')) return false;
-  for (size_t i : {0, 1, 3, 4, 6, 7, 9, 10}) {
-    if (text[i] < '0' || text[i] > '9') return false;
-  }
-  Util::CTimeCode tc = Util::CTimeCode::FromStr(mFormat, text);
-  if (tc.frames >= mFramesPerSecond || tc.seconds > 59 || tc.minutes > 59 || tc.hours > 23) return false;
-  frame = static_cast<uint32_t>(tc.ToFrame(mFormat));
+  mRuns.push_back(Run{0, static_cast<uint32_t>(first)});
   return true;
 }
 
 bool TimecodeTrack::AddRun(int64_t slot, const std::string& text) {
-  uint32_t frame = 0;
-  if (mRuns.empty() || slot <= mRuns.back().slot || !FrameOf(text, frame)) return false;
-  mRuns.push_back(Run{slot, frame});
+  if (mRuns.empty() || slot <= mRuns.back().slot) return false;
+  const int64_t frame = Util::TimecodeText::FrameAt(text, mFormat);
+  if (frame < 0) return false;
+  mRuns.push_back(Run{slot, static_cast<uint32_t>(frame)});
   return true;
 }
 
@@ -174,10 +159,10 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.Put32(0), out.Put16(0);  // reserved
   out.Put16(1);                // data reference index
   out.Put32(0);                // reserved
-  out.Put32((mDropFrame ? TimecodeFlags::kDropFrame : 0) | TimecodeFlags::k24HourMax);
+  out.Put32((Util::tcfIsDrop(mFormat) ? TimecodeFlags::kDropFrame : 0) | TimecodeFlags::k24HourMax);
   out.Put32(mTimescale);
   out.Put32(mFrameDuration);
-  out.Put8(static_cast<uint8_t>(mFramesPerSecond));
+  out.Put8(static_cast<uint8_t>(Util::tcfToTps(mFormat)));
   out.Put8(0);
   out.End(entry);
   out.End(stsd);

@@ -30,7 +30,7 @@ class TimecodeTrack {
 
   // The timecode of a recording whose frames last frameDuration / timescale seconds, counted
   // with drop frames or not, starting at text ("HH:MM:SS:FF"); false when the rate is not
-  // countable or the text is no timecode.
+  // countable or the text is no timecode at that count (Util::TimecodeText::FrameAt).
   bool Set(uint32_t frameDuration, uint32_t timescale, bool dropFrame, const std::string& text);
 
   // After Set: from slot on the timecode runs on from text (a break of the tape's
@@ -65,13 +65,8 @@ class TimecodeTrack {
     int64_t slot;
     uint32_t frame;  // the timecode's frame number at the run's first slot
   };
-  // The frame number of text at the count Set chose; false when it is no timecode there.
-  bool FrameOf(const std::string& text, uint32_t& frame) const;
-
   uint32_t mTimescale = 0;
   uint32_t mFrameDuration = 0;
-  uint32_t mFramesPerSecond = 0;
-  bool mDropFrame = false;
   Util::TimeCodeFormat mFormat = Util::tcfUnknown;
   std::vector<Run> mRuns;  // by slot; the first at slot 0
 };

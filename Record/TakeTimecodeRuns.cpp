@@ -36,13 +36,8 @@ bool TakeTimecodeRuns::Picture(int64_t slot, const std::string& text) {
     if (!mSlots.Start(mFrameDuration, mTimescale, text, slot)) return false;
     mFormat = Util::tcfFromDuration(mFrameDuration, mTimescale, text.size() > 8 && text[8] == ';', -1);
   }
-  Util::TimeCode tc = {};
-  if (!Util::TimecodeText::Parse(text, static_cast<unsigned>(Util::tcfToTps(mFormat)), Util::tcfIsDrop(mFormat), tc,
-                                 nullptr)) {
-    return false;  // not a timecode of this take's counting: it neither starts nor breaks a run
-  }
-  const int64_t frame =
-      Util::CTimeCode::FromNumbers(mFormat, tc.hours, tc.minutes, tc.seconds, tc.frames).ToFrame(mFormat);
+  const int64_t frame = Util::TimecodeText::FrameAt(text, mFormat);
+  if (frame < 0) return false;  // not a timecode of this take's counting: it neither starts nor breaks a run
   if (mRuns.empty()) {
     mRuns.push_back(TimecodeRun{slot, mSlots.Text(slot)});
     mLastSlot = slot;

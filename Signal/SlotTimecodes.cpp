@@ -22,16 +22,13 @@ bool SlotTimecodes::Start(uint32_t frameDuration, uint32_t timescale, const std:
 }
 
 void SlotTimecodes::AddRun(int64_t slot, const std::string& text) {
-  if (mFormat == Util::tcfUnknown || slot < 0) return;
-  Util::TimeCode tc = {};
-  const int fps = Util::tcfToTps(mFormat);
-  if (!Util::TimecodeText::Parse(text, static_cast<unsigned>(fps), Util::tcfIsDrop(mFormat), tc, nullptr)) return;
-  const int frame = Util::CTimeCode::FromNumbers(mFormat, tc.hours, tc.minutes, tc.seconds, tc.frames).ToFrame(mFormat);
+  const int64_t frame = Util::TimecodeText::FrameAt(text, mFormat);
+  if (frame < 0 || slot < 0) return;
   auto at = std::lower_bound(mRuns.begin(), mRuns.end(), slot, [](const Run& run, int64_t s) { return run.slot < s; });
   if (at != mRuns.end() && at->slot == slot) {
-    at->frame = frame;
+    at->frame = static_cast<int>(frame);
   } else {
-    mRuns.insert(at, Run{slot, frame});
+    mRuns.insert(at, Run{slot, static_cast<int>(frame)});
   }
 }
 
