@@ -9,7 +9,6 @@
 
 #include "Movie/TimecodeTrack.h"
 #include "Signal/SlotTimecodes.h"
-#include "Util/TimeCode.h"
 
 namespace KTN {
 
@@ -44,7 +43,7 @@ class TakeTimecodeRuns {
   // breaks nothing). Slots come in order. True when it breaks the run before it.
   bool Picture(int64_t slot, const std::string& text);
   // The runs so far: the first picture's, then one from each break.
-  const std::vector<TimecodeRun>& Runs() const { return mRuns; }
+  std::vector<TimecodeRun> Runs() const { return mSlots.Runs(); }
   // The runs from the breaks on (all but the first), as the stamp takes them.
   std::vector<TimecodeRun> Breaks() const;
   // The take is over: its sidecar is closed (the runs stay until the next Begin).
@@ -57,11 +56,8 @@ class TakeTimecodeRuns {
   uint32_t mFrameDuration = 0;
   uint32_t mTimescale = 0;
   bool mCounting = false;
-  Util::TimeCodeFormat mFormat = Util::tcfUnknown;
-  SlotTimecodes mSlots;  // each slot's timecode from the runs
-  std::vector<TimecodeRun> mRuns;
-  int64_t mLastSlot = -1;   // the last picture with a timecode
-  int64_t mLastFrame = 0;   // its frame number at the timecode's count
+  SlotTimecodes mSlots;     // the runs, and each slot's timecode from them
+  int64_t mLastSlot = -1;   // the last picture with a timecode: slots come in order
   int mEvents = -1;         // the events sidecar, open to append once a break came
   bool mEventsFailed = false;  // said once; nothing more is written this take
 };

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Movie/TimecodeTrack.h"
 #include "Util/TimeCode.h"
 
 namespace KTN {
@@ -26,9 +27,16 @@ class SlotTimecodes {
   // or not a timecode. Runs may come in any order.
   void AddRun(int64_t slot, const std::string& text);
   bool Known() const { return !mRuns.empty(); }
+  // The frame number of text at the runs' counting (Util::TimecodeText::FrameAt); -1 when
+  // nothing is known or it is no timecode there.
+  int64_t FrameOf(const std::string& text) const;
 
+  // The frame number the runs give slot, at their counting; -1 when none is known.
+  int64_t Frame(int64_t slot) const;
   // The timecode of slot ("HH:MM:SS:FF", ';' at drop frame); "" when none is known.
   std::string Text(int64_t slot) const;
+  // The runs by slot: each one's first slot and its timecode there.
+  std::vector<TimecodeRun> Runs() const;
 
  private:
   struct Run {
