@@ -232,14 +232,14 @@ long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& 
     return refused("its timecode track has no timecode description");
   }
   BoxReader entry(moov, entries[0]);
-  entry.Seek(12);  // reserved, data reference index, reserved
+  entry.Seek(kTimecodeFlagsAt);
   const uint32_t flags = entry.U32();
   const uint32_t timescale = entry.U32();
   const uint32_t frameDuration = entry.U32();
-  TimecodeTrack counting;
   if (!entry.ok || !CountableRate(frameDuration, timescale)) return refused("its timecode's rate cannot be counted");
-  counting.mFormat = Util::tcfFromDuration(frameDuration, timescale, (flags & TimecodeFlags::kDropFrame) != 0, -1);
-  if (counting.mFormat == Util::tcfUnknown) return refused("its timecode's rate cannot be counted");
+  const Util::TimeCodeFormat format =
+      Util::tcfFromDuration(frameDuration, timescale, (flags & TimecodeFlags::kDropFrame) != 0, -1);
+  if (format == Util::tcfUnknown) return refused("its timecode's rate cannot be counted");
   // The track's samples are counted in its media's timescale, which may differ from the description's.
   const uint64_t slotLength = track->timescale ? static_cast<uint64_t>(frameDuration) * track->timescale / timescale : 0;
   SampleTable table;
@@ -256,7 +256,7 @@ long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& 
     const uint32_t frame = fields.U32();
     TimecodeRun run;
     run.slot = static_cast<int64_t>(sample.decodeTime / slotLength);
-    run.text = Util::CTimeCode::FromFrame(counting.mFormat, static_cast<int>(frame), counting.mFormat).ToString(false);
+    run.text = Util::CTimeCode::FromFrame(format, static_cast<int>(frame), format).ToString(false);
     runs.push_back(run);
     return true;
   });
