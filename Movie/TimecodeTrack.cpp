@@ -198,6 +198,17 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.End(trak);
 }
 
+Util::TimeCodeFormat TimecodeTrack::ReadCounting(const std::vector<uint8_t>& moov, const Box& entry,
+                                                uint32_t& frameDuration, uint32_t& timescale) {
+  BoxReader fields(moov, entry);
+  fields.Seek(kTimecodeFlagsAt);
+  const uint32_t flags = fields.U32();
+  timescale = fields.U32();
+  frameDuration = fields.U32();
+  if (!fields.ok || !CountableRate(frameDuration, timescale)) return Util::tcfUnknown;
+  return Util::tcfFromDuration(frameDuration, timescale, (flags & TimecodeFlags::kDropFrame) != 0, -1);
+}
+
 long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& runs) {
   runs.clear();
   auto refused = [&path](const char* why) {
@@ -231,14 +242,8 @@ long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& 
       entries.empty() || entries[0].type != BoxTypes::kTmcd) {
     return refused("its timecode track has no timecode description");
   }
-  BoxReader entry(moov, entries[0]);
-  entry.Seek(kTimecodeFlagsAt);
-  const uint32_t flags = entry.U32();
-  const uint32_t timescale = entry.U32();
-  const uint32_t frameDuration = entry.U32();
-  if (!entry.ok || !CountableRate(frameDuration, timescale)) return refused("its timecode's rate cannot be counted");
-  const Util::TimeCodeFormat format =
-      Util::tcfFromDuration(frameDuration, timescale, (flags & TimecodeFlags::kDropFrame) != 0, -1);
+  uint32_t frameDuration = 0, timescale = 0;
+  const Util::TimeCodeFormat format = ReadCounting(moov, entries[0], frameDuration, timescale);
   if (format == Util::tcfUnknown) return refused("its timecode's rate cannot be counted");
   // The track's samples are counted in its media's timescale, which may differ from the description's.
   const uint64_t slotLength = track->timescale ? static_cast<uint64_t>(frameDuration) * track->timescale / timescale : 0;

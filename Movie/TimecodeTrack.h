@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Movie/BoxReader.h"
 #include "Movie/BoxWriter.h"
 #include "Util/TimeCode.h"
 
@@ -59,6 +60,11 @@ class TimecodeTrack {
   // 95 (EOPNOTSUPP) with one line for a movie that is not finished or whose track cannot be
   // read.
   static long ReadRuns(const std::string& path, std::vector<TimecodeRun>& runs);
+  // The counting that the timecode sample description entry ('tmcd') of moov says: the
+  // format of its rate and drop-frame flag, with the frame duration and timescale its frame
+  // numbers count in; tcfUnknown when the entry is cut short or its rate is not countable.
+  static Util::TimeCodeFormat ReadCounting(const std::vector<uint8_t>& moov, const Box& entry, uint32_t& frameDuration,
+                                           uint32_t& timescale);
 
  private:
   struct Run {
