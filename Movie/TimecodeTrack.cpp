@@ -65,11 +65,15 @@ bool TimecodeTrack::AddRun(int64_t slot, const std::string& text) {
 void TimecodeTrack::EndAt(uint64_t movieDuration, uint32_t movieTimescale) {
   // The movie's length in whole slots: its header's duration may be rounded to its own
   // timescale's units.
-  const uint64_t mediaDuration = movieTimescale ? movieDuration * mTimescale / movieTimescale : 0;
+  const uint64_t mediaDuration = MediaDuration(movieDuration, movieTimescale);
   const uint64_t slots = mFrameDuration ? (mediaDuration + mFrameDuration / 2) / mFrameDuration : 0;
   while (mRuns.size() > 1 && static_cast<uint64_t>(mRuns.back().slot) >= slots) {
     mRuns.pop_back();
   }
+}
+
+uint64_t TimecodeTrack::MediaDuration(uint64_t movieDuration, uint32_t movieTimescale) const {
+  return movieTimescale ? movieDuration * mTimescale / movieTimescale : 0;
 }
 
 void TimecodeTrack::WriteSamples(BoxWriter& out) const {
@@ -78,7 +82,7 @@ void TimecodeTrack::WriteSamples(BoxWriter& out) const {
 
 void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDuration, uint32_t movieTimescale,
                               uint64_t sampleOffset) const {
-  const uint64_t mediaDuration = movieTimescale ? movieDuration * mTimescale / movieTimescale : 0;
+  const uint64_t mediaDuration = MediaDuration(movieDuration, movieTimescale);
   const bool wide = movieDuration > UINT32_MAX || mediaDuration > UINT32_MAX;
   size_t trak = out.Begin(BoxTypes::kTrak);
 

@@ -71,6 +71,8 @@ class TimecodeTrack {
     int64_t slot;
     uint32_t frame;  // the timecode's frame number at the run's first slot
   };
+  // A movie's duration of movieDuration in movieTimescale, in the track's own timescale.
+  uint64_t MediaDuration(uint64_t movieDuration, uint32_t movieTimescale) const;
   uint32_t mTimescale = 0;
   uint32_t mFrameDuration = 0;
   Util::TimeCodeFormat mFormat = Util::tcfUnknown;
