@@ -20,11 +20,8 @@ struct TrackFacts {
   uint64_t samples = 0;
   uint64_t duration = 0;   // in timescale units: the end of its last sample
   uint32_t shortest = 0;   // the shortest sample duration
-  // A timecode track's description and first sample's place.
-  uint32_t timecodeFlags = 0;
-  uint32_t timecodeScale = 0;
-  uint32_t timecodeFrameDuration = 0;
-  uint32_t timecodeFrames = 0;
+  // A timecode track's counting, as its description says, and first sample's place.
+  Util::TimeCodeFormat timecodeFormat = Util::tcfUnknown;
   uint64_t firstChunk = 0;
   bool fieldOrder = false;  // a picture description that says its fields ('fiel')
 };
@@ -72,13 +69,8 @@ void ReadSampleTable(const std::vector<uint8_t>& moov, const TrackDescription& d
     return;
   }
   if (entries[0].type == BoxTypes::kTmcd) {
-    BoxReader entry(moov, entries[0]);
-    entry.Seek(kTimecodeFlagsAt);
-    track.timecodeFlags = entry.U32();
-    track.timecodeScale = entry.U32();
-    track.timecodeFrameDuration = entry.U32();
-    track.timecodeFrames = entry.U8();
-    if (!entry.ok) track.timecodeScale = 0;
+    uint32_t frameDuration = 0, timescale = 0;
+    track.timecodeFormat = TimecodeTrack::ReadCounting(moov, entries[0], frameDuration, timescale);
   } else if (entries[0].size > kVisualEntryFields) {
     // A picture description's own boxes follow its fixed fields.
     std::vector<Box> extras;
@@ -265,13 +257,12 @@ long MovieFollower::Summarise(MovieFile& file) {
       mSummary.soundRate = described.timescale;
       mSummary.soundFrames = track.duration;
     } else if (described.handler == Handlers::kTimecode && !mSummary.hasTimecode && track.firstChunk &&
-               TimecodeTrack::CountableRate(track.timecodeFrameDuration, track.timecodeScale)) {
+               track.timecodeFormat != Util::tcfUnknown) {
       std::vector<uint8_t> sample;
       if (file.Read(track.firstChunk, 4, sample) != 0) continue;
       BoxReader value(sample.data(), sample.size());
-      const bool drop = track.timecodeFlags & TimecodeFlags::kDropFrame;
-      Util::TimeCodeFormat format = Util::tcfFromDuration(track.timecodeFrameDuration, track.timecodeScale, drop, -1);
-      Util::CTimeCode start = Util::CTimeCode::FromFrame(format, static_cast<int>(value.U32()), Util::tcfUnknown);
+      Util::CTimeCode start =
+          Util::CTimeCode::FromFrame(track.timecodeFormat, static_cast<int>(value.U32()), Util::tcfUnknown);
       mSummary.startTimecode = start.ToString(false);
       mSummary.hasTimecode = true;
     }

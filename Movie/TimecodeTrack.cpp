@@ -11,6 +11,7 @@
 #include "Movie/SampleTable.h"
 #include "Movie/TopLevelBoxes.h"
 #include "Util/Log.h"
+#include "Util/TimecodeText.h"
 
 namespace KTN {
 
@@ -45,46 +46,34 @@ bool TimecodeTrack::Set(uint32_t frameDuration, uint32_t timescale, bool dropFra
   mFormat = Util::tcfUnknown;
   if (!CountableRate(frameDuration, timescale)) return false;
   const Util::TimeCodeFormat format = Util::tcfFromDuration(frameDuration, timescale, dropFrame, -1);
-  mDropFrame = Util::tcfIsDrop(format);
+  const int64_t first = Util::TimecodeText::FrameAt(text, format);
+  if (first < 0) return false;
   Util::tcfToDuration(format, mFrameDuration, mTimescale);
-  mFramesPerSecond = static_cast<uint32_t>(Util::tcfToTps(format));
   mFormat = format;
-  uint32_t first = 0;
-  if (!FrameOf(text, first)) {
-    mFormat = Util::tcfUnknown;
-    return false;
-  }
-  mRuns.push_back(Run{0, first});
-  return true;
-}
-
-bool TimecodeTrack::FrameOf(const std::string& text, uint32_t& frame) const {
-  if (mFormat == Util::tcfUnknown) return false;
-  if (text.size() != 11 || text[2] != ':' || text[5] != ':' || (text[8] != ':' && text[8] != ';')) return false;
-  for (size_t i : {0, 1, 3, 4, 6, 7, 9, 10}) {
-    if (text[i] < '0' || text[i] > '9') return false;
-  }
-  Util::CTimeCode tc = Util::CTimeCode::FromStr(mFormat, text);
-  if (tc.frames >= mFramesPerSecond || tc.seconds > 59 || tc.minutes > 59 || tc.hours > 23) return false;
-  frame = static_cast<uint32_t>(tc.ToFrame(mFormat));
+  mRuns.push_back(Run{0, static_cast<uint32_t>(first)});
   return true;
 }
 
 bool TimecodeTrack::AddRun(int64_t slot, const std::string& text) {
-  uint32_t frame = 0;
-  if (mRuns.empty() || slot <= mRuns.back().slot || !FrameOf(text, frame)) return false;
-  mRuns.push_back(Run{slot, frame});
+  if (mRuns.empty() || slot <= mRuns.back().slot) return false;
+  const int64_t frame = Util::TimecodeText::FrameAt(text, mFormat);
+  if (frame < 0) return false;
+  mRuns.push_back(Run{slot, static_cast<uint32_t>(frame)});
   return true;
 }
 
 void TimecodeTrack::EndAt(uint64_t movieDuration, uint32_t movieTimescale) {
   // The movie's length in whole slots: its header's duration may be rounded to its own
   // timescale's units.
-  const uint64_t mediaDuration = movieTimescale ? movieDuration * mTimescale / movieTimescale : 0;
+  const uint64_t mediaDuration = MediaDuration(movieDuration, movieTimescale);
   const uint64_t slots = mFrameDuration ? (mediaDuration + mFrameDuration / 2) / mFrameDuration : 0;
   while (mRuns.size() > 1 && static_cast<uint64_t>(mRuns.back().slot) >= slots) {
     mRuns.pop_back();
   }
+}
+
+uint64_t TimecodeTrack::MediaDuration(uint64_t movieDuration, uint32_t movieTimescale) const {
+  return movieTimescale ? movieDuration * mTimescale / movieTimescale : 0;
 }
 
 void TimecodeTrack::WriteSamples(BoxWriter& out) const {
@@ -93,7 +82,7 @@ void TimecodeTrack::WriteSamples(BoxWriter& out) const {
 
 void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDuration, uint32_t movieTimescale,
                               uint64_t sampleOffset) const {
-  const uint64_t mediaDuration = movieTimescale ? movieDuration * mTimescale / movieTimescale : 0;
+  const uint64_t mediaDuration = MediaDuration(movieDuration, movieTimescale);
   const bool wide = movieDuration > UINT32_MAX || mediaDuration > UINT32_MAX;
   size_t trak = out.Begin(BoxTypes::kTrak);
 
@@ -174,10 +163,10 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.Put32(0), out.Put16(0);  // reserved
   out.Put16(1);                // data reference index
   out.Put32(0);                // reserved
-  out.Put32((mDropFrame ? TimecodeFlags::kDropFrame : 0) | TimecodeFlags::k24HourMax);
+  out.Put32((Util::tcfIsDrop(mFormat) ? TimecodeFlags::kDropFrame : 0) | TimecodeFlags::k24HourMax);
   out.Put32(mTimescale);
   out.Put32(mFrameDuration);
-  out.Put8(static_cast<uint8_t>(mFramesPerSecond));
+  out.Put8(static_cast<uint8_t>(Util::tcfToTps(mFormat)));
   out.Put8(0);
   out.End(entry);
   out.End(stsd);
@@ -213,6 +202,17 @@ void TimecodeTrack::WriteTrak(BoxWriter& out, uint32_t trackId, uint64_t movieDu
   out.End(trak);
 }
 
+Util::TimeCodeFormat TimecodeTrack::ReadCounting(const std::vector<uint8_t>& moov, const Box& entry,
+                                                uint32_t& frameDuration, uint32_t& timescale) {
+  BoxReader fields(moov, entry);
+  fields.Seek(kTimecodeFlagsAt);
+  const uint32_t flags = fields.U32();
+  timescale = fields.U32();
+  frameDuration = fields.U32();
+  if (!fields.ok || !CountableRate(frameDuration, timescale)) return Util::tcfUnknown;
+  return Util::tcfFromDuration(frameDuration, timescale, (flags & TimecodeFlags::kDropFrame) != 0, -1);
+}
+
 long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& runs) {
   runs.clear();
   auto refused = [&path](const char* why) {
@@ -246,15 +246,9 @@ long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& 
       entries.empty() || entries[0].type != BoxTypes::kTmcd) {
     return refused("its timecode track has no timecode description");
   }
-  BoxReader entry(moov, entries[0]);
-  entry.Seek(12);  // reserved, data reference index, reserved
-  const uint32_t flags = entry.U32();
-  const uint32_t timescale = entry.U32();
-  const uint32_t frameDuration = entry.U32();
-  TimecodeTrack counting;
-  if (!entry.ok || !CountableRate(frameDuration, timescale)) return refused("its timecode's rate cannot be counted");
-  counting.mFormat = Util::tcfFromDuration(frameDuration, timescale, (flags & TimecodeFlags::kDropFrame) != 0, -1);
-  if (counting.mFormat == Util::tcfUnknown) return refused("its timecode's rate cannot be counted");
+  uint32_t frameDuration = 0, timescale = 0;
+  const Util::TimeCodeFormat format = ReadCounting(moov, entries[0], frameDuration, timescale);
+  if (format == Util::tcfUnknown) return refused("its timecode's rate cannot be counted");
   // The track's samples are counted in its media's timescale, which may differ from the description's.
   const uint64_t slotLength = track->timescale ? static_cast<uint64_t>(frameDuration) * track->timescale / timescale : 0;
   SampleTable table;
@@ -271,7 +265,7 @@ long TimecodeTrack::ReadRuns(const std::string& path, std::vector<TimecodeRun>& 
     const uint32_t frame = fields.U32();
     TimecodeRun run;
     run.slot = static_cast<int64_t>(sample.decodeTime / slotLength);
-    run.text = Util::CTimeCode::FromFrame(counting.mFormat, static_cast<int>(frame), counting.mFormat).ToString(false);
+    run.text = Util::CTimeCode::FromFrame(format, static_cast<int>(frame), format).ToString(false);
     runs.push_back(run);
     return true;
   });

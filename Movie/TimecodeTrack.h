@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Movie/BoxReader.h"
 #include "Movie/BoxWriter.h"
 #include "Util/TimeCode.h"
 
@@ -30,7 +31,7 @@ class TimecodeTrack {
 
   // The timecode of a recording whose frames last frameDuration / timescale seconds, counted
   // with drop frames or not, starting at text ("HH:MM:SS:FF"); false when the rate is not
-  // countable or the text is no timecode.
+  // countable or the text is no timecode at that count (Util::TimecodeText::FrameAt).
   bool Set(uint32_t frameDuration, uint32_t timescale, bool dropFrame, const std::string& text);
 
   // After Set: from slot on the timecode runs on from text (a break of the tape's
@@ -59,19 +60,21 @@ class TimecodeTrack {
   // 95 (EOPNOTSUPP) with one line for a movie that is not finished or whose track cannot be
   // read.
   static long ReadRuns(const std::string& path, std::vector<TimecodeRun>& runs);
+  // The counting that the timecode sample description entry ('tmcd') of moov says: the
+  // format of its rate and drop-frame flag, with the frame duration and timescale its frame
+  // numbers count in; tcfUnknown when the entry is cut short or its rate is not countable.
+  static Util::TimeCodeFormat ReadCounting(const std::vector<uint8_t>& moov, const Box& entry, uint32_t& frameDuration,
+                                           uint32_t& timescale);
 
  private:
   struct Run {
     int64_t slot;
     uint32_t frame;  // the timecode's frame number at the run's first slot
   };
-  // The frame number of text at the count Set chose; false when it is no timecode there.
-  bool FrameOf(const std::string& text, uint32_t& frame) const;
-
+  // A movie's duration of movieDuration in movieTimescale, in the track's own timescale.
+  uint64_t MediaDuration(uint64_t movieDuration, uint32_t movieTimescale) const;
   uint32_t mTimescale = 0;
   uint32_t mFrameDuration = 0;
-  uint32_t mFramesPerSecond = 0;
-  bool mDropFrame = false;
   Util::TimeCodeFormat mFormat = Util::tcfUnknown;
   std::vector<Run> mRuns;  // by slot; the first at slot 0
 };

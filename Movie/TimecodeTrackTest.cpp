@@ -123,12 +123,14 @@ TEST(TimecodeTrackTest, CountsAt5994DropFrame) {
   EXPECT_EQ(3598u, track.FirstFrame());
   EXPECT_TRUE(track.AddRun(2, "00:01:00;04"));
   EXPECT_FALSE(track.AddRun(3, "00:01:00;60")) << "no such label at 60";
+  EXPECT_FALSE(track.AddRun(3, "00:02:00;03")) << "a label the count drops";
   EXPECT_FALSE(track.AddRun(2, "00:02:00;04")) << "a run comes after the last";
   EXPECT_EQ(2u, track.Samples());
   BoxWriter samples;
   track.WriteSamples(samples);
   const std::vector<uint8_t> expected = {0, 0, 0x0E, 0x0E, 0, 0, 0x0E, 0x10};
   EXPECT_EQ(expected, samples.bytes) << "3598, then 3600: ;04 follows ;59 of the minute before";
+  EXPECT_FALSE(track.Set(1001, 60000, true, "00:01:00;00")) << "nor does a start have one";
 }
 
 // A stamp cut off while it wrote its index leaves the movie as it was before: every cut of

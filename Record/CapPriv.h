@@ -140,7 +140,8 @@ struct CapPriv {
   int64_t takeSlots = 0;
   TakeTimecodeRuns takeTimecodes;
   // The log has said this recording that the card could not read a frame's timecode: by the
-  // card's thread (the start) or the host's (the hand-over), whichever met it first.
+  // card's thread (the start) or the host's (the hand-over), whichever met it first. Reset
+  // under recordingLock, so that the callback of the recording before cannot set it after.
   std::atomic<bool> timecodeFailureSaid{false};
   bool soundGiveUpReported = false;            // the log has said so for this recording
   // How long a service call hands over before it reports (at least one round); tests
@@ -153,16 +154,16 @@ struct CapPriv {
   // it sets up the fields of a recording that the callback uses (recPrepRecord8) and while
   // it reads startTimeCodeString (selector 5, the stamp). It protects those fields: the
   // host's callback functions, the in-point, frameLimit, nextFrameTime,
-  // startedWithoutTimecode, timecodeFailureReported, startTimecodeUnread,
-  // startTimeCodeString and the resetting of startEvent. The host's thread never waits for
-  // anything while it holds it. Initialised by recOpen.
+  // startedWithoutTimecode, startTimecodeFailed, startTimecodeUnread,
+  // startTimeCodeString and the resetting of startEvent and of timecodeFailureSaid. The
+  // host's thread never waits for anything while it holds it. Initialised by recOpen.
   Core::Lockable recordingLock;
   // recPrepRecord8 configured the server for a recording (false until then, and after one
   // that failed): selector 5 starts nothing else. Host thread only.
   bool recordingPrepared = false;
-  // The log has said that the card could not read a frame's timecode during this recording.
-  // Device thread, under recordingLock.
-  bool timecodeFailureReported = false;
+  // The card could not read the timecode of a frame looked at for the start of this
+  // recording. Device thread, under recordingLock.
+  bool startTimecodeFailed = false;
   // The take started at the host's timecode because the card could not read the first
   // frame's: startTimeCodeString is the host's guess, and the movie is not stamped with it.
   // Device thread and the stamp, under recordingLock.

@@ -122,10 +122,13 @@ Pack SoundPacking(CapPriv* instance) {
 }
 
 // A picture goes to the movie's next slot: its timecode is read here, on the host's thread,
-// and kept in the take's runs (a break is appended to the events sidecar at once).
+// and kept in the take's runs (a break is appended to the events sidecar at once); at a rate
+// no timecode counts there are no runs, and it is not read.
 void PictureHanded(CapPriv* instance, IVeldranVideoInputFrame* frame) {
-  const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(frame, nullptr, instance->timecodeFailureSaid);
-  instance->takeTimecodes.Picture(instance->takeSlots, TimecodeString(timecode.Get()));
+  if (instance->takeTimecodes.Counting()) {
+    const VeldranRef<IVeldranTimecode> timecode = FrameTimecode(frame, nullptr, instance->timecodeFailureSaid);
+    instance->takeTimecodes.Picture(instance->takeSlots, TimecodeString(timecode.Get()));
+  }
   ++instance->takeSlots;
 }
 

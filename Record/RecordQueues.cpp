@@ -83,7 +83,7 @@ void StartFromNow(CapPriv* instance, IVeldranTimecode* timecode) {
     HostTimecodeNow(instance, instance->startTimeCodeString);
     // A card that could not read the frame's timecode leaves the host's guess in the
     // reply only: the movie is not stamped with it.
-    instance->startTimecodeUnread = instance->timecodeFailureReported;
+    instance->startTimecodeUnread = instance->startTimecodeFailed;
     return;
   }
   const std::string text = TimecodeString(timecode);
@@ -118,7 +118,7 @@ bool StartWithoutTimecode(CapPriv* instance, IVeldranVideoInputFrame* video) {
   instance->startedWithoutTimecode = true;  // said in the reports: not from the in-point
   instance->started = true;                 // no timecode and no deck: start at once
   HostTimecodeNow(instance, instance->startTimeCodeString);
-  instance->startTimecodeUnread = instance->timecodeFailureReported;
+  instance->startTimecodeUnread = instance->startTimecodeFailed;
   return true;
 }
 
@@ -129,7 +129,7 @@ bool ReachStart(CapPriv* instance, IVeldranVideoInputFrame* video) {
   if (instance->started) return true;
   if (!video) return false;
   const VeldranRef<IVeldranTimecode> timecode =
-      FrameTimecode(video, &instance->timecodeFailureReported, instance->timecodeFailureSaid);
+      FrameTimecode(video, &instance->startTimecodeFailed, instance->timecodeFailureSaid);
   bool started = true;
   if (instance->frameLimit == 0) {
     StartFromNow(instance, timecode.Get());

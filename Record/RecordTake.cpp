@@ -226,7 +226,6 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   instance->takeFields = FieldOrderOfMode(instance);
   instance->takeSlots = 0;
   instance->takeTimecodes.Begin(path, s.frameDuration, s.timeScale);
-  instance->timecodeFailureSaid = false;
   // The callback may still be running for the recording before: the fields it reads are set
   // while it cannot be (see recordingLock).
   Core::Lock recordingLock(&instance->recordingLock);
@@ -270,7 +269,8 @@ int32_t recPrepRecord8(CapPriv* instance, recCapParmsRec8* parms) {
   instance->signalTimecodeBCD = 0;
   instance->startedWithoutTimecode = false;
   instance->startNoteReported = false;
-  instance->timecodeFailureReported = false;
+  instance->startTimecodeFailed = false;
+  instance->timecodeFailureSaid = false;
   instance->startTimecodeUnread = false;
   instance->started = false;
   instance->deviceControlReady = false;

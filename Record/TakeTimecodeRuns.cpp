@@ -10,7 +10,6 @@
 #include "Signal/SignalEvent.h"
 #include "Util/FileIo.h"
 #include "Util/Log.h"
-#include "Util/TimecodeText.h"
 
 namespace KTN {
 
@@ -19,41 +18,26 @@ void TakeTimecodeRuns::Begin(const std::string& moviePath, uint32_t frameDuratio
   mMovie = moviePath;
   mFrameDuration = frameDuration;
   mTimescale = timescale;
-  mFormat = Util::tcfUnknown;
+  mCounting = TimecodeTrack::CountableRate(frameDuration, timescale);
   mSlots = SlotTimecodes();
-  mRuns.clear();
   mLastSlot = -1;
-  mLastFrame = 0;
   mEventsFailed = false;
 }
 
 bool TakeTimecodeRuns::Picture(int64_t slot, const std::string& text) {
-  if (text.empty() || slot < 0 || slot <= mLastSlot) return false;
-  if (mRuns.empty()) {
-    // The first picture's timecode starts the take's first run and decides the counting
-    // (drop frame when its text says so); a rate no timecode counts keeps no runs.
-    if (!mSlots.Start(mFrameDuration, mTimescale, text)) return false;
-    mFormat = Util::tcfFromDuration(mFrameDuration, mTimescale, text.size() > 8 && text[8] == ';', -1);
-  }
-  Util::TimeCode tc = {};
-  if (!Util::TimecodeText::Parse(text, static_cast<unsigned>(Util::tcfToTps(mFormat)), Util::tcfIsDrop(mFormat), tc,
-                                 nullptr)) {
-    return false;  // not a timecode of this take's counting: it neither starts nor breaks a run
-  }
-  const int64_t frame =
-      Util::CTimeCode::FromNumbers(mFormat, tc.hours, tc.minutes, tc.seconds, tc.frames).ToFrame(mFormat);
-  if (mRuns.empty()) {
-    mRuns.push_back(TimecodeRun{slot, mSlots.Text(slot)});
-    mLastSlot = slot;
-    mLastFrame = frame;
+  if (!mCounting || text.empty() || slot < 0 || slot <= mLastSlot) return false;
+  if (!mSlots.Known()) {
+    // The first picture's timecode starts the take's first run, at its own slot, and decides
+    // the counting (drop frame when its text says so).
+    if (mSlots.Start(mFrameDuration, mTimescale, text, slot)) mLastSlot = slot;
     return false;
   }
-  // The previous picture's run gives this slot its frame plus the slots between, within a day.
-  const int64_t day = Util::CTimeCode::LargestFrameCountBeforeTimeCodeWraps(mFormat);  // the frames of a day
-  const int64_t expected = (mLastFrame + (slot - mLastSlot)) % day;
+  const int64_t frame = mSlots.FrameOf(text);
+  if (frame < 0) return false;  // not a timecode of this take's counting: it neither starts nor breaks a run
+  // A break is any other timecode than the runs so far give this slot: the previous picture's
+  // plus the slots between, within a day.
   mLastSlot = slot;
-  mLastFrame = frame;
-  if (frame == expected) return false;
+  if (frame == mSlots.Frame(slot)) return false;
   SignalEvent event;
   event.kind = SignalEvent::Kind::kTimecodeBreak;
   event.slot = slot;
@@ -61,14 +45,14 @@ bool TakeTimecodeRuns::Picture(int64_t slot, const std::string& text) {
   event.before = mSlots.Text(slot - 1);
   mSlots.AddRun(slot, text);
   event.after = mSlots.Text(slot);
-  mRuns.push_back(TimecodeRun{slot, event.after});
   Append(event.Line());
   return true;
 }
 
 std::vector<TimecodeRun> TakeTimecodeRuns::Breaks() const {
-  if (mRuns.size() < 2) return std::vector<TimecodeRun>();
-  return std::vector<TimecodeRun>(mRuns.begin() + 1, mRuns.end());
+  std::vector<TimecodeRun> runs = mSlots.Runs();
+  if (!runs.empty()) runs.erase(runs.begin());
+  return runs;
 }
 
 void TakeTimecodeRuns::End() {

@@ -9,7 +9,6 @@
 
 #include "Movie/TimecodeTrack.h"
 #include "Signal/SlotTimecodes.h"
-#include "Util/TimeCode.h"
 
 namespace KTN {
 
@@ -36,12 +35,15 @@ class TakeTimecodeRuns {
   // A new take of the movie at moviePath, one slot lasting frameDuration / timescale seconds:
   // the last take's runs are forgotten and its sidecar closed.
   void Begin(const std::string& moviePath, uint32_t frameDuration, uint32_t timescale);
+  // Whether a timecode counts the take's rate: when not, its pictures' timecodes keep no
+  // runs and need not be read.
+  bool Counting() const { return mCounting; }
   // The picture of slot (counted from 0 in the movie) carries the timecode text
   // ("HH:MM:SS:FF", ';' before the frames at drop frame; empty when it carries none, which
   // breaks nothing). Slots come in order. True when it breaks the run before it.
   bool Picture(int64_t slot, const std::string& text);
   // The runs so far: the first picture's, then one from each break.
-  const std::vector<TimecodeRun>& Runs() const { return mRuns; }
+  std::vector<TimecodeRun> Runs() const { return mSlots.Runs(); }
   // The runs from the breaks on (all but the first), as the stamp takes them.
   std::vector<TimecodeRun> Breaks() const;
   // The take is over: its sidecar is closed (the runs stay until the next Begin).
@@ -53,11 +55,9 @@ class TakeTimecodeRuns {
   std::string mMovie;
   uint32_t mFrameDuration = 0;
   uint32_t mTimescale = 0;
-  Util::TimeCodeFormat mFormat = Util::tcfUnknown;
-  SlotTimecodes mSlots;  // each slot's timecode from the runs
-  std::vector<TimecodeRun> mRuns;
-  int64_t mLastSlot = -1;   // the last picture with a timecode
-  int64_t mLastFrame = 0;   // its frame number at the timecode's count
+  bool mCounting = false;
+  SlotTimecodes mSlots;     // the runs, and each slot's timecode from them
+  int64_t mLastSlot = -1;   // the last picture with a timecode: slots come in order
   int mEvents = -1;         // the events sidecar, open to append once a break came
   bool mEventsFailed = false;  // said once; nothing more is written this take
 };

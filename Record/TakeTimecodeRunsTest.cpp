@@ -51,5 +51,36 @@ TEST(TakeTimecodeRunsTest, DropFrameAt5994BreaksOnlyWhereTheTapeJumps) {
             FileText(MovieSidecars::Events(next)));
 }
 
+// The first picture with a timecode need not be the take's first slot (the slots before it
+// were given up, or their pictures carried none): its run starts at its own slot.
+TEST(TakeTimecodeRunsTest, FirstRunStartsAtTheFirstTimecodedPicture) {
+  Util::ScratchFolder folder;
+  const std::string movie = folder.File("take.mov");
+  TakeTimecodeRuns runs;
+  runs.Begin(movie, 1, 25);
+  EXPECT_FALSE(runs.Picture(1, ""));
+  EXPECT_FALSE(runs.Picture(2, "01:00:00:00"));
+  EXPECT_FALSE(runs.Picture(3, "01:00:00:01"));
+  EXPECT_TRUE(runs.Picture(5, "02:00:00:00"));
+  ASSERT_EQ(2u, runs.Runs().size());
+  EXPECT_EQ(2, runs.Runs().at(0).slot);
+  EXPECT_EQ("01:00:00:00", runs.Runs().at(0).text);
+  EXPECT_EQ("{\"kind\":\"timecode-break\",\"slot\":5,\"frames\":1,\"before\":\"01:00:00:02\",\"after\":\"02:00:00:00\"}\n",
+            FileText(MovieSidecars::Events(movie)))
+      << "before: what the first run gives slot 4";
+}
+
+// A rate no timecode counts keeps no runs: its pictures' timecodes need not be read.
+TEST(TakeTimecodeRunsTest, NoRunsAtARateNoTimecodeCounts) {
+  Util::ScratchFolder folder;
+  TakeTimecodeRuns runs;
+  runs.Begin(folder.File("odd.mov"), 1, 7);
+  EXPECT_FALSE(runs.Counting());
+  EXPECT_FALSE(runs.Picture(0, "01:00:00:00"));
+  EXPECT_TRUE(runs.Runs().empty());
+  runs.Begin(folder.File("pal.mov"), 1, 25);
+  EXPECT_TRUE(runs.Counting());
+}
+
 }  // namespace
 }  // namespace KTN

@@ -222,5 +222,32 @@ TEST(SlotTimecodesTest, RunsOnFromTheBreaksAmongATakesEvents) {
   EXPECT_EQ("03:00:00:01", timecodes.Text(81));
 }
 
+// The runs as frame numbers at their counting, and back as (slot, text); drop frame only
+// when the start says so, as the movie's timecode track counts.
+TEST(SlotTimecodesTest, FramesAndRunsAtTheStartsCounting) {
+  SlotTimecodes timecodes;
+  EXPECT_EQ(-1, timecodes.Frame(0));
+  EXPECT_EQ(-1, timecodes.FrameOf("00:00:00:00"));
+  ASSERT_TRUE(timecodes.Start(1, 25, "00:00:01:00", 10));
+  EXPECT_EQ(25, timecodes.Frame(10));
+  EXPECT_EQ(30, timecodes.Frame(15));
+  timecodes.AddRun(20, "00:01:00:00");
+  EXPECT_EQ(1500, timecodes.Frame(20));
+  EXPECT_EQ(1500, timecodes.FrameOf("00:01:00:00"));
+  EXPECT_EQ(-1, timecodes.FrameOf("00:01:00;00"));
+  ASSERT_EQ(2u, timecodes.Runs().size());
+  EXPECT_EQ(10, timecodes.Runs().at(0).slot);
+  EXPECT_EQ("00:00:01:00", timecodes.Runs().at(0).text);
+  EXPECT_EQ(20, timecodes.Runs().at(1).slot);
+  EXPECT_EQ("00:01:00:00", timecodes.Runs().at(1).text);
+
+  SlotTimecodes straight;
+  ASSERT_TRUE(straight.Start(1001, 30000, "00:00:59:29"));
+  EXPECT_EQ("00:01:00:00", straight.Text(1)) << "29.97 without dropping";
+  SlotTimecodes drop;
+  ASSERT_TRUE(drop.Start(1001, 30000, "00:00:59;29"));
+  EXPECT_EQ(1800, drop.FrameOf("00:01:00;02"));
+}
+
 }  // namespace
 }  // namespace KTN

@@ -8,40 +8,46 @@
 
 namespace KTN {
 
-bool SlotTimecodes::Start(uint32_t frameDuration, uint32_t timescale, const std::string& startText) {
+bool SlotTimecodes::Start(uint32_t frameDuration, uint32_t timescale, const std::string& startText, int64_t slot) {
   mRuns.clear();
   mFormat = Util::tcfUnknown;
   // Only the rates a timecode counts: any other would end the process in the conversions.
   if (!TimecodeTrack::CountableRate(frameDuration, timescale)) return false;
-  Util::TimeCode tc = {};
-  if (!Util::TimecodeText::ParseAtPictureRate(startText, frameDuration, timescale, tc, nullptr)) return false;
-  mFormat = Util::tcfFromDuration(frameDuration, timescale, tc.dropFrame != 0, -1);
-  if (mFormat == Util::tcfUnknown) return false;
-  AddRun(0, startText);
+  // Drop frame when the start's text says so, as the movie's timecode track counts.
+  mFormat = Util::tcfFromDuration(frameDuration, timescale, startText.size() > 8 && startText[8] == ';', -1);
+  AddRun(slot, startText);
+  if (!Known()) mFormat = Util::tcfUnknown;
   return Known();
 }
 
+int64_t SlotTimecodes::FrameOf(const std::string& text) const {
+  return Util::TimecodeText::FrameAt(text, mFormat);
+}
+
 void SlotTimecodes::AddRun(int64_t slot, const std::string& text) {
-  if (mFormat == Util::tcfUnknown || slot < 0) return;
-  Util::TimeCode tc = {};
-  const int fps = Util::tcfToTps(mFormat);
-  if (!Util::TimecodeText::Parse(text, static_cast<unsigned>(fps), Util::tcfIsDrop(mFormat), tc, nullptr)) return;
-  const int frame = Util::CTimeCode::FromNumbers(mFormat, tc.hours, tc.minutes, tc.seconds, tc.frames).ToFrame(mFormat);
+  const int64_t frame = FrameOf(text);
+  if (frame < 0 || slot < 0) return;
   auto at = std::lower_bound(mRuns.begin(), mRuns.end(), slot, [](const Run& run, int64_t s) { return run.slot < s; });
   if (at != mRuns.end() && at->slot == slot) {
-    at->frame = frame;
+    at->frame = static_cast<int>(frame);
   } else {
-    mRuns.insert(at, Run{slot, frame});
+    mRuns.insert(at, Run{slot, static_cast<int>(frame)});
   }
 }
 
-std::string SlotTimecodes::Text(int64_t slot) const {
-  if (mRuns.empty() || slot < 0) return std::string();
+int64_t SlotTimecodes::Frame(int64_t slot) const {
+  if (mRuns.empty() || slot < 0) return -1;
   auto after = std::upper_bound(mRuns.begin(), mRuns.end(), slot, [](int64_t s, const Run& run) { return s < run.slot; });
   const Run& run = after == mRuns.begin() ? mRuns.front() : *(after - 1);
   const int64_t day = Util::CTimeCode::LargestFrameCountBeforeTimeCodeWraps(mFormat);  // the frames of a day
   int64_t frame = (run.frame + (slot - run.slot)) % day;
   if (frame < 0) frame += day;
+  return frame;
+}
+
+std::string SlotTimecodes::Text(int64_t slot) const {
+  const int64_t frame = Frame(slot);
+  if (frame < 0) return std::string();
   return Util::CTimeCode::FromFrame(mFormat, static_cast<int>(frame), mFormat).ToString(false);
 }
 
@@ -49,6 +55,12 @@ void SlotTimecodes::AddBreaks(const std::vector<SignalEvent>& events) {
   for (const SignalEvent& event : events) {
     if (event.kind == SignalEvent::Kind::kTimecodeBreak) AddRun(event.slot, event.after);
   }
+}
+
+std::vector<TimecodeRun> SlotTimecodes::Runs() const {
+  std::vector<TimecodeRun> runs;
+  for (const Run& run : mRuns) runs.push_back(TimecodeRun{run.slot, Text(run.slot)});
+  return runs;
 }
 
 }  // namespace KTN

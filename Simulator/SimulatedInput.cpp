@@ -171,7 +171,7 @@ VeldranResult SimulatedInput::StartStreams() {
   // The bars go into every buffer now, as the card's memory is prepared before a stream:
   // each picture then only paints its box.
   if (!mSource) mPool->PaintFree(mSignal->Id(), [this](uint8_t* buffer) { mSignal->Render(0, buffer); });
-  if (mSource && mSettings.events.Has(SignalEventKind::kFreeze)) mFrozen.resize(mSignal->FrameBytes());
+  if (mSource && mSettings.faults.Has(FaultKind::kFreeze)) mFrozen.resize(mSignal->FrameBytes());
   mFrozenPicture = -1;
   mDroppedHeld = mDroppedLate = 0;
   Util::CTimeCode start = Util::CTimeCode::FromStr(mMode->timecodeFormat, mSettings.timecodeStart);
@@ -237,7 +237,7 @@ const SimulatedMode* SimulatedInput::EnabledMode() {
 void SimulatedInput::MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFrame** video,
                                IVeldranAudioInputPacket** audio) {
   const SimulatedMode& mode = *mMode;
-  const SignalEvents& events = mSettings.events;
+  const ScriptedFaults& faults = mSettings.faults;
   *video = nullptr;
   *audio = nullptr;
   if (withPicture) {
@@ -246,13 +246,13 @@ void SimulatedInput::MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFr
           mode.timecodeFormat, static_cast<int>(mTimecodeStart + mTimecodeFrame), Util::tcfUnknown);
       SimulatedVideoFrame* frame = new SimulatedVideoFrame(mPool, buffer, mode, mPixelFormat, n, timecode, mSettings);
       // While frozen, the frame shows the picture of the freeze's first frame.
-      const int64_t picture = events.PictureOf(n);
+      const int64_t picture = faults.PictureOf(n);
       bool painted = false;
-      if (events.Covers(SignalEventKind::kBlack, n) || events.Covers(SignalEventKind::kBlack, picture)) {
+      if (faults.Covers(FaultKind::kBlack, n) || faults.Covers(FaultKind::kBlack, picture)) {
         mSignal->RenderBlack(buffer);
         painted = true;
       } else if (mSource) {
-        const bool keep = events.FreezeStartsAt(picture) && mFrozen.size() == mSignal->FrameBytes();
+        const bool keep = faults.FreezeStartsAt(picture) && mFrozen.size() == mSignal->FrameBytes();
         if (picture != n && picture == mFrozenPicture) {
           memcpy(buffer, mFrozen.data(), mFrozen.size());
           painted = true;
@@ -282,8 +282,8 @@ void SimulatedInput::MakeFrame(int64_t n, bool withPicture, IVeldranVideoInputFr
   if (mAudioEnabled) {
     int64_t first = TestTone::SamplesBefore(n, mode);
     int count = static_cast<int>(TestTone::SamplesBefore(n + 1, mode) - first);
-    ToneFault fault = events.Covers(SignalEventKind::kSilence, n)  ? ToneFault::kSilence
-                      : events.Covers(SignalEventKind::kClip, n) ? ToneFault::kClipFirstChannel
+    ToneFault fault = faults.Covers(FaultKind::kSilence, n)  ? ToneFault::kSilence
+                      : faults.Covers(FaultKind::kClip, n) ? ToneFault::kClipFirstChannel
                                                                  : ToneFault::kNone;
     *audio = new SimulatedAudioPacket(first, count, mAudioChannels, mAudioBits, fault, mSettings.Injected("GetBytes"));
   }
@@ -338,7 +338,7 @@ void SimulatedInput::CaptureLoop() {
     }
     if (mStopRequested) break;
     // A jump moves the card's timecode for good, as a house clock that was reset would.
-    mTimecodeFrame += mSettings.events.TimecodeJumpAt(n);
+    mTimecodeFrame += mSettings.faults.TimecodeJumpAt(n);
     if (late) ++mDroppedLate;
     IVeldranVideoInputFrame* video = nullptr;
     IVeldranAudioInputPacket* audio = nullptr;

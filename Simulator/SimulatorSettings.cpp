@@ -116,7 +116,7 @@ SimulatorSettings ReadSimulatorSettings() {
   }
   if (const char* text = getenv("VELDRAN_SIM_EVENTS")) {
     std::string why;
-    if (!SignalEvents::Parse(text, &settings.events, &why)) {
+    if (!ScriptedFaults::Parse(text, &settings.faults, &why)) {
       KTN_LOG("VELDRAN_SIM_EVENTS=%s: %s; playing no events", text, why.c_str());
     }
   }

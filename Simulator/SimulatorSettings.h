@@ -7,7 +7,7 @@
 #include <string>
 
 #include "DeviceAPI/VeldranAPI.h"
-#include "Simulator/SignalEvents.h"
+#include "Simulator/ScriptedFaults.h"
 
 namespace KTN {
 namespace Sim {
@@ -29,7 +29,7 @@ struct SimulatorSettings {
   // (kVeldranFail when none is given).
   std::map<std::string, VeldranResult> failures;
   // VELDRAN_SIM_EVENTS: "KIND@FIRST+COUNT,..." faults played over the frames of each stream.
-  SignalEvents events;
+  ScriptedFaults faults;
 
   // The failure injected for an operation, or 0.
   VeldranResult Injected(const char* operation) const;

@@ -75,6 +75,13 @@ bool TimecodeText::ParseAtPictureRate(const std::string& text, uint32_t frameDur
   return Parse(text, framesPerSecond, dropFrame, tc, problem);
 }
 
+int64_t TimecodeText::FrameAt(const std::string& text, TimeCodeFormat format) {
+  if (format == tcfUnknown) return -1;
+  TimeCode tc = {};
+  if (!Parse(text, static_cast<unsigned>(tcfToTps(format)), tcfIsDrop(format), tc, nullptr)) return -1;
+  return CTimeCode::FromNumbers(format, tc.hours, tc.minutes, tc.seconds, tc.frames).ToFrame(format);
+}
+
 bool TimecodeText::IsTimecode(const std::string& text) {
   TimeCode tc = {};
   if (!HasTimecodeShape(text) || text[8] == ':') return Parse(text, kMostFramesPerSecond, false, tc, nullptr);

@@ -28,6 +28,10 @@ class TimecodeText {
   // count 30 or 60.
   static bool ParseAtPictureRate(const std::string& text, uint32_t frameDuration, uint32_t timeScale, TimeCode& tc,
                                  std::string* problem);
+  // The frame number of text counted from 00:00:00:00 at format (its rate, drop frame or
+  // not), text read as Parse reads it there; -1 when it is no timecode there or the format
+  // is unknown.
+  static int64_t FrameAt(const std::string& text, TimeCodeFormat format);
   // Whether text is a timecode at some rate, for text read before the rate is known: with
   // ':' as Parse at 60 frames a second; with ';' a label that drop-frame counting at 30 or
   // at 60 frames a second has.

@@ -116,6 +116,20 @@ TEST(TimecodeTextTest, ThePictureRateGivesTheCountingAndTheDrop) {
   EXPECT_FALSE(problem.empty());
 }
 
+// A timecode's frame number at a format: from midnight, counting the labels drop frame skips
+// as skipped, and -1 for what Parse refuses there.
+TEST(TimecodeTextTest, FrameAtCountsFromMidnightAtTheFormat) {
+  EXPECT_EQ(0, TimecodeText::FrameAt("00:00:00:00", tcf25));
+  EXPECT_EQ(90000 + 25 + 3, TimecodeText::FrameAt("01:00:01:03", tcf25));
+  EXPECT_EQ(1800, TimecodeText::FrameAt("00:01:00;02", tcf2997Drop));
+  EXPECT_EQ(1802, TimecodeText::FrameAt("00:01:00:02", tcf2997));
+  EXPECT_EQ(-1, TimecodeText::FrameAt("00:01:00;00", tcf2997Drop)) << "a label drop frame skips";
+  EXPECT_EQ(-1, TimecodeText::FrameAt("00:00:00;00", tcf25)) << "drop frame at a rate that does not drop";
+  EXPECT_EQ(-1, TimecodeText::FrameAt("00:00:00:25", tcf25));
+  EXPECT_EQ(-1, TimecodeText::FrameAt("00:00:00:00", tcfUnknown));
+  EXPECT_EQ(-1, TimecodeText::FrameAt("junk", tcf25));
+}
+
 }  // namespace
 }  // namespace Util
 }  // namespace KTN

@@ -1,5 +1,5 @@
 // Scripted faults of the simulated card's signal, read from text and looked up frame by frame.
-#include "Simulator/SignalEvents.h"
+#include "Simulator/ScriptedFaults.h"
 
 namespace KTN {
 namespace Sim {
@@ -8,13 +8,13 @@ namespace {
 
 struct KindName {
   const char* name;
-  SignalEventKind kind;
+  FaultKind kind;
 };
 
 const KindName kKinds[] = {
-    {"black", SignalEventKind::kBlack},     {"freeze", SignalEventKind::kFreeze},
-    {"silence", SignalEventKind::kSilence}, {"clip", SignalEventKind::kClip},
-    {"tcjump", SignalEventKind::kTimecodeJump},
+    {"black", FaultKind::kBlack},     {"freeze", FaultKind::kFreeze},
+    {"silence", FaultKind::kSilence}, {"clip", FaultKind::kClip},
+    {"tcjump", FaultKind::kTimecodeJump},
 };
 
 // A decimal number of at most maximum, digits only (no sign, no spaces).
@@ -32,17 +32,17 @@ bool ParseNumber(const std::string& text, int64_t maximum, int64_t* value) {
 
 }  // namespace
 
-bool SignalEvents::Parse(const std::string& text, SignalEvents* events, std::string* why) {
-  events->mEvents.clear();
-  if (text.empty()) return true;  // no events
-  std::vector<SignalEvent> parsed;
+bool ScriptedFaults::Parse(const std::string& text, ScriptedFaults* faults, std::string* why) {
+  faults->mFaults.clear();
+  if (text.empty()) return true;  // no faults
+  std::vector<ScriptedFault> parsed;
   size_t start = 0;
   for (;;) {
     size_t end = text.find(',', start);
     if (end == std::string::npos) end = text.size();
     std::string item = text.substr(start, end - start);
-    if (parsed.size() == kMaxEvents) {
-      *why = "more than " + std::to_string(kMaxEvents) + " events";
+    if (parsed.size() == kMaxFaults) {
+      *why = "more than " + std::to_string(kMaxFaults) + " events";
       return false;
     }
     size_t at = item.find('@');
@@ -60,51 +60,51 @@ bool SignalEvents::Parse(const std::string& text, SignalEvents* events, std::str
       *why = "\"" + name + "\" is not black, freeze, silence, clip or tcjump";
       return false;
     }
-    SignalEvent event{kind->kind, 0, 0};
-    if (!ParseNumber(item.substr(at + 1, plus - at - 1), kMaxFirst, &event.first)) {
+    ScriptedFault fault{kind->kind, 0, 0};
+    if (!ParseNumber(item.substr(at + 1, plus - at - 1), kMaxFirst, &fault.first)) {
       *why = "\"" + item + "\" has no first frame from 0 to " + std::to_string(kMaxFirst);
       return false;
     }
-    if (!ParseNumber(item.substr(plus + 1), kMaxCount, &event.count) || event.count == 0) {
+    if (!ParseNumber(item.substr(plus + 1), kMaxCount, &fault.count) || fault.count == 0) {
       *why = "\"" + item + "\" has no count of frames from 1 to " + std::to_string(kMaxCount);
       return false;
     }
-    parsed.push_back(event);
+    parsed.push_back(fault);
     if (end == text.size()) break;
     start = end + 1;
   }
-  events->mEvents = std::move(parsed);
+  faults->mFaults = std::move(parsed);
   return true;
 }
 
-bool SignalEvents::Has(SignalEventKind kind) const {
-  for (const SignalEvent& event : mEvents) {
-    if (event.kind == kind) return true;
+bool ScriptedFaults::Has(FaultKind kind) const {
+  for (const ScriptedFault& fault : mFaults) {
+    if (fault.kind == kind) return true;
   }
   return false;
 }
 
-bool SignalEvents::Covers(SignalEventKind kind, int64_t n) const {
-  for (const SignalEvent& event : mEvents) {
-    if (event.kind == kind && n >= event.first && n - event.first < event.count) return true;
+bool ScriptedFaults::Covers(FaultKind kind, int64_t n) const {
+  for (const ScriptedFault& fault : mFaults) {
+    if (fault.kind == kind && n >= fault.first && n - fault.first < fault.count) return true;
   }
   return false;
 }
 
-bool SignalEvents::FreezeStartsAt(int64_t n) const {
-  for (const SignalEvent& event : mEvents) {
-    if (event.kind == SignalEventKind::kFreeze && event.first == n) return true;
+bool ScriptedFaults::FreezeStartsAt(int64_t n) const {
+  for (const ScriptedFault& fault : mFaults) {
+    if (fault.kind == FaultKind::kFreeze && fault.first == n) return true;
   }
   return false;
 }
 
-int64_t SignalEvents::PictureOf(int64_t n) const {
-  // Each step moves to an earlier frame, so this ends after at most one step an event.
+int64_t ScriptedFaults::PictureOf(int64_t n) const {
+  // Each step moves to an earlier frame, so this ends after at most one step a fault.
   for (bool moved = true; moved;) {
     moved = false;
-    for (const SignalEvent& event : mEvents) {
-      if (event.kind == SignalEventKind::kFreeze && n > event.first && n - event.first < event.count) {
-        n = event.first;
+    for (const ScriptedFault& fault : mFaults) {
+      if (fault.kind == FaultKind::kFreeze && n > fault.first && n - fault.first < fault.count) {
+        n = fault.first;
         moved = true;
       }
     }
@@ -112,10 +112,10 @@ int64_t SignalEvents::PictureOf(int64_t n) const {
   return n;
 }
 
-int64_t SignalEvents::TimecodeJumpAt(int64_t n) const {
+int64_t ScriptedFaults::TimecodeJumpAt(int64_t n) const {
   int64_t skipped = 0;
-  for (const SignalEvent& event : mEvents) {
-    if (event.kind == SignalEventKind::kTimecodeJump && event.first == n) skipped += event.count;
+  for (const ScriptedFault& fault : mFaults) {
+    if (fault.kind == FaultKind::kTimecodeJump && fault.first == n) skipped += fault.count;
   }
   return skipped;
 }

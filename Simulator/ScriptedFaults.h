@@ -9,39 +9,38 @@
 namespace KTN {
 namespace Sim {
 
-enum class SignalEventKind { kBlack, kFreeze, kSilence, kClip, kTimecodeJump };
+enum class FaultKind { kBlack, kFreeze, kSilence, kClip, kTimecodeJump };
 
 // One fault over frames first .. first + count - 1 of a stream (frames counted from 0 when
 // the card's streams start); a timecode jump skips count frames of timecode at first.
-struct SignalEvent {
-  SignalEventKind kind;
+struct ScriptedFault {
+  FaultKind kind;
   int64_t first;
   int64_t count;
 };
 
 // The faults the card plays, read from text "KIND@FIRST+COUNT,..." (VELDRAN_SIM_EVENTS).
 // Made once when the card loads; the queries are made for every frame on the capture
-// thread, so they only walk the few events (at most kMaxEvents) and never allocate.
+// thread, so they only walk the few faults (at most kMaxFaults) and never allocate.
 // Copyable; const methods are safe from any thread.
-class SignalEvents {
+class ScriptedFaults {
  public:
-  static constexpr size_t kMaxEvents = 64;
+  static constexpr size_t kMaxFaults = 64;
   static constexpr int64_t kMaxFirst = 1000000000;  // about six months of frames at 60 a second
   static constexpr int64_t kMaxCount = 10000000;    // about two days of frames at 60 a second
 
   // Reads a comma-separated list of KIND@FIRST+COUNT, KIND one of black, freeze, silence,
   // clip, tcjump, FIRST and COUNT decimal numbers (COUNT at least 1); empty text is no
-  // events. On a bad list, returns
-  // false with events left empty and why saying what is wrong with it.
-  static bool Parse(const std::string& text, SignalEvents* events, std::string* why);
+  // faults. On a bad list, returns false with faults left empty and why saying what is
+  // wrong with it.
+  static bool Parse(const std::string& text, ScriptedFaults* faults, std::string* why);
 
-  bool Empty() const { return mEvents.empty(); }
-  const std::vector<SignalEvent>& Events() const { return mEvents; }
+  const std::vector<ScriptedFault>& Faults() const { return mFaults; }
 
-  // Whether any event is of kind.
-  bool Has(SignalEventKind kind) const;
-  // Whether an event of kind covers frame n.
-  bool Covers(SignalEventKind kind, int64_t n) const;
+  // Whether any fault is of kind.
+  bool Has(FaultKind kind) const;
+  // Whether a fault of kind covers frame n.
+  bool Covers(FaultKind kind, int64_t n) const;
   // Whether a freeze starts at frame n (its picture is the one the freeze repeats).
   bool FreezeStartsAt(int64_t n) const;
   // The frame whose picture frame n shows: n itself, or, while frozen, the first frame of
@@ -51,7 +50,7 @@ class SignalEvents {
   int64_t TimecodeJumpAt(int64_t n) const;
 
  private:
-  std::vector<SignalEvent> mEvents;
+  std::vector<ScriptedFault> mFaults;
 };
 
 }  // namespace Sim
