@@ -14,8 +14,8 @@ constexpr size_t kUsageWidth = 100;
 // Every command's own --help, last among its options.
 const CommandOption kHelpOption = {"help", 'h', "", "say this help and exit", "", false};
 
-std::vector<CommandSpec> MakeCommands() {
-  std::vector<CommandSpec> commands = {
+std::vector<CommandDescription> MakeCommands() {
+  std::vector<CommandDescription> commands = {
       {"record", "", "record a take from the card into a movie, as the editor does",
        {
            {"output", 'o', "MOVIE", "the movie to record into (a new file, unless -y)", "-o needs a movie path", true},
@@ -66,7 +66,7 @@ std::vector<CommandSpec> MakeCommands() {
            {"verify", 0, "", "check each take against its frame hashes once it stops", "", false},
        }},
   };
-  for (CommandSpec& command : commands) command.options.push_back(kHelpOption);
+  for (CommandDescription& command : commands) command.options.push_back(kHelpOption);
   return commands;
 }
 
@@ -81,26 +81,26 @@ std::string InUsage(const CommandOption& option) {
 
 }  // namespace
 
-const std::vector<CommandSpec>& CommandOptions::Commands() {
-  static const std::vector<CommandSpec> commands = MakeCommands();
+const std::vector<CommandDescription>& CommandOptions::Commands() {
+  static const std::vector<CommandDescription> commands = MakeCommands();
   return commands;
 }
 
-const CommandSpec* CommandOptions::Find(const std::string& name) {
-  for (const CommandSpec& command : Commands()) {
+const CommandDescription* CommandOptions::Find(const std::string& name) {
+  for (const CommandDescription& command : Commands()) {
     if (name == command.name) return &command;
   }
   return nullptr;
 }
 
-const CommandOption* CommandOptions::FindOption(const CommandSpec& command, const std::string& longName) {
+const CommandOption* CommandOptions::FindOption(const CommandDescription& command, const std::string& longName) {
   for (const CommandOption& option : command.options) {
     if (longName == option.longName) return &option;
   }
   return nullptr;
 }
 
-std::string CommandOptions::UsageLine(const CommandSpec& command, const std::string& lead) {
+std::string CommandOptions::UsageLine(const CommandDescription& command, const std::string& lead) {
   std::string line = lead + "kestrin-capture " + command.name;
   const std::string indent(line.size() + 1, ' ');
   std::vector<std::string> words;
@@ -122,7 +122,7 @@ std::string CommandOptions::UsageLine(const CommandSpec& command, const std::str
 
 std::string CommandOptions::ProgramUsage() {
   std::string text;
-  for (const CommandSpec& command : Commands()) text += UsageLine(command, text.empty() ? "usage: " : "       ");
+  for (const CommandDescription& command : Commands()) text += UsageLine(command, text.empty() ? "usage: " : "       ");
   return text;
 }
 
@@ -133,7 +133,7 @@ std::string CommandOptions::Shown(const CommandOption& option) {
   return text;
 }
 
-std::string CommandOptions::Help(const CommandSpec& command) {
+std::string CommandOptions::Help(const CommandDescription& command) {
   std::string text = UsageLine(command, "usage: ");
   text += std::string("\n") + command.purpose + "\n\noptions:\n";
   size_t width = 0;
@@ -148,8 +148,8 @@ std::string CommandOptions::Help(const CommandSpec& command) {
 std::string CommandOptions::ProgramHelp() {
   std::string text = "usage: kestrin-capture COMMAND [OPTION...]\n\ncommands:\n";
   size_t width = 0;
-  for (const CommandSpec& command : Commands()) width = std::max(width, strlen(command.name));
-  for (const CommandSpec& command : Commands()) {
+  for (const CommandDescription& command : Commands()) width = std::max(width, strlen(command.name));
+  for (const CommandDescription& command : Commands()) {
     text += std::string("  ") + command.name + std::string(width - strlen(command.name) + 2, ' ') + command.purpose + "\n";
   }
   text += "\noptions:\n"

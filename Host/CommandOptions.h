@@ -19,7 +19,7 @@ struct CommandOption {
 
 // One command: its name, the operands it reads after its options, a one-line purpose and
 // its options in the order they are shown.
-struct CommandSpec {
+struct CommandDescription {
   const char* name;      // e.g. "record"
   const char* operands;  // e.g. "MOVIE"; "" for none
   const char* purpose;
@@ -32,23 +32,23 @@ struct CommandSpec {
 class CommandOptions {
  public:
   // Every command, in the order the program's help lists them.
-  static const std::vector<CommandSpec>& Commands();
+  static const std::vector<CommandDescription>& Commands();
 
   // The command named name, or nullptr.
-  static const CommandSpec* Find(const std::string& name);
+  static const CommandDescription* Find(const std::string& name);
 
   // The option of command with that long name, or nullptr.
-  static const CommandOption* FindOption(const CommandSpec& command, const std::string& longName);
+  static const CommandOption* FindOption(const CommandDescription& command, const std::string& longName);
 
   // lead and "kestrin-capture record -o|--output MOVIE [--standard NAME|ROW] ...", wrapped
   // at 100 columns with its continuation lines indented under the first option; ends in '\n'.
-  static std::string UsageLine(const CommandSpec& command, const std::string& lead = "");
+  static std::string UsageLine(const CommandDescription& command, const std::string& lead = "");
 
   // "usage: " and every command's usage line: what a bad command line is answered with.
   static std::string ProgramUsage();
 
   // A command's --help: its usage line, its purpose and one line for each option.
-  static std::string Help(const CommandSpec& command);
+  static std::string Help(const CommandDescription& command);
 
   // kestrin-capture --help: the commands with their purposes, and the program's options.
   static std::string ProgramHelp();

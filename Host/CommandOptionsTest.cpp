@@ -22,7 +22,7 @@ class CommandLine {
     mPointers.push_back(nullptr);
   }
   OptionParser::Result Parse(ParsedOptions& parsed) {
-    const CommandSpec* command = CommandOptions::Find(mWords[0]);
+    const CommandDescription* command = CommandOptions::Find(mWords[0]);
     EXPECT_NE(nullptr, command) << mWords[0];
     return OptionParser::Parse(*command, static_cast<int>(mWords.size()), mPointers.data(), parsed);
   }
@@ -34,7 +34,7 @@ class CommandLine {
 
 TEST(CommandOptionsTest, EveryCommandsHelpListsItsOptions) {
   ASSERT_EQ(6u, CommandOptions::Commands().size());
-  for (const CommandSpec& command : CommandOptions::Commands()) {
+  for (const CommandDescription& command : CommandOptions::Commands()) {
     for (const char* asked : {"--help", "-h"}) {
       ParsedOptions parsed;
       EXPECT_EQ(OptionParser::Result::kHelp, CommandLine(command.name, {asked}).Parse(parsed)) << command.name << " " << asked;
@@ -47,13 +47,13 @@ TEST(CommandOptionsTest, EveryCommandsHelpListsItsOptions) {
     }
   }
   const std::string program = CommandOptions::ProgramHelp();
-  for (const CommandSpec& command : CommandOptions::Commands()) {
+  for (const CommandDescription& command : CommandOptions::Commands()) {
     EXPECT_NE(std::string::npos, program.find(std::string("  ") + command.name + " ")) << program;
   }
 }
 
 TEST(CommandOptionsTest, UsageLinesStayNarrowAndNameEveryOption) {
-  for (const CommandSpec& command : CommandOptions::Commands()) {
+  for (const CommandDescription& command : CommandOptions::Commands()) {
     const std::string usage = CommandOptions::UsageLine(command, "usage: ");
     for (size_t start = 0, end; (end = usage.find('\n', start)) != std::string::npos; start = end + 1) {
       EXPECT_LE(end - start, 100u) << usage;

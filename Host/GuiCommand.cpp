@@ -63,7 +63,7 @@ int RunCaptureWindow(int argc, char** argv) {
   double quitAfter = 0;
   long long recordFrames = 0;
   bool verify = false;
-  const CommandSpec& command = *CommandOptions::Find("gui");
+  const CommandDescription& command = *CommandOptions::Find("gui");
   ParsedOptions parsed;
   switch (OptionParser::Parse(command, argc, argv, parsed)) {
     case OptionParser::Result::kParsed:

@@ -17,7 +17,7 @@ int OptionValue(const CommandOption& option, size_t index) {
   return option.shortName ? static_cast<unsigned char>(option.shortName) : kLongOnly + static_cast<int>(index);
 }
 
-const CommandOption* ByValue(const CommandSpec& command, int value) {
+const CommandOption* ByValue(const CommandDescription& command, int value) {
   for (size_t i = 0; i < command.options.size(); ++i) {
     if (OptionValue(command.options[i], i) == value) return &command.options[i];
   }
@@ -25,7 +25,7 @@ const CommandOption* ByValue(const CommandSpec& command, int value) {
 }
 
 // The long names that begin with what was typed after "--", when more than one does.
-std::string Ambiguous(const CommandSpec& command, const std::string& typed) {
+std::string Ambiguous(const CommandDescription& command, const std::string& typed) {
   if (typed.compare(0, 2, "--") != 0) return "";
   const std::string name = typed.substr(2, typed.find('=') == std::string::npos ? std::string::npos : typed.find('=') - 2);
   std::string matches;
@@ -55,7 +55,7 @@ size_t OptionParser::EditDistance(const std::string& a, const std::string& b) {
   return row[b.size()];
 }
 
-std::string OptionParser::Nearest(const CommandSpec& command, const std::string& typed) {
+std::string OptionParser::Nearest(const CommandDescription& command, const std::string& typed) {
   std::string name = typed.substr(std::min(typed.find_first_not_of('-'), typed.size()));
   name = name.substr(0, name.find('='));
   if (name.empty()) return "";
@@ -73,7 +73,7 @@ std::string OptionParser::Nearest(const CommandSpec& command, const std::string&
   return std::string("--") + nearest->longName;
 }
 
-OptionParser::Result OptionParser::Parse(const CommandSpec& command, int argc, char** argv, ParsedOptions& parsed) {
+OptionParser::Result OptionParser::Parse(const CommandDescription& command, int argc, char** argv, ParsedOptions& parsed) {
   parsed = ParsedOptions();
   std::vector<struct option> longOptions;
   // ':' first: a missing value is told apart from an unknown option, and getopt says nothing.

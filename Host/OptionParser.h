@@ -34,11 +34,11 @@ class OptionParser {
   // argv[0] is the command's name and argv[1..argc-1] its arguments; getopt_long reorders
   // argv (options first). kHelp as soon as --help or -h is read (what follows is not checked), kBad
   // with parsed.problem set for an unknown option, a value missing or given to a switch.
-  static Result Parse(const CommandSpec& command, int argc, char** argv, ParsedOptions& parsed);
+  static Result Parse(const CommandDescription& command, int argc, char** argv, ParsedOptions& parsed);
 
   // The long option of command nearest to what was typed ("--secnds", "--verify=yes"), as
   // "--seconds", when it is near enough to be what was meant; "" otherwise.
-  static std::string Nearest(const CommandSpec& command, const std::string& typed);
+  static std::string Nearest(const CommandDescription& command, const std::string& typed);
 
   // The least number of characters inserted, removed or replaced to turn a into b.
   static size_t EditDistance(const std::string& a, const std::string& b);

@@ -30,7 +30,7 @@ int BadOption(const std::string& line) {
 
 int RunReport(int argc, char** argv) {
   std::string movie, picture;
-  const CommandSpec& command = *CommandOptions::Find("report");
+  const CommandDescription& command = *CommandOptions::Find("report");
   ParsedOptions parsed;
   switch (OptionParser::Parse(command, argc, argv, parsed)) {
     case OptionParser::Result::kParsed:

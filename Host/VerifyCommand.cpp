@@ -27,7 +27,7 @@ int CouldNotCheck(const std::string& line) {
 int RunVerify(int argc, char** argv) {
   bool write = false;
   std::string movie;
-  const CommandSpec& command = *CommandOptions::Find("verify");
+  const CommandDescription& command = *CommandOptions::Find("verify");
   ParsedOptions parsed;
   switch (OptionParser::Parse(command, argc, argv, parsed)) {
     case OptionParser::Result::kParsed:

@@ -59,7 +59,7 @@ int Usage(const std::string& problem) {
 // Reads a command's options by the table: false with the exit status in *status when the
 // command is done (its --help said, or a bad option said with the usage).
 bool ReadOptions(const char* name, int argc, char** argv, ParsedOptions& parsed, int* status) {
-  const CommandSpec& command = *CommandOptions::Find(name);
+  const CommandDescription& command = *CommandOptions::Find(name);
   switch (OptionParser::Parse(command, argc, argv, parsed)) {
     case OptionParser::Result::kParsed:
       return true;
