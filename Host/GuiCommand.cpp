@@ -13,8 +13,10 @@
 #include <QTimer>
 
 #include "Host/CaptureWindow.h"
+#include "Host/CommandOptions.h"
 #include "Host/HostSettingsFile.h"
 #include "Host/MoviePath.h"
+#include "Host/OptionParser.h"
 #include "Host/StopSignals.h"
 #include "Host/UnattendedRun.h"
 #include "Host/WholeNumber.h"
@@ -23,14 +25,8 @@ namespace KTN {
 
 namespace {
 
-const char kGuiUsage[] =
-    "usage: kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] [--grey LEVEL]\n"
-    "                           [--screenshot-preview PNG] [--screenshot-options PNG] [--quit-after SECONDS]\n"
-    "                           [--record-frames N] [--screenshot-recording PNG] [--screenshot-window PNG]\n"
-    "                           [--labels FILE] [--verify]\n";
-
 int GuiUsage(const std::string& problem) {
-  fprintf(stderr, "kestrin-capture: %s\n%s", problem.c_str(), kGuiUsage);
+  fprintf(stderr, "kestrin-capture: %s\n%s", problem.c_str(), CommandOptions::UsageLine(*CommandOptions::Find("gui"), "usage: ").c_str());
   return 2;
 }
 
@@ -67,43 +63,43 @@ int RunCaptureWindow(int argc, char** argv) {
   double quitAfter = 0;
   long long recordFrames = 0;
   bool verify = false;
-  for (int i = 0; i < argc; ++i) {
-    std::string option = argv[i];
-    const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
-    if ((option == "-o" || option == "--plugin" || option == "--grey" || option == "--screenshot-preview" ||
-         option == "--screenshot-options" || option == "--quit-after" || option == "--record-frames" ||
-         option == "--screenshot-recording" || option == "--screenshot-window" || option == "--labels") && !value) {
-      return GuiUsage(option + " needs a value");
-    }
-    if (option == "--help" || option == "-h") {
-      fputs(kGuiUsage, stdout);
+  const CommandDescription& command = *CommandOptions::Find("gui");
+  ParsedOptions parsed;
+  switch (OptionParser::Parse(command, argc, argv, parsed)) {
+    case OptionParser::Result::kParsed:
+      break;
+    case OptionParser::Result::kHelp:
+      fputs(CommandOptions::Help(command).c_str(), stdout);
       return 0;
-    }
+    case OptionParser::Result::kBad:
+      return GuiUsage(parsed.problem);
+  }
+  if (!parsed.operands.empty()) return GuiUsage("gui: unexpected argument " + parsed.operands[0] + " (the movie is given with -o)");
+  for (const GivenOption& given : parsed.given) {
+    const std::string& option = given.name;
+    const char* value = given.value.c_str();
     char* end = nullptr;
-    if (option == "-o") movie = argv[++i];
-    else if (option == "--plugin") bundle = argv[++i];
-    else if (option == "--grey") {
+    if (option == "output") movie = value;
+    else if (option == "plugin") bundle = value;
+    else if (option == "grey") {
       long level = 0;
-      if (!ParseWhole(argv[++i], 0, 255, level)) return GuiUsage("--grey must be a level from 0 to 255");
+      if (!ParseWhole(value, 0, 255, level)) return GuiUsage("--grey must be a level from 0 to 255");
       grey = static_cast<int>(level);
-    } else if (option == "--screenshot-preview") previewShot = argv[++i];
-    else if (option == "--screenshot-options") optionsShot = argv[++i];
-    else if (option == "--quit-after") {
-      quitAfter = strtod(argv[++i], &end);
-      if (!*argv[i] || *end || !(quitAfter > 0 && quitAfter <= 86400)) {
+    } else if (option == "screenshot-preview") previewShot = value;
+    else if (option == "screenshot-options") optionsShot = value;
+    else if (option == "quit-after") {
+      quitAfter = strtod(value, &end);
+      if (!*value || *end || !(quitAfter > 0 && quitAfter <= 86400)) {
         return GuiUsage("--quit-after must be a number of seconds above 0, at most a day");
       }
-    } else if (option == "--record-frames") {
+    } else if (option == "record-frames") {
       long frames = 0;
-      if (!ParseWhole(argv[++i], 1, 0x7FFFFFFE, frames)) return GuiUsage("--record-frames must be a whole number from 1");
+      if (!ParseWhole(value, 1, 0x7FFFFFFE, frames)) return GuiUsage("--record-frames must be a whole number from 1");
       recordFrames = frames;
-    } else if (option == "--screenshot-recording") recordingShot = argv[++i];
-    else if (option == "--screenshot-window") windowShot = argv[++i];
-    else if (option == "--labels") labels = argv[++i];
-    else if (option == "--verify") verify = true;
-    else {
-      return GuiUsage("unknown option " + option);
-    }
+    } else if (option == "screenshot-recording") recordingShot = value;
+    else if (option == "screenshot-window") windowShot = value;
+    else if (option == "labels") labels = value;
+    else if (option == "verify") verify = true;
   }
   std::string pathProblem;
   if (!MoviePath::MakeAbsolute(movie, &pathProblem)) return GuiUsage(pathProblem);

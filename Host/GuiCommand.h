@@ -3,7 +3,7 @@
 
 namespace KTN {
 
-// Runs the capture window; argc/argv are the options after "gui". Returns the exit status.
+// Runs the capture window; argv[0] is "gui" and the rest its options. Returns the exit status.
 int RunCaptureWindow(int argc, char** argv);
 
 }  // namespace KTN

@@ -3,7 +3,9 @@
 
 #include <stdio.h>
 
+#include "Host/CommandOptions.h"
 #include "Host/MoviePath.h"
+#include "Host/OptionParser.h"
 #include "Host/ReportPicture.h"
 #include "Host/TakeReport.h"
 #include "Movie/MovieSidecars.h"
@@ -28,19 +30,23 @@ int BadOption(const std::string& line) {
 
 int RunReport(int argc, char** argv) {
   std::string movie, picture;
-  for (int i = 0; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "-o" || argument == "--output") {
-      if (i + 1 >= argc || !*argv[i + 1]) return BadOption("report: -o needs a PNG path");
-      picture = argv[++i];
-    } else if (!argument.empty() && argument[0] == '-' && argument != "-") {
-      return BadOption("report: unknown option " + argument);
-    } else if (movie.empty()) {
-      movie = argument;
-    } else {
-      return BadOption("report needs exactly one MOVIE");
-    }
+  const CommandDescription& command = *CommandOptions::Find("report");
+  ParsedOptions parsed;
+  switch (OptionParser::Parse(command, argc, argv, parsed)) {
+    case OptionParser::Result::kParsed:
+      break;
+    case OptionParser::Result::kHelp:
+      fputs(CommandOptions::Help(command).c_str(), stdout);
+      return 0;
+    case OptionParser::Result::kBad:
+      return BadOption(parsed.problem);
   }
+  for (const GivenOption& given : parsed.given) {
+    if (given.value.empty()) return BadOption("report: -o needs a PNG path");  // -o is its only option besides --help
+    picture = given.value;
+  }
+  if (parsed.operands.size() > 1) return BadOption("report needs exactly one MOVIE");
+  if (!parsed.operands.empty()) movie = parsed.operands[0];
   if (movie.empty()) return BadOption("report needs a MOVIE");
   std::string problem;
   if (!MoviePath::MakeAbsolute(movie, &problem)) return NotMade("cannot report on " + movie + ": " + problem);

@@ -9,7 +9,7 @@ namespace KTN {
 // file, not a movie, being written or unreadable, or its picture could not be written.
 constexpr int kReportNotMade = 6;
 
-// Runs `report MOVIE [-o PNG]`; argc/argv are the arguments after "report". 0 with the
+// Runs `report MOVIE [-o PNG]`; argv[0] is "report" and the rest its arguments. 0 with the
 // report on standard output (and the picture written with -o); kReportNotMade, or 2 for a
 // bad option, with one line on standard error.
 int RunReport(int argc, char** argv);

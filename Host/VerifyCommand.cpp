@@ -8,7 +8,9 @@
 
 #include "FrameHash/FrameHashLine.h"
 #include "FrameHash/TakeVerifier.h"
+#include "Host/CommandOptions.h"
 #include "Host/MoviePath.h"
+#include "Host/OptionParser.h"
 #include "Host/TakeVerification.h"
 
 namespace KTN {
@@ -25,18 +27,20 @@ int CouldNotCheck(const std::string& line) {
 int RunVerify(int argc, char** argv) {
   bool write = false;
   std::string movie;
-  for (int i = 0; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--write") {
-      write = true;
-    } else if (!argument.empty() && argument[0] == '-' && argument != "-") {
-      return CouldNotCheck("verify: unknown option " + argument + " (kestrin-capture verify [--write] MOVIE)");
-    } else if (movie.empty()) {
-      movie = argument;
-    } else {
-      return CouldNotCheck("verify needs exactly one MOVIE (kestrin-capture verify [--write] MOVIE)");
-    }
+  const CommandDescription& command = *CommandOptions::Find("verify");
+  ParsedOptions parsed;
+  switch (OptionParser::Parse(command, argc, argv, parsed)) {
+    case OptionParser::Result::kParsed:
+      break;
+    case OptionParser::Result::kHelp:
+      fputs(CommandOptions::Help(command).c_str(), stdout);
+      return 0;
+    case OptionParser::Result::kBad:
+      return CouldNotCheck(parsed.problem + " (kestrin-capture verify [--write] MOVIE)");
   }
+  write = !parsed.given.empty();  // --write is its only option besides --help
+  if (parsed.operands.size() > 1) return CouldNotCheck("verify needs exactly one MOVIE (kestrin-capture verify [--write] MOVIE)");
+  if (!parsed.operands.empty()) movie = parsed.operands[0];
   if (movie.empty()) return CouldNotCheck("verify needs a MOVIE (kestrin-capture verify [--write] MOVIE)");
   std::string problem;
   if (!MoviePath::MakeAbsolute(movie, &problem)) return CouldNotCheck("cannot verify " + movie + ": " + problem);

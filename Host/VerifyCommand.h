@@ -7,7 +7,7 @@ namespace KTN {
 // being written, unreadable, a bad option.
 constexpr int kVerifyCouldNotCheck = 6;
 
-// Runs `verify [--write] MOVIE`; argc/argv are the arguments after "verify". 0 when the
+// Runs `verify [--write] MOVIE`; argv[0] is "verify" and the rest its arguments. 0 when the
 // movie matches its sidecar (or, with --write, its sidecar was written), its line on
 // standard output; 1 when it differs, kVerifyCouldNotCheck when nothing was checked, each
 // with one line on standard error.

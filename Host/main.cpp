@@ -14,10 +14,19 @@
 #include <string>
 #include <vector>
 
+#include <QtGlobal>
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/avutil.h>
+}
+
 #include "Host/CardInfo.h"
+#include "Host/CommandOptions.h"
 #include "Host/GuiCommand.h"
 #include "Host/HostSettingsFile.h"
 #include "Host/MoviePath.h"
+#include "Host/OptionParser.h"
 #include "Host/PluginHost.h"
 #include "Host/RecordingRate.h"
 #include "Host/RecordSession.h"
@@ -41,20 +50,28 @@ namespace {
 
 using namespace KTN;
 
-const char kUsage[] =
-    "usage: kestrin-capture record -o MOVIE [--standard NAME|ROW] [--format NAME|ROW] [--channels 2|8|16]\n"
-    "                              [--bits 16|24|32] [--frames N | --seconds S] [--in HH:MM:SS:FF]\n"
-    "                              [--abort-on-drop] [--no-audio] [-y|--overwrite] [--plugin BUNDLE] [--verify]\n"
-    "       kestrin-capture info\n"
-    "       kestrin-capture repair [--timecode HH:MM:SS:FF] [--fields tt|bb|progressive] MOVIE\n"
-    "       kestrin-capture verify [--write] MOVIE\n"
-    "       kestrin-capture report MOVIE [-o PNG]\n"
-    "       kestrin-capture gui [-o MOVIE] [--plugin BUNDLE] (kestrin-capture gui --help for its unattended options)\n";
-
 int Usage(const std::string& problem) {
   if (!problem.empty()) fprintf(stderr, "kestrin-capture: %s\n", problem.c_str());
-  fputs(kUsage, stderr);
+  fputs(CommandOptions::ProgramUsage().c_str(), stderr);
   return 2;
+}
+
+// Reads a command's options by the table: false with the exit status in *status when the
+// command is done (its --help said, or a bad option said with the usage).
+bool ReadOptions(const char* name, int argc, char** argv, ParsedOptions& parsed, int* status) {
+  const CommandDescription& command = *CommandOptions::Find(name);
+  switch (OptionParser::Parse(command, argc, argv, parsed)) {
+    case OptionParser::Result::kParsed:
+      return true;
+    case OptionParser::Result::kHelp:
+      fputs(CommandOptions::Help(command).c_str(), stdout);
+      *status = 0;
+      return false;
+    case OptionParser::Result::kBad:
+      break;
+  }
+  *status = Usage(parsed.problem);
+  return false;
 }
 
 // A standard by its menu name (any case) or its row; -1 when there is none.
@@ -107,55 +124,46 @@ int Record(int argc, char** argv) {
   long channels = 0, bits = 0, frames = 0;
   double seconds = 0;
   bool abortOnDrop = false, noAudio = false, overwrite = false, verify = false;
-  for (int i = 0; i < argc; ++i) {
-    std::string option = argv[i];
-    auto value = [&](const char* name) -> const char* {
-      if (i + 1 >= argc) return nullptr;
-      (void)name;
-      return argv[++i];
-    };
-    const char* text = nullptr;
-    if (option == "-o" || option == "--output") {
-      if (!(text = value("-o"))) return Usage("-o needs a movie path");
+  ParsedOptions parsed;
+  int status = 0;
+  if (!ReadOptions("record", argc, argv, parsed, &status)) return status;
+  if (!parsed.operands.empty()) return Usage("record: unexpected argument " + parsed.operands[0] + " (the movie is given with -o)");
+  for (const GivenOption& given : parsed.given) {
+    const std::string& option = given.name;
+    const char* text = given.value.c_str();
+    if (option == "output") {
       movie = text;
-    } else if (option == "--standard") {
-      if (!(text = value("--standard"))) return Usage("--standard needs a name or row");
+    } else if (option == "standard") {
       standardText = text;
-    } else if (option == "--format") {
-      if (!(text = value("--format"))) return Usage("--format needs a name or row");
+    } else if (option == "format") {
       formatText = text;
-    } else if (option == "--channels") {
-      if (!(text = value("--channels")) || !ParseWhole(text, 2, 16, channels) || (channels != 2 && channels != 8 && channels != 16)) {
+    } else if (option == "channels") {
+      if (!ParseWhole(text, 2, 16, channels) || (channels != 2 && channels != 8 && channels != 16)) {
         return Usage("--channels must be 2, 8 or 16");
       }
-    } else if (option == "--bits") {
-      if (!(text = value("--bits")) || !ParseWhole(text, 16, 32, bits) || (bits != 16 && bits != 24 && bits != 32)) {
+    } else if (option == "bits") {
+      if (!ParseWhole(text, 16, 32, bits) || (bits != 16 && bits != 24 && bits != 32)) {
         return Usage("--bits must be 16, 24 or 32");
       }
-    } else if (option == "--frames") {
-      if (!(text = value("--frames")) || !ParseWhole(text, 1, 0x7FFFFFFE, frames)) return Usage("--frames must be a whole number from 1");
-    } else if (option == "--seconds") {
+    } else if (option == "frames") {
+      if (!ParseWhole(text, 1, 0x7FFFFFFE, frames)) return Usage("--frames must be a whole number from 1");
+    } else if (option == "seconds") {
       char* end = nullptr;
-      if (!(text = value("--seconds")) || !*text || (seconds = strtod(text, &end), *end) || !std::isfinite(seconds) ||
-          seconds <= 0 || seconds > 86400) {
+      if (!*text || (seconds = strtod(text, &end), *end) || !std::isfinite(seconds) || seconds <= 0 || seconds > 86400) {
         return Usage("--seconds must be a number of seconds above 0, at most a day");
       }
-    } else if (option == "--in") {
-      if (!(text = value("--in"))) return Usage("--in needs a timecode HH:MM:SS:FF");
+    } else if (option == "in") {
       inText = text;
-    } else if (option == "--abort-on-drop") {
+    } else if (option == "abort-on-drop") {
       abortOnDrop = true;
-    } else if (option == "--no-audio") {
+    } else if (option == "no-audio") {
       noAudio = true;
-    } else if (option == "-y" || option == "--overwrite") {
+    } else if (option == "overwrite") {
       overwrite = true;
-    } else if (option == "--plugin") {
-      if (!(text = value("--plugin"))) return Usage("--plugin needs a bundle path");
+    } else if (option == "plugin") {
       bundle = text;
-    } else if (option == "--verify") {
+    } else if (option == "verify") {
       verify = true;
-    } else {
-      return Usage("unknown option " + option);
     }
   }
   if (movie.empty()) return Usage("record needs -o MOVIE");
@@ -246,7 +254,6 @@ int Record(int argc, char** argv) {
   printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
          outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
   if (!outcome.frameHashes.empty()) printf("Frame hashes: %s\n", outcome.frameHashes.c_str());
-  int status = 0;
   if (verify) {
     // The take as the disk holds it, read again once it is complete and compared with the
     // hashes of what was written.
@@ -269,19 +276,12 @@ int Record(int argc, char** argv) {
 // host side knew of it (its timecode, its field order) where the user says it.
 int Repair(int argc, char** argv) {
   std::string movie, timecode, fieldsText;
-  for (int i = 0; i < argc; ++i) {
-    std::string option = argv[i];
-    if (option == "--timecode" || option == "--fields") {
-      if (i + 1 >= argc) return Usage(option + " needs a value");
-      (option == "--timecode" ? timecode : fieldsText) = argv[++i];
-    } else if (!option.empty() && option[0] == '-' && option != "-") {
-      return Usage("unknown option " + option);
-    } else if (movie.empty()) {
-      movie = option;
-    } else {
-      return Usage("repair needs exactly one MOVIE");
-    }
-  }
+  ParsedOptions parsed;
+  int status = 0;
+  if (!ReadOptions("repair", argc, argv, parsed, &status)) return status;
+  for (const GivenOption& given : parsed.given) (given.name == "timecode" ? timecode : fieldsText) = given.value;
+  if (parsed.operands.size() > 1) return Usage("repair needs exactly one MOVIE");
+  if (!parsed.operands.empty()) movie = parsed.operands[0];
   if (movie.empty()) return Usage("repair needs exactly one MOVIE");
   if (!timecode.empty() && !Util::TimecodeText::IsTimecode(timecode)) return Usage("--timecode must be a timecode HH:MM:SS:FF (HH:MM:SS;FF at drop frame)");
   MovieStamp stamp;
@@ -367,14 +367,26 @@ int Repair(int argc, char** argv) {
 int main(int argc, char** argv) {
   if (argc < 2) return Usage("");
   std::string command = argv[1];
-  if (command == "record") return Record(argc - 2, argv + 2);
-  if (command == "info") return PrintCardInfo(stdout);
-  if (command == "repair") return Repair(argc - 2, argv + 2);
-  if (command == "verify") return RunVerify(argc - 2, argv + 2);
-  if (command == "report") return RunReport(argc - 2, argv + 2);
-  if (command == "gui") return RunCaptureWindow(argc - 2, argv + 2);
+  // Each command reads its own name as argv[0], as getopt_long expects.
+  if (command == "record") return Record(argc - 1, argv + 1);
+  if (command == "info") {
+    ParsedOptions parsed;
+    int status = 0;
+    if (!ReadOptions("info", argc - 1, argv + 1, parsed, &status)) return status;
+    return PrintCardInfo(stdout);
+  }
+  if (command == "repair") return Repair(argc - 1, argv + 1);
+  if (command == "verify") return RunVerify(argc - 1, argv + 1);
+  if (command == "report") return RunReport(argc - 1, argv + 1);
+  if (command == "gui") return RunCaptureWindow(argc - 1, argv + 1);
   if (command == "-h" || command == "--help" || command == "help") {
-    fputs(kUsage, stdout);
+    fputs(CommandOptions::ProgramHelp().c_str(), stdout);
+    return 0;
+  }
+  if (command == "--version") {
+    printf("kestrin-capture %s\nFFmpeg %s (libavformat %u.%u.%u)\nQt %s\n", KTN_VERSION, av_version_info(),
+           AV_VERSION_MAJOR(avformat_version()), AV_VERSION_MINOR(avformat_version()), AV_VERSION_MICRO(avformat_version()),
+           qVersion());
     return 0;
   }
   return Usage("unknown command " + command);

@@ -433,7 +433,10 @@ TEST_F(EndToEndTest, HostProgramRefusesBadInputInOneLine) {
       {{"record", "-o", "x.mov", "--frames", "5", "--seconds", "1"}, "kestrin-capture: give --frames or --seconds, not both"},
       {{"record", "-o", "x.mov", "--plugin"}, "kestrin-capture: --plugin needs a bundle path"},
       {{"record", "--verify"}, "kestrin-capture: record needs -o MOVIE"},
-      {{"record", "-o", "x.mov", "--verify=yes"}, "kestrin-capture: unknown option --verify=yes"},
+      {{"record", "-o", "x.mov", "--verify=yes"}, "kestrin-capture: record: unknown option --verify=yes (did you mean --verify?)"},
+      {{"record", "-o", "x.mov", "--secnds", "5"}, "kestrin-capture: record: unknown option --secnds (did you mean --seconds?)"},
+      {{"record", "x.mov"}, "kestrin-capture: record: unexpected argument x.mov (the movie is given with -o)"},
+      {{"info", "--all"}, "kestrin-capture: info: unknown option --all"},
       {{"replay"}, "kestrin-capture: unknown command replay"},
   };
   for (const BadCommand& c : cases) {
@@ -443,6 +446,42 @@ TEST_F(EndToEndTest, HostProgramRefusesBadInputInOneLine) {
     EXPECT_EQ(2, WEXITSTATUS(status)) << c.error;
     std::string error = ReadText(host.errorFile);
     EXPECT_EQ(std::string(c.error), error.substr(0, error.find('\n'))) << error;
+  }
+}
+
+// Every command's --help, the program's and its version go to standard output with exit
+// status 0; the options a command's help lists are those its usage line names.
+TEST_F(EndToEndTest, HostProgramSaysItsUsageOnStandardOutputWhenAsked) {
+  const std::vector<std::vector<std::string>> asked = {
+      {"--help"}, {"record", "--help"}, {"info", "--help"}, {"repair", "-h"}, {"verify", "--help"}, {"report", "--help"},
+      {"gui", "--help"}, {"--version"}};
+  for (const std::vector<std::string>& arguments : asked) {
+    std::string output, error;
+    int status = RunHostProgram(arguments, mFolder, 60, output, error);
+    ASSERT_TRUE(WIFEXITED(status)) << arguments[0];
+    EXPECT_EQ(0, WEXITSTATUS(status)) << arguments[0] << ": " << error;
+    EXPECT_EQ("", error);
+    if (arguments[0] == "--version") {
+      EXPECT_EQ(0u, output.find("kestrin-capture ")) << output;
+      EXPECT_NE(std::string::npos, output.find("\nFFmpeg ")) << output;
+      EXPECT_NE(std::string::npos, output.find("\nQt ")) << output;
+    } else if (arguments[0] == "--help") {
+      for (const char* command : {"record", "info", "repair", "verify", "report", "gui"}) {
+        EXPECT_NE(std::string::npos, output.find(std::string("\n  ") + command + " ")) << output;
+      }
+    } else {
+      EXPECT_EQ(0u, output.find("usage: kestrin-capture " + arguments[0])) << output;
+      EXPECT_NE(std::string::npos, output.find("\noptions:\n")) << output;
+      EXPECT_NE(std::string::npos, output.find("--help  ")) << output;
+    }
+  }
+  std::string output, error;
+  int status = RunHostProgram({"record", "--help"}, mFolder, 60, output, error);
+  ASSERT_TRUE(WIFEXITED(status));
+  for (const char* option : {"--output MOVIE", "--standard NAME|ROW", "--format NAME|ROW", "--channels 2|8|16", "--bits 16|24|32",
+                             "--frames N", "--seconds SECONDS", "--in HH:MM:SS:FF", "--abort-on-drop", "--no-audio",
+                             "-y, --overwrite", "--plugin BUNDLE", "--verify"}) {
+    EXPECT_NE(std::string::npos, output.find(option)) << option << "\n" << output;
   }
 }
 
@@ -1051,7 +1090,7 @@ TEST_F(EndToEndTest, RepairRefusesATimecodeOrFieldOrderItCannotRead) {
       {{"repair", "--fields", "upper", "x.mov"}, "kestrin-capture: --fields must be tt, bb or progressive"},
       {{"repair", "--timecode"}, "kestrin-capture: --timecode needs a value"},
       {{"repair", "a.mov", "b.mov"}, "kestrin-capture: repair needs exactly one MOVIE"},
-      {{"repair", "--colour", "x.mov"}, "kestrin-capture: unknown option --colour"},
+      {{"repair", "--colour", "x.mov"}, "kestrin-capture: repair: unknown option --colour"},
   };
   for (const auto& c : cases) {
     std::string error;

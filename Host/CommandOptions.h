@@ -1,0 +1,60 @@
+// The host program's commands and their options, as one table of data.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace KTN {
+
+// One option of a command. Names are without their dashes; a value name is empty for an
+// option that takes no value.
+struct CommandOption {
+  const char* longName;   // e.g. "seconds" for --seconds
+  char shortName;         // e.g. 'o' for -o; 0 when there is none
+  const char* valueName;  // e.g. "SECONDS"; "" for a switch
+  const char* help;       // one line, for --help
+  const char* missing;    // the line said when the value is missing; "" for "--NAME needs a value"
+  bool required;          // shown without brackets in the usage line
+};
+
+// One command: its name, the operands it reads after its options, a one-line purpose and
+// its options in the order they are shown.
+struct CommandDescription {
+  const char* name;      // e.g. "record"
+  const char* operands;  // e.g. "MOVIE"; "" for none
+  const char* purpose;
+  std::vector<CommandOption> options;
+};
+
+// The table, and every text made from it: usage lines, --help and the program's help. The
+// man page and the shell completion are made from Commands() too. Read only; safe from any
+// thread.
+class CommandOptions {
+ public:
+  // Every command, in the order the program's help lists them.
+  static const std::vector<CommandDescription>& Commands();
+
+  // The command named name, or nullptr.
+  static const CommandDescription* Find(const std::string& name);
+
+  // The option of command with that long name, or nullptr.
+  static const CommandOption* FindOption(const CommandDescription& command, const std::string& longName);
+
+  // lead and "kestrin-capture record -o|--output MOVIE [--standard NAME|ROW] ...", wrapped
+  // at 100 columns with its continuation lines indented under the first option; ends in '\n'.
+  static std::string UsageLine(const CommandDescription& command, const std::string& lead = "");
+
+  // "usage: " and every command's usage line: what a bad command line is answered with.
+  static std::string ProgramUsage();
+
+  // A command's --help: its usage line, its purpose and one line for each option.
+  static std::string Help(const CommandDescription& command);
+
+  // kestrin-capture --help: the commands with their purposes, and the program's options.
+  static std::string ProgramHelp();
+
+  // "--seconds SECONDS" or "-y, --overwrite": how an option is shown in --help.
+  static std::string Shown(const CommandOption& option);
+};
+
+}  // namespace KTN
