@@ -9,6 +9,8 @@
 
 #include <atomic>
 
+#include "Host/BundleLocation.h"
+
 namespace KTN {
 
 namespace {
@@ -86,11 +88,7 @@ PluginHost::PluginHost() {
 }
 
 std::string PluginHost::DefaultBundlePath() {
-  char self[PATH_MAX];
-  ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-  if (length <= 0) return "KestrinCapture.bundle";
-  std::string path(self, static_cast<size_t>(length));
-  return path.substr(0, path.rfind('/')) + "/KestrinCapture.bundle";
+  return BundleLocation::ForThisProgram();
 }
 
 std::string PluginHost::Load(const std::string& bundlePath) {
