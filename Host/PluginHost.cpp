@@ -2,12 +2,12 @@
 #include "Host/PluginHost.h"
 
 #include <dlfcn.h>
-#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <atomic>
+
+#include "Host/BundleLocation.h"
 
 namespace KTN {
 
@@ -86,11 +86,7 @@ PluginHost::PluginHost() {
 }
 
 std::string PluginHost::DefaultBundlePath() {
-  char self[PATH_MAX];
-  ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-  if (length <= 0) return "KestrinCapture.bundle";
-  std::string path(self, static_cast<size_t>(length));
-  return path.substr(0, path.rfind('/')) + "/KestrinCapture.bundle";
+  return BundleLocation::ForThisProgram();
 }
 
 std::string PluginHost::Load(const std::string& bundlePath) {

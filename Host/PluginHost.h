@@ -20,7 +20,8 @@ class PluginHost {
   PluginHost(const PluginHost&) = delete;
   PluginHost& operator=(const PluginHost&) = delete;
 
-  // The bundle next to this program (build/KestrinCapture.bundle).
+  // The bundle beside this program (build/KestrinCapture.bundle), or an installed program's
+  // (lib/kestrin-capture/KestrinCapture.bundle): see BundleLocation.
   static std::string DefaultBundlePath();
 
   // Loads <bundlePath>/Contents/Linux/KestrinCapture.so and finds RecEntry. Returns an empty
