@@ -36,8 +36,15 @@ std::vector<CommandDescription> MakeCommands() {
            {"overwrite", 'y', "", "replace a movie that exists already", "", false},
            {"plugin", 0, "BUNDLE", "the plug-in bundle to load", "--plugin needs a bundle path", false},
            {"verify", 0, "", "read the take again from the disk and check it against its frame hashes", "", false},
+           {"progress", 0, "line|json",
+            "show the progress as a status line on standard error (line, the default) or as JSON lines on "
+            "standard output (json)",
+            "--progress must be line or json", false},
        }},
-      {"info", "", "list what the installed card receives: its standards and formats", {}},
+      {"info", "", "list what the installed card receives: its standards and formats",
+       {
+           {"json", 0, "", "say it as one JSON object on standard output", "", false},
+       }},
       {"repair", "MOVIE", "give a take that was cut off its ordinary index, in place",
        {
            {"timecode", 0, "HH:MM:SS:FF", "the timecode of its first frame, for its timecode track", "", false},
@@ -50,6 +57,7 @@ std::vector<CommandDescription> MakeCommands() {
       {"report", "MOVIE", "say what a take holds and what its signal suffered",
        {
            {"output", 'o', "PNG", "draw the report into this picture too", "report: -o needs a PNG path", false},
+           {"json", 0, "", "say the report as one JSON object on standard output", "", false},
        }},
       {"gui", "", "the capture window",
        {
@@ -70,6 +78,27 @@ std::vector<CommandDescription> MakeCommands() {
   return commands;
 }
 
+// What each exit status of the program means, in the order of their numbers.
+const std::vector<ExitStatusMeaning> kExitStatuses = {
+    {0, "the take was recorded and its movie is complete (or, stopped before its first frame, nothing was recorded "
+        "and no movie was left); the command did what was asked"},
+    {1, "repair could not repair the file (not a movie, not a regular file, being written, unreadable); verify: the "
+        "movie differs from its frame hashes"},
+    {2, "a bad option or value, or stored settings that cannot be recorded with (the line names the file)"},
+    {3, "no plug-in, or no capture card"},
+    {4, "the capture input could not start"},
+    {5, "the movie cannot be written there: no such folder, not a regular file, it exists (without -y), another "
+        "process is writing it"},
+    {6, "verify could not check the movie, or report could not report on it or write its picture"},
+    {7, "aborted: frames were dropped and --abort-on-drop was given"},
+    {8, "the recording failed mid-take (the server died or hung, the disk is full): the line says what the movie "
+        "holds and how to finish it"},
+    {9, "timed out: the in-point never came, or the card stopped delivering"},
+    {10, "stopping the recording failed"},
+    {11, "the signal was already past the in-point: nothing was recorded"},
+    {12, "the take was recorded but its movie is not complete: the line says what it holds and the repair command"},
+};
+
 // "[-y|--overwrite]", "-o|--output MOVIE", "[--seconds SECONDS]": an option in a usage line.
 std::string InUsage(const CommandOption& option) {
   std::string text;
@@ -84,6 +113,15 @@ std::string InUsage(const CommandOption& option) {
 const std::vector<CommandDescription>& CommandOptions::Commands() {
   static const std::vector<CommandDescription> commands = MakeCommands();
   return commands;
+}
+
+const std::vector<ExitStatusMeaning>& CommandOptions::ExitStatuses() { return kExitStatuses; }
+
+const char* CommandOptions::ExitMeaning(int status) {
+  for (const ExitStatusMeaning& exit : kExitStatuses) {
+    if (exit.status == status) return exit.meaning;
+  }
+  return "";
 }
 
 const CommandDescription* CommandOptions::Find(const std::string& name) {

@@ -26,6 +26,13 @@ struct CommandDescription {
   std::vector<CommandOption> options;
 };
 
+// One exit status of the program and what it means, in one line for the man page and the
+// last object of record --progress json.
+struct ExitStatusMeaning {
+  int status;
+  const char* meaning;
+};
+
 // The table, and every text made from it: usage lines, --help and the program's help. The
 // man page and the shell completion are made from Commands() too. Read only; safe from any
 // thread.
@@ -33,6 +40,11 @@ class CommandOptions {
  public:
   // Every command, in the order the program's help lists them.
   static const std::vector<CommandDescription>& Commands();
+
+  // Every exit status the program ends with, in order.
+  static const std::vector<ExitStatusMeaning>& ExitStatuses();
+  // What status means; "" for a status the program never ends with.
+  static const char* ExitMeaning(int status);
 
   // The command named name, or nullptr.
   static const CommandDescription* Find(const std::string& name);
