@@ -1,4 +1,4 @@
-// The installed tree: cmake --install of this build into a staging DESTDIR, whose host program finds its installed bundle by itself, lists the card and records a take.
+// The installed tree: cmake --install of this build into a staging DESTDIR, whose host program finds its installed bundle by itself, lists the card and records a take; and the Debian package of the same tree.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -7,7 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -28,9 +31,9 @@ struct Ran {
   int Exit() const { return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 };
 
-// Runs program with arguments (and DESTDIR set when destdir is not empty), its output and
-// standard error kept in files of folder, for two minutes at most: one still running then is
-// killed and its status is -1.
+// Runs program (a path, or a name looked up in PATH) with arguments (and DESTDIR set when
+// destdir is not empty), its output and standard error kept in files of folder, for two
+// minutes at most: one still running then is killed and its status is -1.
 Ran RunProgram(const std::string& program, const std::vector<std::string>& arguments, const std::string& folder,
                const std::string& destdir = std::string()) {
   const std::string outFile = folder + "/stdout.txt", errFile = folder + "/stderr.txt";
@@ -45,7 +48,7 @@ Ran RunProgram(const std::string& program, const std::vector<std::string>& argum
     dup2(out, 1);
     dup2(err, 2);
     if (!destdir.empty()) setenv("DESTDIR", destdir.c_str(), 1);
-    execv(program.c_str(), argv.data());
+    execvp(program.c_str(), argv.data());
     _exit(127);
   }
   Ran ran;
@@ -70,6 +73,28 @@ class InstallTest : public HostProgramTest {
     return ran.Exit() == 0;
   }
   std::string Installed(const std::string& path) const { return mStage + "/usr/" + path; }
+
+  // Every file and link the install laid out, as absolute paths on the machine ("/usr/bin/...").
+  std::set<std::string> InstalledFiles() const {
+    std::set<std::string> files;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(mStage)) {
+      if (!entry.is_directory() || entry.is_symlink()) files.insert(entry.path().string().substr(mStage.size()));
+    }
+    return files;
+  }
+
+  // Makes the Debian package of this build in mFolder/package with CPack, as scripts/package
+  // does; its path, or "" (with a test failure).
+  std::string MakePackage() {
+    const std::string folder = mFolder + "/package";
+    Ran ran = RunProgram(CPACK_COMMAND, {"--config", std::string(BUILD_DIR) + "/CPackConfig.cmake", "-B", folder}, mFolder);
+    EXPECT_EQ(0, ran.Exit()) << ran.out << ran.err;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+      if (entry.path().extension() == ".deb") return entry.path().string();
+    }
+    ADD_FAILURE() << "no .deb in " << folder << "\n" << ran.out;
+    return std::string();
+  }
 
   std::string mStage;
 };
@@ -121,6 +146,91 @@ TEST_F(InstallTest, TheInstalledProgramRecordsATakeWithItsInstalledBundle) {
   EXPECT_TRUE(probed.audio.present);
   // The installed recording server wrote the take's frame hashes beside it.
   EXPECT_TRUE(fs::is_regular_file(movie + ".framehash"));
+}
+
+// The package holds exactly the files the install lays out, at the same places under /usr.
+TEST_F(InstallTest, TheDebianPackageHoldsWhatTheInstallLaysOut) {
+  ASSERT_TRUE(Install());
+  const std::string deb = MakePackage();
+  ASSERT_FALSE(deb.empty());
+  Ran listed = RunProgram("dpkg-deb", {"--contents", deb}, mFolder);
+  ASSERT_EQ(0, listed.Exit()) << listed.err;
+  // "-rwxr-xr-x root/root 642848 2026-11-24 19:31 ./usr/bin/kestrin-capture": files and links
+  // (a link's line ends "PATH -> TARGET"), not folders.
+  std::set<std::string> packaged;
+  std::istringstream lines(listed.out);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line[0] == 'd') continue;
+    size_t at = line.find(" ./");
+    ASSERT_NE(std::string::npos, at) << line;
+    std::string path = line.substr(at + 2);
+    path = path.substr(0, path.find(" -> "));
+    packaged.insert(path);
+  }
+  const std::set<std::string> installed = InstalledFiles();
+  EXPECT_FALSE(installed.empty());
+  EXPECT_EQ(installed, packaged) << listed.out;
+  EXPECT_NE(0u, packaged.count("/usr/bin/kestrin-capture"));
+}
+
+// The package names, among its dependencies, the Debian package of every library its programs
+// and bundles load, so that apt brings them onto a fresh machine.
+TEST_F(InstallTest, TheDebianPackageDependsOnThePackageOfEveryLibraryItLinks) {
+  ASSERT_TRUE(Install());
+  const std::string deb = MakePackage();
+  ASSERT_FALSE(deb.empty());
+  Ran control = RunProgram("dpkg-deb", {"--field", deb, "Depends"}, mFolder);
+  ASSERT_EQ(0, control.Exit()) << control.err;
+  // "libavcodec59 (>= 7:5.0), libc6 (>= 2.34), ...": the names.
+  std::set<std::string> depends;
+  std::istringstream items(control.out);
+  for (std::string item; std::getline(items, item, ',');) {
+    item.erase(0, item.find_first_not_of(" \n"));
+    depends.insert(item.substr(0, item.find_first_of(" (\n")));
+  }
+  size_t libraries = 0;
+  for (const std::string& file : InstalledFiles()) {
+    if (file.find("/bin/kestrin-capture") == std::string::npos && file.find(".so") == std::string::npos &&
+        file.find("/QTRecordServer") == std::string::npos) {
+      continue;
+    }
+    // The libraries it names itself; those they load in turn are their packages' to depend on.
+    Ran dynamic = RunProgram("readelf", {"--dynamic", mStage + file}, mFolder);
+    ASSERT_EQ(0, dynamic.Exit()) << file << ": " << dynamic.err;
+    std::set<std::string> needed;
+    std::istringstream entries(dynamic.out);
+    for (std::string line; std::getline(entries, line);) {
+      // " 0x0000000000000001 (NEEDED)             Shared library: [libavformat.so.59]"
+      size_t open = line.find("(NEEDED)"), name = line.find('[');
+      if (open != std::string::npos && name != std::string::npos) needed.insert(line.substr(name + 1, line.find(']') - name - 1));
+    }
+    EXPECT_FALSE(needed.empty()) << file;
+    Ran ldd = RunProgram("ldd", {mStage + file}, mFolder);
+    ASSERT_EQ(0, ldd.Exit()) << file << ": " << ldd.err;
+    // "\tlibavformat.so.59 => /lib/x86_64-linux-gnu/libavformat.so.59 (0x...)"
+    std::istringstream linked(ldd.out);
+    for (std::string line; std::getline(linked, line);) {
+      size_t arrow = line.find(" => /");
+      if (arrow == std::string::npos) continue;
+      const std::string name = line.substr(line.find_first_not_of(" \t"), arrow - line.find_first_not_of(" \t"));
+      if (!needed.count(name)) continue;
+      const std::string library = line.substr(arrow + 4, line.find(" (", arrow) - arrow - 4);
+      // dpkg knows a library by the path its package put it at, which merged /usr may hide.
+      std::string owner;
+      for (const std::string& path : {library, fs::canonical(library).string(), "/usr" + library,
+                                      library.rfind("/usr/", 0) == 0 ? library.substr(4) : library}) {
+        Ran searched = RunProgram("dpkg", {"--search", path}, mFolder);
+        if (searched.Exit() == 0) {
+          owner = searched.out.substr(0, searched.out.find(':'));
+          break;
+        }
+      }
+      ASSERT_FALSE(owner.empty()) << library << ", linked by " << file << ", belongs to no Debian package";
+      EXPECT_NE(0u, depends.count(owner)) << file << " links " << library << " of " << owner << ", not among: " << control.out;
+      ++libraries;
+    }
+  }
+  EXPECT_GE(libraries, 10u);
 }
 
 }  // namespace
