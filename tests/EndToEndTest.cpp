@@ -485,6 +485,27 @@ TEST_F(EndToEndTest, HostProgramSaysItsUsageOnStandardOutputWhenAsked) {
   }
 }
 
+// Values given as --name=value, as most Linux programs take them, and "--" before an operand.
+TEST_F(EndToEndTest, HostProgramTakesOptionsWithTheirValuesAfterAnEqualsSign) {
+  const std::string movie = mFolder + "/equals.mov";
+  std::string output, error;
+  int status = RunHostProgram({"record", "--output=" + movie, "--frames=3", "--standard=PAL 4x3", "--format=DV PAL",
+                               "--channels=2", "--bits=16"},
+                              mFolder, 60, output, error);
+  ASSERT_TRUE(WIFEXITED(status)) << error;
+  ASSERT_EQ(0, WEXITSTATUS(status)) << error;
+  EXPECT_NE(std::string::npos, output.find(" frames to " + movie)) << output;
+  ProbedMovie probed = ProbeMovie(movie, false);
+  ASSERT_TRUE(probed.opened);
+  EXPECT_EQ(720, probed.video.width);
+  EXPECT_EQ(576, probed.video.height);
+  EXPECT_EQ(Util::FourCC("dvcp"), probed.video.codecTag);
+  EXPECT_EQ(2, probed.audio.channels);
+  status = RunHostProgram({"verify", "--", movie}, mFolder, 60, output, error);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(0, WEXITSTATUS(status)) << error;
+}
+
 TEST_F(EndToEndTest, HostProgramReportsAMissingPlugin) {
   Child host = StartHostProgram({"record", "-o", mFolder + "/x.mov", "--plugin", "/nonexistent.bundle", "--frames", "1"},
                                 mFolder);
