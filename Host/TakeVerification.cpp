@@ -18,6 +18,7 @@
 #include "Movie/MovieSidecars.h"
 #include "Signal/FlatObject.h"
 #include "Util/FileIo.h"
+#include "Util/JsonWriter.h"
 #include "Util/Log.h"
 
 namespace KTN {
@@ -70,10 +71,15 @@ long TakeVerification::Keep(const std::string& moviePath, int64_t bytes, int64_t
   for (const ResultName& entry : kResultNames) {
     if (entry.result == result) name = entry.name;
   }
-  const std::string text = "{\"result\":\"" + std::string(name) + "\",\"line\":" + FlatObject::Quoted(line) +
-                           ",\"checked\":" + FlatObject::Quoted(checkedAt) + ",\"bytes\":" +
-                           std::to_string(static_cast<long long>(bytes)) + ",\"modified\":" +
-                           std::to_string(static_cast<long long>(modified)) + "}\n";
+  // The sidecar's reader takes no escaped control characters: its strings are kept flat.
+  Util::JsonWriter json;
+  json.BeginObject();
+  json.Key("result").String(name);
+  json.Key("line").String(FlatObject::Flat(line));
+  json.Key("checked").String(FlatObject::Flat(checkedAt));
+  json.Key("bytes").Integer(bytes);
+  json.Key("modified").Integer(modified);
+  const std::string text = json.EndObject().Text() + "\n";
   const std::string path = MovieSidecars::Verification(moviePath);
   int fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC, error);
   if (fd < 0) return error;
