@@ -373,7 +373,8 @@ int main(int argc, char** argv) {
     ParsedOptions parsed;
     int status = 0;
     if (!ReadOptions("info", argc - 1, argv + 1, parsed, &status)) return status;
-    return PrintCardInfo(stdout);
+    if (!parsed.operands.empty()) return Usage("info: unexpected argument " + parsed.operands[0]);
+    return PrintCardInfo(stdout, !parsed.given.empty());  // --json is its only option besides --help
   }
   if (command == "repair") return Repair(argc - 1, argv + 1);
   if (command == "verify") return RunVerify(argc - 1, argv + 1);
