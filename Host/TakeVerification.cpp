@@ -25,12 +25,12 @@ namespace KTN {
 
 namespace {
 
-struct ResultName {
+struct ResultEntry {
   TakeVerification::Result result;
   const char* name;
 };
 
-constexpr ResultName kResultNames[] = {
+constexpr ResultEntry kResultNames[] = {
     {TakeVerification::Result::kVerified, "verified"},
     {TakeVerification::Result::kDiffers, "differs"},
     {TakeVerification::Result::kNotChecked, "not-checked"},
@@ -67,10 +67,7 @@ long TakeVerification::Keep(const std::string& moviePath, int64_t bytes, int64_t
   // take still being recorded, was never opened by the check and gets no sidecar of it.
   if (bytes < 0) return 0;
   long error = 0;
-  const char* name = "not-checked";
-  for (const ResultName& entry : kResultNames) {
-    if (entry.result == result) name = entry.name;
-  }
+  const char* name = ResultName();
   // The sidecar's reader takes no escaped control characters: its strings are kept flat.
   Util::JsonWriter json;
   json.BeginObject();
@@ -104,7 +101,7 @@ bool TakeVerification::Last(const std::string& moviePath, TakeVerification* last
   }
   TakeVerification read;
   bool named = false;
-  for (const ResultName& entry : kResultNames) {
+  for (const ResultEntry& entry : kResultNames) {
     if (object.String("result") == entry.name) read.result = entry.result, named = true;
   }
   if (!named) return false;
@@ -112,6 +109,23 @@ bool TakeVerification::Last(const std::string& moviePath, TakeVerification* last
   read.checkedAt = object.String("checked");
   *last = read;
   return true;
+}
+
+const char* TakeVerification::ResultName() const {
+  for (const ResultEntry& entry : kResultNames) {
+    if (entry.result == result) return entry.name;
+  }
+  return "not-checked";
+}
+
+void TakeVerification::WriteJson(Util::JsonWriter& json) const {
+  json.BeginObject();
+  json.Key("result").String(ResultName());
+  json.Key("passed").Bool(result == Result::kVerified);
+  json.Key("line").String(line);
+  json.Key("checked");
+  checkedAt.empty() ? json.Null() : json.String(checkedAt);
+  json.EndObject();
 }
 
 int TakeVerification::ExitStatus() const {
