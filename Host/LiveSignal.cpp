@@ -120,8 +120,9 @@ std::vector<float> LiveSignal::NewPeaks() {
   return peaks;
 }
 
-std::string LiveSignal::PeakText() const {
-  const std::vector<float> peaks = ChannelPeaks(1.0);
+std::string LiveSignal::PeakText() const { return PeakText(ChannelPeaks(1.0)); }
+
+std::string LiveSignal::PeakText(const std::vector<float>& peaks) {
   if (peaks.empty()) return std::string();
   return "peak " + DbText(*std::max_element(peaks.begin(), peaks.end()));
 }

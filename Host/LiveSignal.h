@@ -55,6 +55,8 @@ class LiveSignal {
   // The status line's part, the highest peak of any channel over the last second:
   // "peak -20.0 dBFS", "peak -inf dBFS" for silence; empty without sound levels.
   std::string PeakText() const;
+  // The same part for peaks as ChannelPeaks gives them.
+  static std::string PeakText(const std::vector<float>& peaks);
 
   // "-20.0 dBFS", "-inf dBFS".
   static std::string DbText(float peakDb);
