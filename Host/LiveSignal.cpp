@@ -7,6 +7,8 @@
 #include <cmath>
 #include <limits>
 
+#include "Util/JsonWriter.h"
+
 namespace KTN {
 
 LiveSignal::LiveSignal(const std::string& moviePath, uint32_t frameDuration, uint32_t timescale)
@@ -36,14 +38,20 @@ long LiveSignal::Update() {
   // breaks added before are added again to the same effect.
   if (mSignal.NewEvents()) mTimecodes.AddBreaks(events);
   for (size_t i = first; i < events.size(); ++i) {
-    mNewLines.push_back(EventLine(mTimecodes.Text(events[i].slot), events[i]));
+    mNewEvents.push_back({events[i], mTimecodes.Text(events[i].slot)});
   }
   return 0;
 }
 
+std::vector<LiveSignal::Found> LiveSignal::NewEvents() {
+  std::vector<Found> found;
+  found.swap(mNewEvents);
+  return found;
+}
+
 std::vector<std::string> LiveSignal::NewLines() {
   std::vector<std::string> lines;
-  lines.swap(mNewLines);
+  for (const Found& found : NewEvents()) lines.push_back(EventLine(found.timecode, found.event));
   return lines;
 }
 
@@ -58,6 +66,20 @@ std::string LiveSignal::EventWhen(const std::string& timecode, int64_t slot) {
 
 std::string LiveSignal::EventLine(const std::string& timecode, const SignalEvent& event) {
   return EventWhen(timecode, event.slot) + "  " + event.Sentence();
+}
+
+void LiveSignal::EventMembers(Util::JsonWriter& json, const std::string& timecode, const SignalEvent& event) {
+  json.Key("kind").String(SignalEvent::KindName(event.kind));
+  json.Key("slot").Integer(event.slot);
+  json.Key("frames").Integer(event.frames);
+  if (event.channel > 0) json.Key("channel").Integer(event.channel);
+  json.Key("timecode");
+  timecode.empty() ? json.Null() : json.String(timecode);
+  if (event.kind == SignalEvent::Kind::kTimecodeBreak) {
+    json.Key("before").String(event.before);
+    json.Key("after").String(event.after);
+  }
+  json.Key("sentence").String(event.Sentence());
 }
 
 std::vector<float> LiveSignal::ChannelPeaks(double seconds) const {
@@ -98,8 +120,9 @@ std::vector<float> LiveSignal::NewPeaks() {
   return peaks;
 }
 
-std::string LiveSignal::PeakText() const {
-  const std::vector<float> peaks = ChannelPeaks(1.0);
+std::string LiveSignal::PeakText() const { return PeakText(ChannelPeaks(1.0)); }
+
+std::string LiveSignal::PeakText(const std::vector<float>& peaks) {
   if (peaks.empty()) return std::string();
   return "peak " + DbText(*std::max_element(peaks.begin(), peaks.end()));
 }
@@ -107,7 +130,7 @@ std::string LiveSignal::PeakText() const {
 std::string LiveSignal::DbText(float peakDb) {
   if (std::isinf(peakDb) || std::isnan(peakDb)) return "-inf dBFS";  // below any level
   char text[32];
-  snprintf(text, sizeof text, "%.1f dBFS", static_cast<double>(peakDb));
+  snprintf(text, sizeof text, "%.*f dBFS", kDbDecimals, static_cast<double>(peakDb));
   return text;
 }
 

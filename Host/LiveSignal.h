@@ -11,6 +11,10 @@
 
 namespace KTN {
 
+namespace Util {
+class JsonWriter;
+}
+
 // Follows the sidecars the recording writes beside a take's movie (MOVIE.events and
 // MOVIE.levels, through TakeSignal) for the status line and the capture window: each new
 // event as one line, "01:00:02:10  black for 25 frames" (the timecode of its first slot, or
@@ -28,9 +32,16 @@ class LiveSignal {
   void SetStartTimecode(const std::string& text);
 
   // Reads what the sidecars gained; 0, or errno with one line (a sidecar that is not a
-  // regular file). The events it found wait in NewLines.
+  // regular file). The events it found wait in NewEvents (or NewLines).
   long Update();
-  // The lines of the events found since the last call, in the order the recording found them.
+  // An event found, with its first slot's timecode ("" while the take's start is unknown).
+  struct Found {
+    SignalEvent event;
+    std::string timecode;
+  };
+  // The events found since the last call of either, in the order the recording found them.
+  std::vector<Found> NewEvents();
+  // The same as their lines (EventLine).
   std::vector<std::string> NewLines();
 
   // Each channel's highest peak (dBFS, -inf for digital silence; index 0 is channel 1) over
@@ -44,9 +55,13 @@ class LiveSignal {
   // The status line's part, the highest peak of any channel over the last second:
   // "peak -20.0 dBFS", "peak -inf dBFS" for silence; empty without sound levels.
   std::string PeakText() const;
+  // The same part for peaks as ChannelPeaks gives them.
+  static std::string PeakText(const std::vector<float>& peaks);
 
   // "-20.0 dBFS", "-inf dBFS".
   static std::string DbText(float peakDb);
+  // Decimals of a level in dBFS wherever one is said, in text and in JSON.
+  static constexpr int kDbDecimals = 1;
   // The scale the capture window's meters and the report's strips draw levels on: from
   // kFloorDb to 0 dBFS.
   static constexpr float kFloorDb = -60.0f;
@@ -58,6 +73,10 @@ class LiveSignal {
   static std::string EventWhen(const std::string& timecode, int64_t slot);
   // An event's line: where it begins and what happened, "01:00:02:10  black for 25 frames".
   static std::string EventLine(const std::string& timecode, const SignalEvent& event);
+  // An event's members in a JSON object being written, for scripts: "kind", "slot",
+  // "frames", "channel" (sound events), "timecode" (its first slot's; null when unknown),
+  // "before" and "after" (timecode breaks) and "sentence" (what happened, in words).
+  static void EventMembers(Util::JsonWriter& json, const std::string& timecode, const SignalEvent& event);
 
  private:
   void Restart();
@@ -67,7 +86,7 @@ class LiveSignal {
   const uint32_t mTimescale;
   std::string mStart;
   SlotTimecodes mTimecodes;
-  std::vector<std::string> mNewLines;
+  std::vector<Found> mNewEvents;
   size_t mSoundsSeen = 0;  // the sound slots NewPeaks has covered
 };
 

@@ -9,7 +9,6 @@
 #include "Host/InPointStatus.h"
 #include "Host/KeptMovie.h"
 #include "Host/MoviePath.h"
-#include "Host/ProgressDisplay.h"
 #include "Host/RecordingFailure.h"
 #include "Host/RecordingRate.h"
 #include "FrameHash/FrameHashLine.h"
@@ -44,8 +43,8 @@ std::string StartOf(const RecordRequest& request, const PluginSession& session) 
 }  // namespace
 
 RecordSession::RecordSession(PluginHost& host, const CaptureSettings& settings, const std::atomic<bool>& stop,
-                             bool showProgress)
-    : mHost(host), mSettings(settings), mStop(stop), mShowProgress(showProgress) {}
+                             bool showProgress, ProgressDisplay::Output output)
+    : mHost(host), mSettings(settings), mStop(stop), mShowProgress(showProgress), mOutput(output) {}
 
 RecordOutcome RecordSession::Run(const RecordRequest& request) {
   RecordOutcome outcome;
@@ -68,7 +67,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
   }
   if (session.Recording()) {
     outcome.startTimecode = session.StartTimecode();
-    ProgressDisplay progress(stderr, request.moviePath, mSettings);
+    ProgressDisplay progress(mOutput, stdout, stderr, request.moviePath, mSettings);
     progress.SetStartTimecode(StartOf(request, session));  // the events' lines count from it
     int64_t expected = request.frames == 0x7FFFFFFF ? 0 : request.frames;
     bool hostCounts = expected && !request.hasInPoint && !request.pluginCounts;

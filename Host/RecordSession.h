@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Host/PluginSession.h"
+#include "Host/ProgressDisplay.h"
 
 namespace KTN {
 
@@ -26,9 +27,11 @@ struct RecordOutcome {
 class RecordSession {
  public:
   // settings: the blob handed to the plug-in at open. stop: set (from a signal handler)
-  // to end the recording early. showProgress: draw the status line on standard error, and
-  // tell the outcome's warning there at once.
-  RecordSession(PluginHost& host, const CaptureSettings& settings, const std::atomic<bool>& stop, bool showProgress);
+  // to end the recording early. showProgress: show the progress as output says (the status
+  // line on standard error, or JSON lines on standard output), and tell the outcome's warning
+  // on standard error at once.
+  RecordSession(PluginHost& host, const CaptureSettings& settings, const std::atomic<bool>& stop, bool showProgress,
+                ProgressDisplay::Output output = ProgressDisplay::Output::kStatusLine);
 
   // Open, activate, record (service loop), stop, deactivate, close.
   RecordOutcome Run(const RecordRequest& request);
@@ -38,6 +41,7 @@ class RecordSession {
   CaptureSettings mSettings;
   const std::atomic<bool>& mStop;
   bool mShowProgress;
+  ProgressDisplay::Output mOutput;
 };
 
 }  // namespace KTN

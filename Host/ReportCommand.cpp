@@ -14,7 +14,7 @@ namespace KTN {
 
 namespace {
 
-constexpr char kReportUsage[] = "kestrin-capture report MOVIE [-o PNG]";
+constexpr char kReportUsage[] = "kestrin-capture report MOVIE [-o PNG] [--json]";
 
 int NotMade(const std::string& line) {
   fprintf(stderr, "kestrin-capture: %s\n", line.c_str());
@@ -41,8 +41,13 @@ int RunReport(int argc, char** argv) {
     case OptionParser::Result::kBad:
       return BadOption(parsed.problem);
   }
+  bool json = false;
   for (const GivenOption& given : parsed.given) {
-    if (given.value.empty()) return BadOption("report: -o needs a PNG path");  // -o is its only option besides --help
+    if (given.name == "json") {
+      json = true;
+      continue;
+    }
+    if (given.value.empty()) return BadOption("report: -o needs a PNG path");
     picture = given.value;
   }
   if (parsed.operands.size() > 1) return BadOption("report needs exactly one MOVIE");
@@ -52,7 +57,7 @@ int RunReport(int argc, char** argv) {
   if (!MoviePath::MakeAbsolute(movie, &problem)) return NotMade("cannot report on " + movie + ": " + problem);
   TakeReport report;
   if (report.Read(movie, &problem)) return NotMade(problem);
-  fputs(report.Text().c_str(), stdout);
+  fputs(json ? (report.Json() + "\n").c_str() : report.Text().c_str(), stdout);
   fflush(stdout);
   if (!picture.empty() && ReportPicture::Write(report, picture, &problem)) return NotMade(problem);
   return 0;

@@ -9,8 +9,9 @@ namespace KTN {
 // file, not a movie, being written or unreadable, or its picture could not be written.
 constexpr int kReportNotMade = 6;
 
-// Runs `report MOVIE [-o PNG]`; argv[0] is "report" and the rest its arguments. 0 with the
-// report on standard output (and the picture written with -o); kReportNotMade, or 2 for a
+// Runs `report MOVIE [-o PNG] [--json]`; argv[0] is "report" and the rest its arguments. 0
+// with the report on standard output (as text, or with --json as one JSON object on one
+// line), and the picture written with -o; kReportNotMade, or 2 for a
 // bad option, with one line on standard error.
 int RunReport(int argc, char** argv);
 

@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -13,8 +14,10 @@
 
 #include "Host/LiveSignal.h"
 #include "Movie/MovieLock.h"
+#include "Movie/MovieSidecars.h"
 #include "Signal/SlotTimecodes.h"
 #include "Signal/TakeSignal.h"
+#include "Util/JsonWriter.h"
 
 namespace KTN {
 
@@ -139,6 +142,69 @@ std::string TakeReport::Text() const {
     }
   }
   return text + VerifyLine() + "\n";
+}
+
+std::string TakeReport::Json() const {
+  Util::JsonWriter json;
+  json.BeginObject();
+  json.Key("movie").String(moviePath);
+  json.Key("slots").Integer(static_cast<int64_t>(summary.pictureSlots));
+  json.Key("fps").Double(summary.frameDuration ? static_cast<double>(summary.videoTimescale) / summary.frameDuration : 0);
+  json.Key("frame_duration").Integer(summary.frameDuration);
+  json.Key("timescale").Integer(summary.videoTimescale);
+  json.Key("start_timecode");
+  summary.hasTimecode ? json.String(summary.startTimecode) : json.Null();
+  json.Key("pictures").Integer(static_cast<int64_t>(summary.pictures));
+  json.Key("dropped_slots").Integer(static_cast<int64_t>(summary.EmptySlots()));
+  json.Key("events");
+  if (eventsThere) {
+    json.BeginArray();
+    for (const Event& event : events) {
+      json.BeginObject();
+      LiveSignal::EventMembers(json, event.timecode, event.event);
+      json.EndObject();
+    }
+    json.EndArray();
+  } else {
+    json.Null();
+  }
+  json.Key("channels");
+  if (levelsThere) {
+    json.BeginArray();
+    for (size_t c = 0; c < channels.size(); ++c) {
+      json.BeginObject().Key("channel").Integer(static_cast<int64_t>(c + 1));
+      json.Key("peak_dbfs").Double(channels[c].peakDb, LiveSignal::kDbDecimals);
+      json.Key("rms_dbfs").Double(channels[c].rmsDb, LiveSignal::kDbDecimals);
+      json.EndObject();
+    }
+    json.EndArray();
+  } else {
+    json.Null();
+  }
+  json.Key("verification");
+  if (verified) {
+    verification.WriteJson(json);
+  } else {
+    json.Null();
+  }
+  json.Key("sidecars");
+  WriteSidecars(json, moviePath);
+  return json.EndObject().Text();
+}
+
+void TakeReport::WriteSidecars(Util::JsonWriter& json, const std::string& moviePath) {
+  const std::pair<const char*, std::string> sidecars[] = {
+      {"frame_hashes", MovieSidecars::FrameHashes(moviePath)}, {"levels", MovieSidecars::Levels(moviePath)},
+      {"events", MovieSidecars::Events(moviePath)},          {"verification", MovieSidecars::Verification(moviePath)},
+      {"report_picture", MovieSidecars::Report(moviePath)},
+  };
+  json.BeginObject();
+  for (const auto& sidecar : sidecars) {
+    struct stat info;
+    json.Key(sidecar.first);
+    stat(sidecar.second.c_str(), &info) == 0 ? json.String(sidecar.second) : json.Null();
+  }
+  json.EndObject();
 }
 
 }  // namespace KTN

@@ -14,6 +14,9 @@
 namespace KTN {
 
 class TakeSignal;
+namespace Util {
+class JsonWriter;
+}
 
 // A finished take's report: its slots, pictures and dropped slots from the movie itself
 // (MovieSummary), its events by slot with each one's timecode (the movie's start timecode
@@ -56,6 +59,18 @@ struct TakeReport {
   std::string Text() const;
   // "verify: passed (2026-11-24 16:20)", "verify: FAILED: ...", "verify: not run".
   std::string VerifyLine() const;
+  // The report as one JSON object for scripts (without a line feed): the same figures as
+  // Text, with "movie", "slots", "fps", "frame_duration", "timescale", "start_timecode" (null
+  // without timecode), "pictures", "dropped_slots", "events" (null when the sidecar is not
+  // there; each as LiveSignal::EventMembers), "channels" (null when the levels are not
+  // there, [] for a take without sound; each {"channel","peak_dbfs","rms_dbfs"}, null for
+  // -inf), "verification" (null when none holds for the movie as it is; else as
+  // TakeVerification::WriteJson) and "sidecars" (as WriteSidecars).
+  std::string Json() const;
+
+  // The paths of the sidecars beside the movie at moviePath as one JSON object: "frame_hashes",
+  // "levels", "events", "verification", "report_picture", each null when it is not there.
+  static void WriteSidecars(Util::JsonWriter& json, const std::string& moviePath);
 };
 
 }  // namespace KTN

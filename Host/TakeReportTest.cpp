@@ -9,7 +9,9 @@
 #include <string>
 
 #include "Movie/MovieSidecars.h"
+#include "Signal/SlotLevels.h"
 #include "Signal/TakeSignal.h"
+#include "Util/JsonWriter.h"
 #include "Util/ScratchFolder.h"
 
 namespace KTN {
@@ -128,6 +130,49 @@ TEST_F(TakeReportTest, TheLastVerifyIsSaidForTheMovieItChecked) {
   // A movie changed since (another size) was not checked as it is.
   WriteText(mMovie, "a movie recorded over it");
   EXPECT_EQ(Gathered().VerifyLine(), "verify: not run");
+}
+
+TEST_F(TakeReportTest, TheJsonSaysTheSameFiguresAsTheText) {
+  WriteText(MovieSidecars::Events(mMovie),
+            "{\"kind\":\"silence\",\"slot\":60,\"frames\":30,\"channel\":2}\n"
+            "{\"kind\":\"timecode-break\",\"slot\":50,\"frames\":1,\"before\":\"10:00:01:24\",\"after\":\"11:00:00:00\"}\n");
+  WriteText(MovieSidecars::Levels(mMovie), SlotLevels::Header(25, 1, 2) + "S 0 -3.0 -9.0 -inf -inf\nS 1 -6.0 -12.0 -inf -inf\n");
+  const TakeReport report = Gathered();
+  EXPECT_EQ(report.Json(),
+            "{\"movie\":" + Util::JsonWriter::Quoted(mMovie) +
+                ",\"slots\":100,\"fps\":25.000,\"frame_duration\":1000,\"timescale\":25000,"
+                "\"start_timecode\":\"10:00:00:00\",\"pictures\":98,\"dropped_slots\":2,\"events\":["
+                "{\"kind\":\"timecode-break\",\"slot\":50,\"frames\":1,\"timecode\":\"11:00:00:00\","
+                "\"before\":\"10:00:01:24\",\"after\":\"11:00:00:00\",\"sentence\":\"timecode break: 10:00:01:24 then 11:00:00:00\"},"
+                "{\"kind\":\"silence\",\"slot\":60,\"frames\":30,\"channel\":2,\"timecode\":\"11:00:00:10\","
+                "\"sentence\":\"silence on channel 2 for 30 frames\"}],"
+                "\"channels\":[{\"channel\":1,\"peak_dbfs\":-3.0,\"rms_dbfs\":-10.2},{\"channel\":2,\"peak_dbfs\":null,"
+                "\"rms_dbfs\":null}],\"verification\":null,\"sidecars\":{\"frame_hashes\":null,\"levels\":" +
+                Util::JsonWriter::Quoted(MovieSidecars::Levels(mMovie)) +
+                ",\"events\":" + Util::JsonWriter::Quoted(MovieSidecars::Events(mMovie)) +
+                ",\"verification\":null,\"report_picture\":null}}");
+  const std::string text = report.Text();
+  EXPECT_NE(text.find("Channel 1: peak -3.0 dBFS, RMS -10.2 dBFS\nChannel 2: peak -inf dBFS, RMS -inf dBFS\n"),
+            std::string::npos)
+      << text;
+}
+
+TEST_F(TakeReportTest, TheJsonOfATakeWithoutSidecarsHasNullsWhereTheTextSaysNotThere) {
+  const std::string json = Gathered().Json();
+  EXPECT_NE(json.find(",\"events\":null,\"channels\":null,\"verification\":null,"), std::string::npos) << json;
+}
+
+TEST_F(TakeReportTest, TheJsonCarriesTheLastVerify) {
+  struct stat movie;
+  ASSERT_EQ(stat(mMovie.c_str(), &movie), 0);
+  WriteText(MovieSidecars::Verification(mMovie),
+            "{\"result\":\"differs\",\"line\":\"picture 3 is bad\",\"checked\":\"2026-11-24T17:01:00+0000\",\"bytes\":" +
+                std::to_string(movie.st_size) + ",\"modified\":" + std::to_string(movie.st_mtime) + "}\n");
+  const std::string json = Gathered().Json();
+  EXPECT_NE(json.find(",\"verification\":{\"result\":\"differs\",\"passed\":false,\"line\":\"picture 3 is bad\","
+                      "\"checked\":\"2026-11-24T17:01:00+0000\"},\"sidecars\":{"),
+            std::string::npos)
+      << json;
 }
 
 }  // namespace

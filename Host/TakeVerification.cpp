@@ -18,18 +18,19 @@
 #include "Movie/MovieSidecars.h"
 #include "Signal/FlatObject.h"
 #include "Util/FileIo.h"
+#include "Util/JsonWriter.h"
 #include "Util/Log.h"
 
 namespace KTN {
 
 namespace {
 
-struct ResultName {
+struct ResultEntry {
   TakeVerification::Result result;
   const char* name;
 };
 
-constexpr ResultName kResultNames[] = {
+constexpr ResultEntry kResultNames[] = {
     {TakeVerification::Result::kVerified, "verified"},
     {TakeVerification::Result::kDiffers, "differs"},
     {TakeVerification::Result::kNotChecked, "not-checked"},
@@ -66,14 +67,16 @@ long TakeVerification::Keep(const std::string& moviePath, int64_t bytes, int64_t
   // take still being recorded, was never opened by the check and gets no sidecar of it.
   if (bytes < 0) return 0;
   long error = 0;
-  const char* name = "not-checked";
-  for (const ResultName& entry : kResultNames) {
-    if (entry.result == result) name = entry.name;
-  }
-  const std::string text = "{\"result\":\"" + std::string(name) + "\",\"line\":" + FlatObject::Quoted(line) +
-                           ",\"checked\":" + FlatObject::Quoted(checkedAt) + ",\"bytes\":" +
-                           std::to_string(static_cast<long long>(bytes)) + ",\"modified\":" +
-                           std::to_string(static_cast<long long>(modified)) + "}\n";
+  const char* name = ResultName();
+  // The sidecar's reader takes no escaped control characters: its strings are kept flat.
+  Util::JsonWriter json;
+  json.BeginObject();
+  json.Key("result").String(name);
+  json.Key("line").String(FlatObject::Flat(line));
+  json.Key("checked").String(FlatObject::Flat(checkedAt));
+  json.Key("bytes").Integer(bytes);
+  json.Key("modified").Integer(modified);
+  const std::string text = json.EndObject().Text() + "\n";
   const std::string path = MovieSidecars::Verification(moviePath);
   int fd = MovieLock::OpenRegular(path, O_WRONLY | O_CREAT | O_TRUNC, error);
   if (fd < 0) return error;
@@ -98,7 +101,7 @@ bool TakeVerification::Last(const std::string& moviePath, TakeVerification* last
   }
   TakeVerification read;
   bool named = false;
-  for (const ResultName& entry : kResultNames) {
+  for (const ResultEntry& entry : kResultNames) {
     if (object.String("result") == entry.name) read.result = entry.result, named = true;
   }
   if (!named) return false;
@@ -106,6 +109,23 @@ bool TakeVerification::Last(const std::string& moviePath, TakeVerification* last
   read.checkedAt = object.String("checked");
   *last = read;
   return true;
+}
+
+const char* TakeVerification::ResultName() const {
+  for (const ResultEntry& entry : kResultNames) {
+    if (entry.result == result) return entry.name;
+  }
+  return "not-checked";
+}
+
+void TakeVerification::WriteJson(Util::JsonWriter& json) const {
+  json.BeginObject();
+  json.Key("result").String(ResultName());
+  json.Key("passed").Bool(result == Result::kVerified);
+  json.Key("line").String(line);
+  json.Key("checked");
+  checkedAt.empty() ? json.Null() : json.String(checkedAt);
+  json.EndObject();
 }
 
 int TakeVerification::ExitStatus() const {

@@ -7,6 +7,10 @@
 
 namespace KTN {
 
+namespace Util {
+class JsonWriter;
+}
+
 // One check of a finished movie with TakeVerifier (every sample read again from the disk and
 // compared with the hashes written while it recorded). It reads the whole take, so it takes
 // about as long as reading the movie: the capture window runs it off its own thread.
@@ -44,6 +48,11 @@ struct TakeVerification {
   // Says the line as the host program does (a verified take's on standard output, anything
   // else on standard error after "kestrin-capture: ") and returns ExitStatus().
   int Report() const;
+  // The outcome as a JSON object for scripts: {"result":"verified","passed":true,"line":"...",
+  // "checked":"2026-11-24T16:20:05+0000"} ("checked" null when not known).
+  void WriteJson(Util::JsonWriter& json) const;
+  // The result's name, as the sidecar and the JSON say it: "verified", "differs", "not-checked".
+  const char* ResultName() const;
   // The line as the capture window shows it: capitalised, a verified take's starting with
   // "Verified".
   std::string Sentence() const;

@@ -25,6 +25,7 @@ extern "C" {
 #include "Host/CommandOptions.h"
 #include "Host/GuiCommand.h"
 #include "Host/HostSettingsFile.h"
+#include "Host/JsonLinesPresenter.h"
 #include "Host/MoviePath.h"
 #include "Host/OptionParser.h"
 #include "Host/PluginHost.h"
@@ -123,7 +124,7 @@ int Record(int argc, char** argv) {
   std::string movie, standardText, formatText, inText, bundle = PluginHost::DefaultBundlePath();
   long channels = 0, bits = 0, frames = 0;
   double seconds = 0;
-  bool abortOnDrop = false, noAudio = false, overwrite = false, verify = false;
+  bool abortOnDrop = false, noAudio = false, overwrite = false, verify = false, json = false;
   ParsedOptions parsed;
   int status = 0;
   if (!ReadOptions("record", argc, argv, parsed, &status)) return status;
@@ -164,6 +165,9 @@ int Record(int argc, char** argv) {
       bundle = text;
     } else if (option == "verify") {
       verify = true;
+    } else if (option == "progress") {
+      if (given.value != "line" && given.value != "json") return Usage("--progress must be line or json");
+      json = given.value == "json";
     }
   }
   if (movie.empty()) return Usage("record needs -o MOVIE");
@@ -175,9 +179,23 @@ int Record(int argc, char** argv) {
   if (pathProblem.empty() && !overwrite && MoviePath::Exists(movie)) {
     pathProblem = "it exists already (give -y or --overwrite to replace it)";
   }
+  // With --progress json, standard output carries only the JSON lines, the last of them
+  // the end of the take: whatever happens once the options are read, it is written.
+  RecordEnd end;
+  end.moviePath = movie;
+  end.verifyAsked = verify;
+  auto ended = [&end, json](int status, const std::string& error) {
+    if (json) {
+      end.status = status;
+      end.error = error;
+      JsonLinesPresenter::Write(stdout, JsonLinesPresenter::EndLine(end));
+    }
+    return status;
+  };
   if (!pathProblem.empty()) {
-    fprintf(stderr, "kestrin-capture: cannot record to %s: %s\n", movie.c_str(), pathProblem.c_str());
-    return 5;
+    const std::string line = "cannot record to " + movie + ": " + pathProblem;
+    fprintf(stderr, "kestrin-capture: %s\n", line.c_str());
+    return ended(5, line);
   }
 
   // The blob the editor keeps with its preferences; options change it. One the plug-in
@@ -185,9 +203,9 @@ int Record(int argc, char** argv) {
   std::string settingsProblem;
   CaptureSettings settings = HostSettingsOrDefaults(&settingsProblem);
   if (!settingsProblem.empty() && (standardText.empty() || formatText.empty())) {
-    fprintf(stderr, "kestrin-capture: %s: give --standard and --format to replace them, or remove the file\n",
-            settingsProblem.c_str());
-    return 2;
+    const std::string line = settingsProblem + ": give --standard and --format to replace them, or remove the file";
+    fprintf(stderr, "kestrin-capture: %s\n", line.c_str());
+    return ended(2, line);
   }
   if (!standardText.empty() || !formatText.empty() || channels || bits) {
     int standard = standardText.empty() ? CurrentStandard(settings) : FindStandard(standardText);
@@ -237,39 +255,57 @@ int Record(int argc, char** argv) {
   std::string loaded = host.Load(bundle);
   if (!loaded.empty()) {
     fprintf(stderr, "kestrin-capture: %s\n", loaded.c_str());
-    return 3;
+    return ended(3, loaded);
   }
   StopSignals::Install();
-  RecordSession session(host, settings, StopSignals::Received(), true);
+  RecordSession session(host, settings, StopSignals::Received(), true,
+                        json ? ProgressDisplay::Output::kJsonLines : ProgressDisplay::Output::kStatusLine);
   RecordOutcome outcome = session.Run(request);
+  end.frames = outcome.frames;
+  end.startTimecode = outcome.startTimecode;
+  end.warning = outcome.warning;
+  end.movieRemoved = outcome.movieRemoved;
   if (outcome.droppedFrames) fprintf(stderr, "kestrin-capture: WARNING: frames were dropped; their places in the movie are kept empty\n");
   if (outcome.exitCode) {
     fprintf(stderr, "kestrin-capture: %s\n", outcome.error.c_str());
-    return outcome.exitCode;
+    return ended(outcome.exitCode, outcome.error);
   }
   if (outcome.movieRemoved) {
     fprintf(stderr, "kestrin-capture: nothing was recorded: the take ended before its first frame, and its empty movie was removed\n");
-    return 0;
+    return ended(0, std::string());
   }
-  printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
-         outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
-  if (!outcome.frameHashes.empty()) printf("Frame hashes: %s\n", outcome.frameHashes.c_str());
+  // The closing lines are for people; the end object carries the same for scripts.
+  if (!json) {
+    printf("Recorded %lld frames to %s%s%s\n", static_cast<long long>(outcome.frames), movie.c_str(),
+           outcome.startTimecode.empty() ? "" : " from ", outcome.startTimecode.c_str());
+    if (!outcome.frameHashes.empty()) printf("Frame hashes: %s\n", outcome.frameHashes.c_str());
+  }
   if (verify) {
     // The take as the disk holds it, read again once it is complete and compared with the
     // hashes of what was written.
     fflush(stdout);
-    status = TakeVerification::Of(movie).Report();
+    end.verification = TakeVerification::Of(movie);
+    end.verifyRan = true;
+    if (!json) {
+      status = end.verification.Report();
+    } else {
+      // Only a failure is a line on standard error; the outcome is in the end object.
+      if (end.verification.result != TakeVerification::Result::kVerified) {
+        fprintf(stderr, "kestrin-capture: %s\n", end.verification.line.c_str());
+      }
+      status = end.verification.ExitStatus();
+    }
   }
   // The report picture, with the check's outcome when there was one. A take recorded whole
   // stays recorded whole when its picture cannot be drawn: that is a warning.
   std::string problem;
   const std::string report = WriteReportBeside(movie, &problem);
-  if (!report.empty()) {
-    printf("Report: %s\n", report.c_str());
-  } else {
+  if (report.empty()) {
     fprintf(stderr, "kestrin-capture: warning: %s\n", problem.c_str());
+  } else if (!json) {
+    printf("Report: %s\n", report.c_str());
   }
-  return status;
+  return ended(status, status ? end.verification.line : std::string());
 }
 
 // Gives an interrupted recording its ordinary index, in place, and gives back what only the
@@ -373,7 +409,8 @@ int main(int argc, char** argv) {
     ParsedOptions parsed;
     int status = 0;
     if (!ReadOptions("info", argc - 1, argv + 1, parsed, &status)) return status;
-    return PrintCardInfo(stdout);
+    if (!parsed.operands.empty()) return Usage("info: unexpected argument " + parsed.operands[0]);
+    return PrintCardInfo(stdout, !parsed.given.empty());  // --json is its only option besides --help
   }
   if (command == "repair") return Repair(argc - 1, argv + 1);
   if (command == "verify") return RunVerify(argc - 1, argv + 1);

@@ -4,6 +4,8 @@
 #include <errno.h>
 #include <stdlib.h>
 
+#include "Util/JsonWriter.h"
+
 namespace KTN {
 namespace {
 
@@ -110,13 +112,14 @@ long long FlatObject::Number(const std::string& name, long long fallback) const 
   return found == numbers.end() ? fallback : found->second;
 }
 
-std::string FlatObject::Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  for (char c : text) {
-    if (c == '"' || c == '\\') quoted.push_back('\\');
-    quoted.push_back(static_cast<unsigned char>(c) < 0x20 ? ' ' : c);
+std::string FlatObject::Flat(const std::string& text) {
+  std::string flat = text;
+  for (char& c : flat) {
+    if (static_cast<unsigned char>(c) < 0x20) c = ' ';
   }
-  return quoted + "\"";
+  return flat;
 }
+
+std::string FlatObject::Quoted(const std::string& text) { return Util::JsonWriter::Quoted(Flat(text)); }
 
 }  // namespace KTN

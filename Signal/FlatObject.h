@@ -24,8 +24,10 @@ class FlatObject {
   std::string String(const std::string& name, const std::string& fallback = std::string()) const;
   long long Number(const std::string& name, long long fallback = 0) const;
 
-  // text as a JSON string, quotes included: '"' and '\' escaped, control characters (which
-  // the reader refuses) written as spaces.
+  // text as these lines can hold it: control characters (which the reader refuses, and
+  // which JSON would escape in a form it does not read) as spaces.
+  static std::string Flat(const std::string& text);
+  // Flat(text) as a JSON string, quotes included: '"' and '\' escaped (Util::JsonWriter).
   static std::string Quoted(const std::string& text);
 };
 

@@ -1,9 +1,8 @@
 // A signal event's line in the events sidecar, written and read, and said in words.
 #include "Signal/SignalEvent.h"
 
-#include <stdio.h>
-
 #include "Signal/FlatObject.h"
+#include "Util/JsonWriter.h"
 
 namespace KTN {
 namespace {
@@ -55,16 +54,15 @@ bool SignalEvent::KindNamed(const std::string& name, Kind* kind) {
 }
 
 std::string SignalEvent::Line() const {
-  char text[192];
-  int n = snprintf(text, sizeof text, "{\"kind\":\"%s\",\"slot\":%lld,\"frames\":%lld", KindName(kind),
-                   static_cast<long long>(slot), static_cast<long long>(frames));
-  std::string line(text, n > 0 ? static_cast<size_t>(n) : 0);
-  if (channel > 0) line += ",\"channel\":" + std::to_string(channel);
+  Util::JsonWriter json;
+  json.BeginObject().Key("kind").String(KindName(kind)).Key("slot").Integer(slot).Key("frames").Integer(frames);
+  if (channel > 0) json.Key("channel").Integer(channel);
   if (kind == Kind::kTimecodeBreak) {
-    line += ",\"before\":\"" + (IsTimecodeText(before) ? before : std::string()) + "\"";
-    line += ",\"after\":\"" + (IsTimecodeText(after) ? after : std::string()) + "\"";
+    // Only a timecode's characters, which need no escape, so the reader takes the line back.
+    json.Key("before").String(IsTimecodeText(before) ? before : std::string());
+    json.Key("after").String(IsTimecodeText(after) ? after : std::string());
   }
-  return line + "}\n";
+  return json.EndObject().Text() + "\n";
 }
 
 bool SignalEvent::Parse(const std::string& line, SignalEvent* event) {

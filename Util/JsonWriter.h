@@ -1,0 +1,58 @@
+// JSON text built member by member: the one writer of every JSON the host program and the sidecars say.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace KTN {
+namespace Util {
+
+// Builds one JSON text in memory, compactly (no spaces, no line feeds), in the order it is
+// called: objects, arrays, keys, strings, whole numbers, doubles, booleans and null. Commas
+// and the quotes of keys are its business; the caller keeps the nesting right (each Begin
+// closed by its End, a Key before each value in an object). Strings are escaped as JSON
+// requires: '"' and '\' with a backslash, \b \f \n \r \t by name, any other control
+// character (below 0x20) as \u00XX; every other byte, UTF-8 included, is passed through as
+// it is. Doubles are written with a fixed number of decimals ("%.*f", always with a '.'
+// whatever the locale); NaN and the infinities, which JSON cannot hold, as null. A value
+// type; one thread at a time.
+class JsonWriter {
+ public:
+  JsonWriter& BeginObject();
+  JsonWriter& EndObject();
+  JsonWriter& BeginArray();
+  JsonWriter& EndArray();
+  // An object member's name; the value follows with the next call.
+  JsonWriter& Key(const std::string& name);
+
+  JsonWriter& String(const std::string& text);
+  JsonWriter& Integer(int64_t value);
+  // decimals: digits after the point, 0 to 17.
+  JsonWriter& Double(double value, int decimals = kDecimals);
+  JsonWriter& Bool(bool value);
+  JsonWriter& Null();
+
+  // The text so far.
+  const std::string& Text() const { return mText; }
+
+  // text as a JSON string, quotes included, escaped as above.
+  static std::string Quoted(const std::string& text);
+
+  // Decimals of a double unless told otherwise: a thousandth of a second, of a dB.
+  static constexpr int kDecimals = 3;
+
+ private:
+  // Writes the comma before a value or a key that follows another in its object or array.
+  void Separate();
+  void Open(char bracket);
+  void Close(char bracket);
+
+  std::string mText;
+  std::vector<bool> mHasMember;  // per open object or array: something is in it already
+  bool mAfterKey = false;        // a key was written: its value takes no comma
+};
+
+}  // namespace Util
+}  // namespace KTN
