@@ -155,7 +155,7 @@ std::string TakeReport::Json() const {
   json.Key("start_timecode");
   summary.hasTimecode ? json.String(summary.startTimecode) : json.Null();
   json.Key("pictures").Integer(static_cast<int64_t>(summary.pictures));
-  json.Key("dropped_slots").Integer(static_cast<int64_t>(summary.EmptySlots()));
+  json.Key("dropped").Integer(static_cast<int64_t>(summary.EmptySlots()));
   json.Key("events");
   if (eventsThere) {
     json.BeginArray();

@@ -61,7 +61,7 @@ struct TakeReport {
   std::string VerifyLine() const;
   // The report as one JSON object for scripts (without a line feed): the same figures as
   // Text, with "movie", "slots", "fps", "frame_duration", "timescale", "start_timecode" (null
-  // without timecode), "pictures", "dropped_slots", "events" (null when the sidecar is not
+  // without timecode), "pictures", "dropped", "events" (null when the sidecar is not
   // there; each as LiveSignal::EventMembers), "channels" (null when the levels are not
   // there, [] for a take without sound; each {"channel","peak_dbfs","rms_dbfs"}, null for
   // -inf), "verification" (null when none holds for the movie as it is; else as

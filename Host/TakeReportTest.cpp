@@ -141,7 +141,7 @@ TEST_F(TakeReportTest, TheJsonSaysTheSameFiguresAsTheText) {
   EXPECT_EQ(report.Json(),
             "{\"movie\":" + Util::JsonWriter::Quoted(mMovie) +
                 ",\"slots\":100,\"fps\":25.000,\"frame_duration\":1000,\"timescale\":25000,"
-                "\"start_timecode\":\"10:00:00:00\",\"pictures\":98,\"dropped_slots\":2,\"events\":["
+                "\"start_timecode\":\"10:00:00:00\",\"pictures\":98,\"dropped\":2,\"events\":["
                 "{\"kind\":\"timecode-break\",\"slot\":50,\"frames\":1,\"timecode\":\"11:00:00:00\","
                 "\"before\":\"10:00:01:24\",\"after\":\"11:00:00:00\",\"sentence\":\"timecode break: 10:00:01:24 then 11:00:00:00\"},"
                 "{\"kind\":\"silence\",\"slot\":60,\"frames\":30,\"channel\":2,\"timecode\":\"11:00:00:10\","

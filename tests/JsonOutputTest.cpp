@@ -195,7 +195,7 @@ TEST_F(JsonOutputTest, ATakeToldInJsonLinesEndsWithWhatItsMovieHolds) {
                                          Text(report["start_timecode"]) + "\n"))
       << text;
   EXPECT_NE(std::string::npos, text.find("\nPictures: " + std::to_string(report["pictures"].toInteger()) + "\n")) << text;
-  EXPECT_NE(std::string::npos, text.find("\nDropped slots: " + std::to_string(report["dropped_slots"].toInteger()) + "\n"));
+  EXPECT_NE(std::string::npos, text.find("\nDropped slots: " + std::to_string(report["dropped"].toInteger()) + "\n"));
   const QJsonArray reported = report["events"].toArray();
   EXPECT_NE(std::string::npos, text.find("\nEvents: " + std::to_string(reported.size()) + "\n")) << text;
   for (const QJsonValue& value : reported) {
