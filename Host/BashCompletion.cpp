@@ -97,7 +97,7 @@ _kestrin_capture() {
   COMPREPLY=()
   (( ${#words[@]} >= 1 )) || return 0
 
-  local prefix= value=$cur kind= operand= files=
+  local prefix= value=$cur kind= operand= files= long=
   if (( ${#words[@]} == 1 )); then
     _kestrin_capture_commands
   else
