@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "Host/CommandOptions.h"
-#include "Host/ProgramRun.h"
+#include "Testing/ProgramRun.h"
 #include "Settings/CaptureTables.h"
 #include "Util/ScratchFolder.h"
 

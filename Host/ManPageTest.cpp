@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "Host/CommandOptions.h"
-#include "Host/ProgramRun.h"
+#include "Testing/ProgramRun.h"
 #include "Util/ScratchFolder.h"
 
 namespace KTN {

@@ -1,13 +1,8 @@
 // The installed tree: cmake --install of this build into a staging DESTDIR, whose host program finds its installed bundle by itself, lists the card and records a take; and the Debian package of the same tree.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <signal.h>
-#include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -16,6 +11,7 @@
 
 #include "Util/FourCC.h"
 #include "Testing/MovieProbe.h"
+#include "Testing/ProgramRun.h"
 #include "tests/HostProgramProcess.h"
 #include "tests/HostProgramTest.h"
 
@@ -24,42 +20,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What a program said and how it ended.
-struct Ran {
-  int status = -1;
-  std::string out, err;
-  int Exit() const { return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
-};
-
-// Runs program (a path, or a name looked up in PATH) with arguments (and DESTDIR set when
-// destdir is not empty), its output and standard error kept in files of folder, for two
-// minutes at most: one still running then is killed and its status is -1.
-Ran RunProgram(const std::string& program, const std::vector<std::string>& arguments, const std::string& folder,
+// Runs program (a path, or a name looked up in PATH) with arguments, and DESTDIR set when
+// destdir is not empty, for two minutes at most; what it said is kept in files of folder.
+ProgramRun RunProgram(const std::string& program, std::vector<std::string> arguments, const std::string& folder,
                const std::string& destdir = std::string()) {
-  const std::string outFile = folder + "/stdout.txt", errFile = folder + "/stderr.txt";
-  std::vector<char*> argv;
-  argv.push_back(const_cast<char*>(program.c_str()));
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid = fork();
-  if (pid == 0) {
-    int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    int err = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    dup2(out, 1);
-    dup2(err, 2);
-    if (!destdir.empty()) setenv("DESTDIR", destdir.c_str(), 1);
-    execvp(program.c_str(), argv.data());
-    _exit(127);
-  }
-  Ran ran;
-  ran.status = WaitFor(pid, 120);
-  if (ran.status == -1) {
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  }
-  ran.out = ReadText(outFile);
-  ran.err = ReadText(errFile);
-  return ran;
+  arguments.insert(arguments.begin(), program);
+  std::vector<std::string> settings;
+  if (!destdir.empty()) settings.push_back("DESTDIR=" + destdir);
+  return ProgramRun::Of(arguments, settings, folder, 120);
 }
 
 // The scratch folder (removed after the test however it ends) holds the staging DESTDIR.
@@ -68,9 +36,9 @@ class InstallTest : public HostProgramTest {
   // Installs this build under mFolder/stage/usr; false (with a test failure) when it did not.
   bool Install() {
     mStage = mFolder + "/stage";
-    Ran ran = RunProgram(CMAKE_COMMAND, {"--install", BUILD_DIR, "--prefix", "/usr"}, mFolder, mStage);
-    EXPECT_EQ(0, ran.Exit()) << ran.out << ran.err;
-    return ran.Exit() == 0;
+    ProgramRun ran = RunProgram(CMAKE_COMMAND, {"--install", BUILD_DIR, "--prefix", "/usr"}, mFolder, mStage);
+    EXPECT_EQ(0, ran.status) << ran.output << ran.error;
+    return ran.status == 0;
   }
   std::string Installed(const std::string& path) const { return mStage + "/usr/" + path; }
 
@@ -87,12 +55,12 @@ class InstallTest : public HostProgramTest {
   // does; its path, or "" (with a test failure).
   std::string MakePackage() {
     const std::string folder = mFolder + "/package";
-    Ran ran = RunProgram(CPACK_COMMAND, {"--config", std::string(BUILD_DIR) + "/CPackConfig.cmake", "-B", folder}, mFolder);
-    EXPECT_EQ(0, ran.Exit()) << ran.out << ran.err;
+    ProgramRun ran = RunProgram(CPACK_COMMAND, {"--config", std::string(BUILD_DIR) + "/CPackConfig.cmake", "-B", folder}, mFolder);
+    EXPECT_EQ(0, ran.status) << ran.output << ran.error;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
       if (entry.path().extension() == ".deb") return entry.path().string();
     }
-    ADD_FAILURE() << "no .deb in " << folder << "\n" << ran.out;
+    ADD_FAILURE() << "no .deb in " << folder << "\n" << ran.output;
     return std::string();
   }
 
@@ -115,25 +83,40 @@ TEST_F(InstallTest, TheInstallLaysOutTheProgramAndBothBundles) {
   EXPECT_FALSE(fs::exists(Installed("bin/KestrinCapture.bundle")));
 }
 
+// man finds the installed page under the prefix, and bash takes the installed completion.
+TEST_F(InstallTest, TheInstallHoldsTheManPageAndTheCompletion) {
+  ASSERT_TRUE(Install());
+  ASSERT_TRUE(fs::is_regular_file(Installed("share/man/man1/kestrin-capture.1.gz")));
+  ProgramRun man = RunProgram("man", {"-M", Installed("share/man"), "kestrin-capture"}, mFolder);
+  ASSERT_EQ(0, man.status) << man.error;
+  EXPECT_NE(std::string::npos, man.output.find("EXIT STATUS")) << man.output;
+  EXPECT_NE(std::string::npos, man.output.find("--progress")) << man.output;
+  const std::string completion = Installed("share/bash-completion/completions/kestrin-capture");
+  ASSERT_TRUE(fs::is_regular_file(completion));
+  ProgramRun bash = RunProgram("bash", {"--norc", "-c", "source \"$0\" && complete -p kestrin-capture", completion}, mFolder);
+  ASSERT_EQ(0, bash.status) << bash.error;
+  EXPECT_NE(std::string::npos, bash.output.find("kestrin-capture")) << bash.output;
+}
+
 TEST_F(InstallTest, TheInstalledProgramListsTheCardWithItsInstalledBundle) {
   ASSERT_TRUE(Install());
-  Ran ran = RunProgram(Installed("bin/kestrin-capture"), {"info"}, mFolder);
-  ASSERT_EQ(0, ran.Exit()) << ran.err;
-  EXPECT_NE(std::string::npos, ran.out.find("Card: Kestrin Veldran")) << ran.out;
-  EXPECT_NE(std::string::npos, ran.out.find("PAL 4x3")) << ran.out;
+  ProgramRun ran = RunProgram(Installed("bin/kestrin-capture"), {"info"}, mFolder);
+  ASSERT_EQ(0, ran.status) << ran.error;
+  EXPECT_NE(std::string::npos, ran.output.find("Card: Kestrin Veldran")) << ran.output;
+  EXPECT_NE(std::string::npos, ran.output.find("PAL 4x3")) << ran.output;
 }
 
 TEST_F(InstallTest, TheInstalledProgramRecordsATakeWithItsInstalledBundle) {
   ASSERT_TRUE(Install());
   const std::string movie = mFolder + "/take.mov";
-  Ran ran = RunProgram(Installed("bin/kestrin-capture"),
+  ProgramRun ran = RunProgram(Installed("bin/kestrin-capture"),
                 {"record", "-o", movie, "--frames", "5", "--standard", "PAL 4x3", "--format",
                  "Uncompressed 8-bit 4:2:2"},
                 mFolder);
-  ASSERT_EQ(0, ran.Exit()) << ran.err;
+  ASSERT_EQ(0, ran.status) << ran.error;
   // How many of the five slots had their picture depends on the machine's load: not asserted.
-  const std::vector<std::string> closing = LinesWith(ran.out, " frames to " + movie);
-  ASSERT_EQ(1u, closing.size()) << ran.out;
+  const std::vector<std::string> closing = LinesWith(ran.output, " frames to " + movie);
+  ASSERT_EQ(1u, closing.size()) << ran.output;
   EXPECT_EQ(0u, closing[0].find("Recorded ")) << closing[0];
   ProbedMovie probed = ProbeMovie(movie, false);
   ASSERT_TRUE(probed.opened);
@@ -153,12 +136,12 @@ TEST_F(InstallTest, TheDebianPackageHoldsWhatTheInstallLaysOut) {
   ASSERT_TRUE(Install());
   const std::string deb = MakePackage();
   ASSERT_FALSE(deb.empty());
-  Ran listed = RunProgram("dpkg-deb", {"--contents", deb}, mFolder);
-  ASSERT_EQ(0, listed.Exit()) << listed.err;
+  ProgramRun listed = RunProgram("dpkg-deb", {"--contents", deb}, mFolder);
+  ASSERT_EQ(0, listed.status) << listed.error;
   // "-rwxr-xr-x root/root 642848 2026-11-24 19:31 ./usr/bin/kestrin-capture": files and links
   // (a link's line ends "PATH -> TARGET"), not folders.
   std::set<std::string> packaged;
-  std::istringstream lines(listed.out);
+  std::istringstream lines(listed.output);
   for (std::string line; std::getline(lines, line);) {
     if (line.empty() || line[0] == 'd') continue;
     size_t at = line.find(" ./");
@@ -169,7 +152,7 @@ TEST_F(InstallTest, TheDebianPackageHoldsWhatTheInstallLaysOut) {
   }
   const std::set<std::string> installed = InstalledFiles();
   EXPECT_FALSE(installed.empty());
-  EXPECT_EQ(installed, packaged) << listed.out;
+  EXPECT_EQ(installed, packaged) << listed.output;
   EXPECT_NE(0u, packaged.count("/usr/bin/kestrin-capture"));
 }
 
@@ -179,11 +162,11 @@ TEST_F(InstallTest, TheDebianPackageDependsOnThePackageOfEveryLibraryItLinks) {
   ASSERT_TRUE(Install());
   const std::string deb = MakePackage();
   ASSERT_FALSE(deb.empty());
-  Ran control = RunProgram("dpkg-deb", {"--field", deb, "Depends"}, mFolder);
-  ASSERT_EQ(0, control.Exit()) << control.err;
+  ProgramRun control = RunProgram("dpkg-deb", {"--field", deb, "Depends"}, mFolder);
+  ASSERT_EQ(0, control.status) << control.error;
   // "libavcodec59 (>= 7:5.0), libc6 (>= 2.34), ...": the names.
   std::set<std::string> depends;
-  std::istringstream items(control.out);
+  std::istringstream items(control.output);
   for (std::string item; std::getline(items, item, ',');) {
     item.erase(0, item.find_first_not_of(" \n"));
     depends.insert(item.substr(0, item.find_first_of(" (\n")));
@@ -195,20 +178,20 @@ TEST_F(InstallTest, TheDebianPackageDependsOnThePackageOfEveryLibraryItLinks) {
       continue;
     }
     // The libraries it names itself; those they load in turn are their packages' to depend on.
-    Ran dynamic = RunProgram("readelf", {"--dynamic", mStage + file}, mFolder);
-    ASSERT_EQ(0, dynamic.Exit()) << file << ": " << dynamic.err;
+    ProgramRun dynamic = RunProgram("readelf", {"--dynamic", mStage + file}, mFolder);
+    ASSERT_EQ(0, dynamic.status) << file << ": " << dynamic.error;
     std::set<std::string> needed;
-    std::istringstream entries(dynamic.out);
+    std::istringstream entries(dynamic.output);
     for (std::string line; std::getline(entries, line);) {
       // " 0x0000000000000001 (NEEDED)             Shared library: [libavformat.so.59]"
       size_t open = line.find("(NEEDED)"), name = line.find('[');
       if (open != std::string::npos && name != std::string::npos) needed.insert(line.substr(name + 1, line.find(']') - name - 1));
     }
     EXPECT_FALSE(needed.empty()) << file;
-    Ran ldd = RunProgram("ldd", {mStage + file}, mFolder);
-    ASSERT_EQ(0, ldd.Exit()) << file << ": " << ldd.err;
+    ProgramRun ldd = RunProgram("ldd", {mStage + file}, mFolder);
+    ASSERT_EQ(0, ldd.status) << file << ": " << ldd.error;
     // "\tlibavformat.so.59 => /lib/x86_64-linux-gnu/libavformat.so.59 (0x...)"
-    std::istringstream linked(ldd.out);
+    std::istringstream linked(ldd.output);
     for (std::string line; std::getline(linked, line);) {
       size_t arrow = line.find(" => /");
       if (arrow == std::string::npos) continue;
@@ -219,14 +202,14 @@ TEST_F(InstallTest, TheDebianPackageDependsOnThePackageOfEveryLibraryItLinks) {
       std::string owner;
       for (const std::string& path : {library, fs::canonical(library).string(), "/usr" + library,
                                       library.rfind("/usr/", 0) == 0 ? library.substr(4) : library}) {
-        Ran searched = RunProgram("dpkg", {"--search", path}, mFolder);
-        if (searched.Exit() == 0) {
-          owner = searched.out.substr(0, searched.out.find(':'));
+        ProgramRun searched = RunProgram("dpkg", {"--search", path}, mFolder);
+        if (searched.status == 0) {
+          owner = searched.output.substr(0, searched.output.find(':'));
           break;
         }
       }
       ASSERT_FALSE(owner.empty()) << library << ", linked by " << file << ", belongs to no Debian package";
-      EXPECT_NE(0u, depends.count(owner)) << file << " links " << library << " of " << owner << ", not among: " << control.out;
+      EXPECT_NE(0u, depends.count(owner)) << file << " links " << library << " of " << owner << ", not among: " << control.output;
       ++libraries;
     }
   }

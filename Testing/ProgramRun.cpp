@@ -1,5 +1,5 @@
 // Test support: a program run to its end, with what it wrote.
-#include "Host/ProgramRun.h"
+#include "Testing/ProgramRun.h"
 
 #include <fcntl.h>
 #include <signal.h>
