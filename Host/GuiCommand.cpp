@@ -63,16 +63,11 @@ int RunCaptureWindow(int argc, char** argv) {
   double quitAfter = 0;
   long long recordFrames = 0;
   bool verify = false;
-  const CommandDescription& command = *CommandOptions::Find("gui");
   ParsedOptions parsed;
-  switch (OptionParser::Parse(command, argc, argv, parsed)) {
-    case OptionParser::Result::kParsed:
-      break;
-    case OptionParser::Result::kHelp:
-      fputs(CommandOptions::Help(command).c_str(), stdout);
-      return 0;
-    case OptionParser::Result::kBad:
-      return GuiUsage(parsed.problem);
+  int status = 0;
+  if (!OptionParser::Read("gui", argc, argv, parsed, &status,
+                          [](const std::string& problem) { return GuiUsage(problem); })) {
+    return status;
   }
   if (!parsed.operands.empty()) return GuiUsage("gui: unexpected argument " + parsed.operands[0] + " (the movie is given with -o)");
   for (const GivenOption& given : parsed.given) {
@@ -117,7 +112,6 @@ int RunCaptureWindow(int argc, char** argv) {
     fprintf(stderr, "kestrin-capture: %s\n", loaded.c_str());
     return 3;
   }
-  int status = 0;
   {
     CaptureWindow window(host, settings, movie, grey);
     CloseOnSignals(window);

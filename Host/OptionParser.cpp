@@ -2,6 +2,7 @@
 #include "Host/OptionParser.h"
 
 #include <getopt.h>
+#include <stdio.h>
 #include <string.h>
 
 #include <algorithm>
@@ -71,6 +72,23 @@ std::string OptionParser::Nearest(const CommandDescription& command, const std::
   // Near enough to be a slip of the fingers: two edits, or a third of a long name.
   if (!nearest || (best > 2 && best * 3 > strlen(nearest->longName))) return "";
   return std::string("--") + nearest->longName;
+}
+
+bool OptionParser::Read(const char* name, int argc, char** argv, ParsedOptions& parsed, int* status,
+                        const std::function<int(const std::string& problem)>& refuse) {
+  const CommandDescription& command = *CommandOptions::Find(name);
+  switch (Parse(command, argc, argv, parsed)) {
+    case Result::kParsed:
+      return true;
+    case Result::kHelp:
+      fputs(CommandOptions::Help(command).c_str(), stdout);
+      *status = 0;
+      return false;
+    case Result::kBad:
+      break;
+  }
+  *status = refuse(parsed.problem);
+  return false;
 }
 
 OptionParser::Result OptionParser::Parse(const CommandDescription& command, int argc, char** argv, ParsedOptions& parsed) {

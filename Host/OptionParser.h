@@ -1,6 +1,7 @@
 // A command's options read from its command line by the table of CommandOptions.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,13 @@ class OptionParser {
   // argv (options first). kHelp as soon as --help or -h is read (what follows is not checked), kBad
   // with parsed.problem set for an unknown option, a value missing or given to a switch.
   static Result Parse(const CommandDescription& command, int argc, char** argv, ParsedOptions& parsed);
+
+  // What each command does first: parses argv for the command named name (one of
+  // CommandOptions::Commands()). True when the command goes on with parsed. False when it is
+  // done, with its exit status in *status: 0 once its --help was said on standard output, or
+  // what refuse returned once it said parsed.problem in the command's own way.
+  static bool Read(const char* name, int argc, char** argv, ParsedOptions& parsed, int* status,
+                   const std::function<int(const std::string& problem)>& refuse);
 
   // The long option of command nearest to what was typed ("--secnds", "--verify=yes"), as
   // "--seconds", when it is near enough to be what was meant; "" otherwise.

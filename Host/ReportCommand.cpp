@@ -30,16 +30,11 @@ int BadOption(const std::string& line) {
 
 int RunReport(int argc, char** argv) {
   std::string movie, picture;
-  const CommandDescription& command = *CommandOptions::Find("report");
   ParsedOptions parsed;
-  switch (OptionParser::Parse(command, argc, argv, parsed)) {
-    case OptionParser::Result::kParsed:
-      break;
-    case OptionParser::Result::kHelp:
-      fputs(CommandOptions::Help(command).c_str(), stdout);
-      return 0;
-    case OptionParser::Result::kBad:
-      return BadOption(parsed.problem);
+  int status = 0;
+  if (!OptionParser::Read("report", argc, argv, parsed, &status,
+                          [](const std::string& problem) { return BadOption(problem); })) {
+    return status;
   }
   bool json = false;
   for (const GivenOption& given : parsed.given) {

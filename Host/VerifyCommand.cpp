@@ -27,16 +27,11 @@ int CouldNotCheck(const std::string& line) {
 int RunVerify(int argc, char** argv) {
   bool write = false;
   std::string movie;
-  const CommandDescription& command = *CommandOptions::Find("verify");
   ParsedOptions parsed;
-  switch (OptionParser::Parse(command, argc, argv, parsed)) {
-    case OptionParser::Result::kParsed:
-      break;
-    case OptionParser::Result::kHelp:
-      fputs(CommandOptions::Help(command).c_str(), stdout);
-      return 0;
-    case OptionParser::Result::kBad:
-      return CouldNotCheck(parsed.problem + " (kestrin-capture verify [--write] MOVIE)");
+  int status = 0;
+  if (!OptionParser::Read("verify", argc, argv, parsed, &status,
+                          [](const std::string& problem) { return CouldNotCheck(problem + " (kestrin-capture verify [--write] MOVIE)"); })) {
+    return status;
   }
   write = !parsed.given.empty();  // --write is its only option besides --help
   if (parsed.operands.size() > 1) return CouldNotCheck("verify needs exactly one MOVIE (kestrin-capture verify [--write] MOVIE)");

@@ -60,19 +60,7 @@ int Usage(const std::string& problem) {
 // Reads a command's options by the table: false with the exit status in *status when the
 // command is done (its --help said, or a bad option said with the usage).
 bool ReadOptions(const char* name, int argc, char** argv, ParsedOptions& parsed, int* status) {
-  const CommandDescription& command = *CommandOptions::Find(name);
-  switch (OptionParser::Parse(command, argc, argv, parsed)) {
-    case OptionParser::Result::kParsed:
-      return true;
-    case OptionParser::Result::kHelp:
-      fputs(CommandOptions::Help(command).c_str(), stdout);
-      *status = 0;
-      return false;
-    case OptionParser::Result::kBad:
-      break;
-  }
-  *status = Usage(parsed.problem);
-  return false;
+  return OptionParser::Read(name, argc, argv, parsed, status, Usage);
 }
 
 // A standard by its menu name (any case) or its row; -1 when there is none.
