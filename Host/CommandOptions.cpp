@@ -138,7 +138,11 @@ const CommandOption* CommandOptions::FindOption(const CommandDescription& comman
   return nullptr;
 }
 
-std::string CommandOptions::UsageLine(const CommandDescription& command, const std::string& lead) {
+namespace {
+
+// lead, "kestrin-capture", the command's name, its options and operands, with a line broken
+// before a word that would reach past width columns (0: never).
+std::string UsageWords(const CommandDescription& command, const std::string& lead, size_t width) {
   std::string line = lead + "kestrin-capture " + command.name;
   const std::string indent(line.size() + 1, ' ');
   std::vector<std::string> words;
@@ -148,14 +152,28 @@ std::string CommandOptions::UsageLine(const CommandDescription& command, const s
   if (*command.operands) words.push_back(command.operands);
   std::string text;
   for (const std::string& word : words) {
-    if (line.size() > indent.size() && line.size() + 1 + word.size() > kUsageWidth) {
+    if (width && line.size() > indent.size() && line.size() + 1 + word.size() > width) {
       text += line + "\n";
       line = indent + word;
     } else {
       line += " " + word;
     }
   }
-  return text + line + "\n";
+  return text + line;
+}
+
+}  // namespace
+
+std::string CommandOptions::UsageLine(const CommandDescription& command, const std::string& lead) {
+  return UsageWords(command, lead, kUsageWidth) + "\n";
+}
+
+std::string CommandOptions::Synopsis(const CommandDescription& command) { return UsageWords(command, "", 0); }
+
+std::string CommandOptions::Refusal(const std::string& problem, const CommandDescription* command) {
+  std::string text = problem.empty() ? std::string() : "kestrin-capture: " + problem + "\n";
+  if (!command) return text + ProgramUsage() + "kestrin-capture --help lists the commands.\n";
+  return text + UsageLine(*command, "usage: ") + "kestrin-capture " + command->name + " --help says every option.\n";
 }
 
 std::string CommandOptions::ProgramUsage() {

@@ -56,8 +56,17 @@ class CommandOptions {
   // at 100 columns with its continuation lines indented under the first option; ends in '\n'.
   static std::string UsageLine(const CommandDescription& command, const std::string& lead = "");
 
-  // "usage: " and every command's usage line: what a bad command line is answered with.
+  // "kestrin-capture report [-o|--output PNG] [--json] MOVIE": the usage line unwrapped, for
+  // a one-line answer.
+  static std::string Synopsis(const CommandDescription& command);
+
+  // "usage: " and every command's usage line.
   static std::string ProgramUsage();
+
+  // What a bad command line is answered with on standard error: "kestrin-capture: " and
+  // problem (no line when it is empty), then the usage of command, or of every command when
+  // command is null, and where the help is.
+  static std::string Refusal(const std::string& problem, const CommandDescription* command);
 
   // A command's --help: its usage line, its purpose and one line for each option.
   static std::string Help(const CommandDescription& command);

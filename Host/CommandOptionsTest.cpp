@@ -131,6 +131,31 @@ TEST(CommandOptionsTest, AnUnknownOptionIsNamedWithTheNearestKnownOne) {
   }
 }
 
+TEST(CommandOptionsTest, AnUnknownCommandIsNamedWithTheNearestKnownOne) {
+  EXPECT_EQ("record", OptionParser::NearestCommand("recrd"));
+  EXPECT_EQ("report", OptionParser::NearestCommand("reprot"));
+  EXPECT_EQ("verify", OptionParser::NearestCommand("verfy"));
+  EXPECT_EQ("", OptionParser::NearestCommand("replay"));
+  EXPECT_EQ("", OptionParser::NearestCommand("--record"));
+  EXPECT_EQ("", OptionParser::NearestCommand(""));
+}
+
+// A bad command line is answered with the problem, the command's own usage and where its help
+// is; without a command, with every command's usage.
+TEST(CommandOptionsTest, ARefusalSaysTheProblemThenTheUsageOfItsCommand) {
+  const CommandDescription& report = *CommandOptions::Find("report");
+  EXPECT_EQ("kestrin-capture: report needs a MOVIE\nusage: kestrin-capture report [-o|--output PNG] [--json] MOVIE\n"
+            "kestrin-capture report --help says every option.\n",
+            CommandOptions::Refusal("report needs a MOVIE", &report));
+  EXPECT_EQ("kestrin-capture report [-o|--output PNG] [--json] MOVIE", CommandOptions::Synopsis(report));
+  const std::string program = CommandOptions::Refusal("unknown command x", nullptr);
+  EXPECT_EQ(0u, program.find("kestrin-capture: unknown command x\nusage: kestrin-capture record ")) << program;
+  for (const CommandDescription& command : CommandOptions::Commands()) {
+    EXPECT_NE(std::string::npos, program.find(std::string("kestrin-capture ") + command.name + " ")) << program;
+  }
+  EXPECT_EQ(0u, CommandOptions::Refusal("", nullptr).find("usage: "));
+}
+
 TEST(CommandOptionsTest, AMissingValueIsSaidAsTheCommandAlwaysSaidIt) {
   struct Case {
     const char* command;

@@ -26,7 +26,7 @@ namespace KTN {
 namespace {
 
 int GuiUsage(const std::string& problem) {
-  fprintf(stderr, "kestrin-capture: %s\n%s", problem.c_str(), CommandOptions::UsageLine(*CommandOptions::Find("gui"), "usage: ").c_str());
+  fputs(CommandOptions::Refusal(problem, CommandOptions::Find("gui")).c_str(), stderr);
   return 2;
 }
 

@@ -56,22 +56,42 @@ size_t OptionParser::EditDistance(const std::string& a, const std::string& b) {
   return row[b.size()];
 }
 
+namespace {
+
+// Of names, the one nearest to name when it is near enough to be a slip of the fingers (two
+// edits, or a third of a long name); nullptr otherwise.
+const char* NearestName(const std::string& name, const std::vector<const char*>& names) {
+  const char* nearest = nullptr;
+  size_t best = 0;
+  for (const char* candidate : names) {
+    const size_t distance = OptionParser::EditDistance(name, candidate);
+    if (!nearest || distance < best) {
+      nearest = candidate;
+      best = distance;
+    }
+  }
+  if (!nearest || (best > 2 && best * 3 > strlen(nearest))) return nullptr;
+  return nearest;
+}
+
+}  // namespace
+
 std::string OptionParser::Nearest(const CommandDescription& command, const std::string& typed) {
   std::string name = typed.substr(std::min(typed.find_first_not_of('-'), typed.size()));
   name = name.substr(0, name.find('='));
   if (name.empty()) return "";
-  const CommandOption* nearest = nullptr;
-  size_t best = 0;
-  for (const CommandOption& option : command.options) {
-    const size_t distance = EditDistance(name, option.longName);
-    if (!nearest || distance < best) {
-      nearest = &option;
-      best = distance;
-    }
-  }
-  // Near enough to be a slip of the fingers: two edits, or a third of a long name.
-  if (!nearest || (best > 2 && best * 3 > strlen(nearest->longName))) return "";
-  return std::string("--") + nearest->longName;
+  std::vector<const char*> names;
+  for (const CommandOption& option : command.options) names.push_back(option.longName);
+  const char* nearest = NearestName(name, names);
+  return nearest ? std::string("--") + nearest : std::string();
+}
+
+std::string OptionParser::NearestCommand(const std::string& typed) {
+  if (typed.empty() || typed[0] == '-') return "";
+  std::vector<const char*> names;
+  for (const CommandDescription& command : CommandOptions::Commands()) names.push_back(command.name);
+  const char* nearest = NearestName(typed, names);
+  return nearest ? nearest : "";
 }
 
 bool OptionParser::Read(const char* name, int argc, char** argv, ParsedOptions& parsed, int* status,

@@ -48,6 +48,10 @@ class OptionParser {
   // "--seconds", when it is near enough to be what was meant; "" otherwise.
   static std::string Nearest(const CommandDescription& command, const std::string& typed);
 
+  // The command nearest to what was typed ("recrd": "record"), when it is near enough to be
+  // what was meant; "" otherwise.
+  static std::string NearestCommand(const std::string& typed);
+
   // The least number of characters inserted, removed or replaced to turn a into b.
   static size_t EditDistance(const std::string& a, const std::string& b);
 };

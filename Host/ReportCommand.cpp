@@ -14,15 +14,13 @@ namespace KTN {
 
 namespace {
 
-constexpr char kReportUsage[] = "kestrin-capture report MOVIE [-o PNG] [--json]";
-
 int NotMade(const std::string& line) {
   fprintf(stderr, "kestrin-capture: %s\n", line.c_str());
   return kReportNotMade;
 }
 
 int BadOption(const std::string& line) {
-  fprintf(stderr, "kestrin-capture: %s (%s)\n", line.c_str(), kReportUsage);
+  fputs(CommandOptions::Refusal(line, CommandOptions::Find("report")).c_str(), stderr);
   return 2;
 }
 

@@ -17,6 +17,9 @@ namespace KTN {
 
 namespace {
 
+// The command's usage in one line, for the line of a bad command line.
+std::string Synopsis() { return CommandOptions::Synopsis(*CommandOptions::Find("verify")); }
+
 int CouldNotCheck(const std::string& line) {
   fprintf(stderr, "kestrin-capture: %s\n", line.c_str());
   return kVerifyCouldNotCheck;
@@ -30,13 +33,13 @@ int RunVerify(int argc, char** argv) {
   ParsedOptions parsed;
   int status = 0;
   if (!OptionParser::Read("verify", argc, argv, parsed, &status,
-                          [](const std::string& problem) { return CouldNotCheck(problem + " (kestrin-capture verify [--write] MOVIE)"); })) {
+                          [](const std::string& problem) { return CouldNotCheck(problem + " (" + Synopsis() + ")"); })) {
     return status;
   }
   write = !parsed.given.empty();  // --write is its only option besides --help
-  if (parsed.operands.size() > 1) return CouldNotCheck("verify needs exactly one MOVIE (kestrin-capture verify [--write] MOVIE)");
+  if (parsed.operands.size() > 1) return CouldNotCheck("verify needs exactly one MOVIE (" + Synopsis() + ")");
   if (!parsed.operands.empty()) movie = parsed.operands[0];
-  if (movie.empty()) return CouldNotCheck("verify needs a MOVIE (kestrin-capture verify [--write] MOVIE)");
+  if (movie.empty()) return CouldNotCheck("verify needs a MOVIE (" + Synopsis() + ")");
   std::string problem;
   if (!MoviePath::MakeAbsolute(movie, &problem)) return CouldNotCheck("cannot verify " + movie + ": " + problem);
 

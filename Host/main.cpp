@@ -51,16 +51,18 @@ namespace {
 
 using namespace KTN;
 
-int Usage(const std::string& problem) {
-  if (!problem.empty()) fprintf(stderr, "kestrin-capture: %s\n", problem.c_str());
-  fputs(CommandOptions::ProgramUsage().c_str(), stderr);
+// A bad command line of command (null: no command, or none of the program's), said with its
+// usage; exit status 2.
+int Refuse(const char* command, const std::string& problem) {
+  fputs(CommandOptions::Refusal(problem, command ? CommandOptions::Find(command) : nullptr).c_str(), stderr);
   return 2;
 }
 
 // Reads a command's options by the table: false with the exit status in *status when the
 // command is done (its --help said, or a bad option said with the usage).
 bool ReadOptions(const char* name, int argc, char** argv, ParsedOptions& parsed, int* status) {
-  return OptionParser::Read(name, argc, argv, parsed, status, Usage);
+  return OptionParser::Read(name, argc, argv, parsed, status,
+                            [name](const std::string& problem) { return Refuse(name, problem); });
 }
 
 // A standard by its menu name (any case) or its row; -1 when there is none.
@@ -109,6 +111,7 @@ std::string AllowedFormats(int standard) {
 }
 
 int Record(int argc, char** argv) {
+  auto Usage = [](const std::string& problem) { return Refuse("record", problem); };
   std::string movie, standardText, formatText, inText, bundle = PluginHost::DefaultBundlePath();
   long channels = 0, bits = 0, frames = 0;
   double seconds = 0;
@@ -299,6 +302,7 @@ int Record(int argc, char** argv) {
 // Gives an interrupted recording its ordinary index, in place, and gives back what only the
 // host side knew of it (its timecode, its field order) where the user says it.
 int Repair(int argc, char** argv) {
+  auto Usage = [](const std::string& problem) { return Refuse("repair", problem); };
   std::string movie, timecode, fieldsText;
   ParsedOptions parsed;
   int status = 0;
@@ -389,7 +393,7 @@ int Repair(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) return Usage("");
+  if (argc < 2) return Refuse(nullptr, "");
   std::string command = argv[1];
   // Each command reads its own name as argv[0], as getopt_long expects.
   if (command == "record") return Record(argc - 1, argv + 1);
@@ -397,7 +401,7 @@ int main(int argc, char** argv) {
     ParsedOptions parsed;
     int status = 0;
     if (!ReadOptions("info", argc - 1, argv + 1, parsed, &status)) return status;
-    if (!parsed.operands.empty()) return Usage("info: unexpected argument " + parsed.operands[0]);
+    if (!parsed.operands.empty()) return Refuse("info", "info: unexpected argument " + parsed.operands[0]);
     return PrintCardInfo(stdout, !parsed.given.empty());  // --json is its only option besides --help
   }
   if (command == "repair") return Repair(argc - 1, argv + 1);
@@ -414,5 +418,6 @@ int main(int argc, char** argv) {
            qVersion());
     return 0;
   }
-  return Usage("unknown command " + command);
+  const std::string nearest = OptionParser::NearestCommand(command);
+  return Refuse(nullptr, "unknown command " + command + (nearest.empty() ? "" : " (did you mean " + nearest + "?)"));
 }

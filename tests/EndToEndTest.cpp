@@ -438,6 +438,7 @@ TEST_F(EndToEndTest, HostProgramRefusesBadInputInOneLine) {
       {{"record", "x.mov"}, "kestrin-capture: record: unexpected argument x.mov (the movie is given with -o)"},
       {{"info", "--all"}, "kestrin-capture: info: unknown option --all"},
       {{"replay"}, "kestrin-capture: unknown command replay"},
+      {{"recrd", "-o", "x.mov"}, "kestrin-capture: unknown command recrd (did you mean record?)"},
   };
   for (const BadCommand& c : cases) {
     Child host = StartHostProgram(c.arguments, mFolder);
@@ -446,6 +447,16 @@ TEST_F(EndToEndTest, HostProgramRefusesBadInputInOneLine) {
     EXPECT_EQ(2, WEXITSTATUS(status)) << c.error;
     std::string error = ReadText(host.errorFile);
     EXPECT_EQ(std::string(c.error), error.substr(0, error.find('\n'))) << error;
+    // Then the usage of the command given, or of every command, and where the help is.
+    const std::string command = c.arguments[0] == "record" || c.arguments[0] == "info" ? c.arguments[0] : "";
+    EXPECT_NE(std::string::npos, error.find("\nusage: kestrin-capture " + (command.empty() ? "record" : command) + " "))
+        << error;
+    EXPECT_NE(std::string::npos, error.find(command.empty() ? "\nkestrin-capture --help lists the commands.\n"
+                                                            : "\nkestrin-capture " + command + " --help says every option.\n"))
+        << error;
+    if (!command.empty()) {
+      EXPECT_EQ(std::string::npos, error.find("kestrin-capture repair ")) << error;
+    }
   }
 }
 
