@@ -1,7 +1,6 @@
 // The bash completion of kestrin-capture, made from the host program's option table.
 #include "Host/BashCompletion.h"
 
-#include <ctype.h>
 #include <string.h>
 
 #include <vector>
@@ -16,20 +15,13 @@ namespace {
 // The words of a value name that lists what may be typed ("tt|bb|progressive", "2|8|16");
 // none for a name that stands for what the user chooses ("NAME|ROW", "HH:MM:SS:FF").
 std::vector<std::string> ListedWords(const std::string& valueName) {
+  const std::vector<ValueWord> parts = CommandOptions::ValueWords(valueName);
   std::vector<std::string> words;
-  if (valueName.find('|') == std::string::npos) return words;
-  size_t start = 0;
-  for (;;) {
-    size_t bar = valueName.find('|', start);
-    std::string word = valueName.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
-    if (word.empty()) return {};
-    for (char c : word) {
-      if (!islower(static_cast<unsigned char>(c)) && !isdigit(static_cast<unsigned char>(c))) return {};
-    }
-    words.push_back(word);
-    if (bar == std::string::npos) return words;
-    start = bar + 1;
+  for (const ValueWord& part : parts) {
+    if (parts.size() < 2 || !part.typed) return {};
+    words.push_back(part.text);
   }
+  return words;
 }
 
 const char* KindWord(BashCompletion::Values values) {

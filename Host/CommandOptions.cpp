@@ -1,6 +1,7 @@
 // The host program's commands and their options, as one table of data.
 #include "Host/CommandOptions.h"
 
+#include <ctype.h>
 #include <string.h>
 
 #include <algorithm>
@@ -84,12 +85,14 @@ const std::vector<ExitStatusMeaning> kExitStatuses = {
         "and no movie was left); the command did what was asked"},
     {1, "repair could not repair the file (not a movie, not a regular file, being written, unreadable); verify: the "
         "movie differs from its frame hashes"},
-    {2, "a bad option or value, or stored settings that cannot be recorded with (the line names the file)"},
+    {2, "a bad option or value (verify: 6), or stored settings that cannot be recorded with (the line names the "
+        "file)"},
     {3, "no plug-in, or no capture card"},
     {4, "the capture input could not start"},
     {5, "the movie cannot be written there: no such folder, not a regular file, it exists (without -y), another "
         "process is writing it"},
-    {6, "verify could not check the movie, or report could not report on it or write its picture"},
+    {6, "verify could not check the movie, or was given a bad option; report could not report on it or write its "
+        "picture"},
     {7, "aborted: frames were dropped and --abort-on-drop was given"},
     {8, "the recording failed mid-take (the server died or hung, the disk is full): the line says what the movie "
         "holds and how to finish it"},
@@ -180,6 +183,19 @@ std::string CommandOptions::ProgramUsage() {
   std::string text;
   for (const CommandDescription& command : Commands()) text += UsageLine(command, text.empty() ? "usage: " : "       ");
   return text;
+}
+
+std::vector<ValueWord> CommandOptions::ValueWords(const std::string& valueName) {
+  std::vector<ValueWord> words;
+  for (size_t start = 0;;) {
+    const size_t bar = valueName.find('|', start);
+    ValueWord word{valueName.substr(start, bar == std::string::npos ? std::string::npos : bar - start), false};
+    word.typed = !word.text.empty();
+    for (char c : word.text) word.typed = word.typed && (islower(static_cast<unsigned char>(c)) || isdigit(static_cast<unsigned char>(c)));
+    words.push_back(word);
+    if (bar == std::string::npos) return words;
+    start = bar + 1;
+  }
 }
 
 std::string CommandOptions::Shown(const CommandOption& option) {

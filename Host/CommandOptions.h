@@ -26,6 +26,14 @@ struct CommandDescription {
   std::vector<CommandOption> options;
 };
 
+// One word of an option's value name, split at '|': typed when it is what the user types as it
+// stands ("json", "16", "progressive": lower case and digits only), not when it stands for what
+// the user chooses ("NAME", "ROW", "HH:MM:SS:FF").
+struct ValueWord {
+  std::string text;
+  bool typed;
+};
+
 // One exit status of the program and what it means, in one line for the man page and the
 // last object of record --progress json.
 struct ExitStatusMeaning {
@@ -73,6 +81,9 @@ class CommandOptions {
 
   // kestrin-capture --help: the commands with their purposes, and the program's options.
   static std::string ProgramHelp();
+
+  // The words of a value name: "line|json" is two typed words, "NAME|ROW" two to replace.
+  static std::vector<ValueWord> ValueWords(const std::string& valueName);
 
   // "--seconds SECONDS" or "-y, --overwrite": how an option is shown in --help.
   static std::string Shown(const CommandOption& option);

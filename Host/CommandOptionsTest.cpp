@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdlib.h>
+
 #include <string>
 #include <vector>
 
@@ -104,6 +106,14 @@ TEST(CommandOptionsTest, OptionsMayFollowTheOperandAndDoubleDashEndsThem) {
 
   ASSERT_EQ(OptionParser::Result::kParsed, CommandLine("verify", {"--", "--help"}).Parse(parsed)) << "a movie named --help";
   EXPECT_EQ(std::vector<std::string>{"--help"}, parsed.operands);
+  // POSIXLY_CORRECT makes getopt stop at the first operand; the options after it still count.
+  setenv("POSIXLY_CORRECT", "1", 1);
+  const OptionParser::Result result = CommandLine("verify", {"take.mov", "--write"}).Parse(parsed);
+  unsetenv("POSIXLY_CORRECT");
+  ASSERT_EQ(OptionParser::Result::kParsed, result);
+  ASSERT_EQ(1u, parsed.given.size());
+  EXPECT_EQ("write", parsed.given[0].name);
+  EXPECT_EQ(std::vector<std::string>{"take.mov"}, parsed.operands);
 }
 
 TEST(CommandOptionsTest, AnUnknownOptionIsNamedWithTheNearestKnownOne) {
@@ -114,7 +124,9 @@ TEST(CommandOptionsTest, AnUnknownOptionIsNamedWithTheNearestKnownOne) {
   } cases[] = {
       {"record", {"-o", "t.mov", "--secnds", "5"}, "record: unknown option --secnds (did you mean --seconds?)"},
       {"record", {"--overwirte"}, "record: unknown option --overwirte (did you mean --overwrite?)"},
-      {"record", {"--verify=yes"}, "record: unknown option --verify=yes (did you mean --verify?)"},
+      {"record", {"--verify=yes"}, "record: --verify takes no value"},
+      {"record", {"--overwrite=yes"}, "record: --overwrite takes no value"},
+      {"verify", {"--write=no", "x.mov"}, "verify: --write takes no value"},
       {"record", {"--colour"}, "record: unknown option --colour"},
       {"record", {"-q"}, "record: unknown option -q"},
       {"record", {"--s", "5"}, "record: option --s is ambiguous (--standard, --seconds)"},

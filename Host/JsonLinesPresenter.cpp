@@ -70,13 +70,13 @@ std::string JsonLinesPresenter::EndLine(const RecordEnd& end) {
   json.Key("meaning").String(CommandOptions::ExitMeaning(end.status));
   StringOrNull(json, "error", end.error);
   StringOrNull(json, "warning", end.warning);
-  json.Key("movie").String(end.moviePath);
+  StringOrNull(json, "movie", end.moviePath);
   json.Key("movie_removed").Bool(end.movieRemoved);
   json.Key("frames").Integer(end.frames);
   // What the movie holds as it is now, read from its own index.
   MovieSummary movie;
   struct stat info;
-  const bool read = !end.movieRemoved && !end.moviePath.empty() && stat(end.moviePath.c_str(), &info) == 0 &&
+  const bool read = end.started && !end.movieRemoved && !end.moviePath.empty() && stat(end.moviePath.c_str(), &info) == 0 &&
                     S_ISREG(info.st_mode) && movie.Read(end.moviePath) == 0 &&
                     movie.layout != MovieSummary::Layout::kNotAMovie;
   for (const auto& count : {std::make_pair("slots", movie.pictureSlots), std::make_pair("pictures", movie.pictures),
@@ -86,11 +86,7 @@ std::string JsonLinesPresenter::EndLine(const RecordEnd& end) {
   }
   StringOrNull(json, "start_timecode", end.startTimecode);
   json.Key("sidecars");
-  if (end.moviePath.empty()) {
-    json.Null();
-  } else {
-    TakeReport::WriteSidecars(json, end.moviePath);
-  }
+  TakeReport::WriteSidecars(json, end.moviePath, end.started);
   json.Key("verification");
   if (end.verifyRan) {
     end.verification.WriteJson(json);

@@ -19,6 +19,8 @@ struct RecordEnd {
   std::string warning;        // a warning told while recording; empty when none
   std::string moviePath;
   bool movieRemoved = false;  // nothing was recorded, and the empty movie is gone
+  bool started = false;       // the recording started: the file at moviePath is this take's,
+                              // not one it refused to touch
   int64_t frames = 0;         // the movie's frames by the plug-in's last count
   std::string startTimecode;  // of the first frame; empty when unknown
   bool verifyAsked = false;   // --verify was given ...
@@ -51,7 +53,8 @@ class JsonLinesPresenter : public ProgressPresenter {
   // {"type":"end","status":0,"meaning":"...","error":null,"warning":null,"movie":"...",
   //  "movie_removed":false,"frames":50,"slots":50,"pictures":50,"dropped":0,
   //  "start_timecode":"01:00:00:01","sidecars":{...},"verification":null}; slots, pictures
-  // and dropped are the movie's as it is now (null when it cannot be read).
+  // and dropped are the movie's as it is now, and sidecars its files (null when it cannot be
+  // read, and for a take that never started: a file there then is not this take's).
   static std::string EndLine(const RecordEnd& end);
 
   // Writes line and a line feed to out at once.

@@ -1,7 +1,6 @@
 // The manual page kestrin-capture(1), made from the host program's option table.
 #include "Host/ManPage.h"
 
-#include <ctype.h>
 #include <string.h>
 
 #include "Host/CommandOptions.h"
@@ -32,17 +31,10 @@ std::string Italic(const std::string& text) { return "\\fI" + Literal(text) + "\
 // "NAME|ROW" in italics (words to replace), "line|json" and "2|8|16" in bold (words to type).
 std::string ValueShown(const std::string& valueName) {
   std::string out;
-  size_t start = 0;
-  for (;;) {
-    size_t bar = valueName.find('|', start);
-    const std::string part = valueName.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
-    bool typed = !part.empty();
-    for (char c : part) typed = typed && (islower(static_cast<unsigned char>(c)) || isdigit(static_cast<unsigned char>(c)));
-    out += typed ? Bold(part) : Italic(part);
-    if (bar == std::string::npos) return out;
-    out += "|";
-    start = bar + 1;
+  for (const ValueWord& word : CommandOptions::ValueWords(valueName)) {
+    out += (out.empty() ? "" : "|") + (word.typed ? Bold(word.text) : Italic(word.text));
   }
+  return out;
 }
 
 // "-o|--output MOVIE" as a usage line shows it, in brackets unless it is required; the

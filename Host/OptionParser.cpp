@@ -114,8 +114,10 @@ bool OptionParser::Read(const char* name, int argc, char** argv, ParsedOptions& 
 OptionParser::Result OptionParser::Parse(const CommandDescription& command, int argc, char** argv, ParsedOptions& parsed) {
   parsed = ParsedOptions();
   std::vector<struct option> longOptions;
-  // ':' first: a missing value is told apart from an unknown option, and getopt says nothing.
-  std::string shortOptions = ":";
+  // '-' first: each operand is handed over in its place (1), so options may follow operands
+  // even where POSIXLY_CORRECT would stop at the first; then ':': a missing value is told
+  // apart from an unknown option, and getopt says nothing.
+  std::string shortOptions = "-:";
   for (size_t i = 0; i < command.options.size(); ++i) {
     const CommandOption& option = command.options[i];
     const bool takesValue = *option.valueName != '\0';
@@ -134,6 +136,10 @@ OptionParser::Result OptionParser::Parse(const CommandDescription& command, int 
   for (int got; (got = getopt_long(argc, argv, shortOptions.c_str(), longOptions.data(), nullptr)) != -1;) {
     // What was typed: the word getopt_long just read, or the one short option of a cluster.
     const std::string word = argv[optind - 1] ? argv[optind - 1] : "";
+    if (got == 1) {
+      parsed.operands.push_back(optarg);
+      continue;
+    }
     if (got == ':') {
       const CommandOption* option = ByValue(command, optopt);
       if (!option) return bad(name + ": an option needs a value");
@@ -142,6 +148,11 @@ OptionParser::Result OptionParser::Parse(const CommandDescription& command, int 
       return bad(*option->missing ? std::string(option->missing) : typed + " needs a value");
     }
     if (got == '?') {
+      // A switch given a value ("--verify=yes"): getopt_long names the switch in optopt.
+      const CommandOption* known = ByValue(command, optopt);
+      if (known && !*known->valueName && word.compare(0, 2, "--") == 0 && word.find('=') != std::string::npos) {
+        return bad(name + ": --" + known->longName + " takes no value");
+      }
       // An unknown short option is optopt itself; an unknown long one, or a switch given a
       // value ("--verify=yes"), is the word as typed.
       const bool shortUnknown = optopt > 0 && optopt < kLongOnly && !ByValue(command, optopt);
@@ -156,7 +167,7 @@ OptionParser::Result OptionParser::Parse(const CommandDescription& command, int 
     if (strcmp(option->longName, "help") == 0) return Result::kHelp;
     parsed.given.push_back({option->longName, optarg ? optarg : ""});
   }
-  for (int i = optind; i < argc; ++i) parsed.operands.push_back(argv[i]);
+  for (int i = optind; i < argc; ++i) parsed.operands.push_back(argv[i]);  // those after "--"
   return Result::kParsed;
 }
 

@@ -22,6 +22,22 @@ struct ParsedOptions {
   std::vector<GivenOption> given;
   std::vector<std::string> operands;
   std::string problem;
+
+  // Whether the option of that long name was given.
+  bool Has(const char* longName) const {
+    for (const GivenOption& option : given) {
+      if (option.name == longName) return true;
+    }
+    return false;
+  }
+  // The value it was last given; "" when it was not.
+  std::string Value(const char* longName) const {
+    std::string value;
+    for (const GivenOption& option : given) {
+      if (option.name == longName) value = option.value;
+    }
+    return value;
+  }
 };
 
 // Reads options with glibc's getopt_long, so that they behave as every Linux user expects:

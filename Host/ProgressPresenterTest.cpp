@@ -165,12 +165,16 @@ TEST(ProgressPresenterTest, ProgressLinesComeAtMostFourASecondAndEventsAtOnce) {
   fclose(notes);
 }
 
+// A take that never started says nothing of the file at its path, which is not the take's
+// (here another tool's take that the recording would not replace, with its frame hashes).
 TEST(ProgressPresenterTest, TheEndOfATakeThatLeftNoMovieSaysItsStatusAndNothingOfAMovie) {
   Util::ScratchFolder folder;
   RecordEnd end;
   end.status = 11;
   end.error = "the signal is at 01:00:10:01, past the in-point 01:00:00:00: nothing was recorded";
   end.moviePath = folder.File("take \"one\".mov");
+  std::ofstream(end.moviePath) << "another tool's take";
+  std::ofstream(MovieSidecars::FrameHashes(end.moviePath)) << "#format: frame checksums\n";
   EXPECT_EQ("{\"type\":\"end\",\"status\":11,\"meaning\":" + Util::JsonWriter::Quoted(CommandOptions::ExitMeaning(11)) +
                 ",\"error\":\"the signal is at 01:00:10:01, past the in-point 01:00:00:00: nothing was recorded\","
                 "\"warning\":null,\"movie\":" + Util::JsonWriter::Quoted(end.moviePath) +

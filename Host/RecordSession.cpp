@@ -66,6 +66,7 @@ RecordOutcome RecordSession::Run(const RecordRequest& request) {
     if (!failure.empty()) fail(failure.find("path") != std::string::npos ? 2 : 5, failure);
   }
   if (session.Recording()) {
+    outcome.started = true;
     outcome.startTimecode = session.StartTimecode();
     ProgressDisplay progress(mOutput, stdout, stderr, request.moviePath, mSettings);
     progress.SetStartTimecode(StartOf(request, session));  // the events' lines count from it

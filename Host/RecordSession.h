@@ -22,6 +22,7 @@ struct RecordOutcome {
   double longestServiceCall = 0;  // seconds the longest service call held the host's thread
   bool movieRemoved = false;    // nothing was recorded, and the empty movie is gone
   std::string frameHashes;      // the completed movie's frame-hash sidecar, when it has one
+  bool started = false;         // the recording started: the file at the movie's path is this take's
 };
 
 class RecordSession {

@@ -34,15 +34,9 @@ int RunReport(int argc, char** argv) {
                           [](const std::string& problem) { return BadOption(problem); })) {
     return status;
   }
-  bool json = false;
-  for (const GivenOption& given : parsed.given) {
-    if (given.name == "json") {
-      json = true;
-      continue;
-    }
-    if (given.value.empty()) return BadOption("report: -o needs a PNG path");
-    picture = given.value;
-  }
+  const bool json = parsed.Has("json");
+  picture = parsed.Value("output");
+  if (parsed.Has("output") && picture.empty()) return BadOption("report: -o needs a PNG path");
   if (parsed.operands.size() > 1) return BadOption("report needs exactly one MOVIE");
   if (!parsed.operands.empty()) movie = parsed.operands[0];
   if (movie.empty()) return BadOption("report needs a MOVIE");

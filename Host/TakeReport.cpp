@@ -192,7 +192,7 @@ std::string TakeReport::Json() const {
   return json.EndObject().Text();
 }
 
-void TakeReport::WriteSidecars(Util::JsonWriter& json, const std::string& moviePath) {
+void TakeReport::WriteSidecars(Util::JsonWriter& json, const std::string& moviePath, bool ours) {
   const std::pair<const char*, std::string> sidecars[] = {
       {"frame_hashes", MovieSidecars::FrameHashes(moviePath)}, {"levels", MovieSidecars::Levels(moviePath)},
       {"events", MovieSidecars::Events(moviePath)},          {"verification", MovieSidecars::Verification(moviePath)},
@@ -202,7 +202,7 @@ void TakeReport::WriteSidecars(Util::JsonWriter& json, const std::string& movieP
   for (const auto& sidecar : sidecars) {
     struct stat info;
     json.Key(sidecar.first);
-    stat(sidecar.second.c_str(), &info) == 0 ? json.String(sidecar.second) : json.Null();
+    ours && stat(sidecar.second.c_str(), &info) == 0 ? json.String(sidecar.second) : json.Null();
   }
   json.EndObject();
 }

@@ -69,8 +69,9 @@ struct TakeReport {
   std::string Json() const;
 
   // The paths of the sidecars beside the movie at moviePath as one JSON object: "frame_hashes",
-  // "levels", "events", "verification", "report_picture", each null when it is not there.
-  static void WriteSidecars(Util::JsonWriter& json, const std::string& moviePath);
+  // "levels", "events", "verification", "report_picture", each null when it is not there, and
+  // all of them null when ours is false (the files there are not the take's).
+  static void WriteSidecars(Util::JsonWriter& json, const std::string& moviePath, bool ours = true);
 };
 
 }  // namespace KTN

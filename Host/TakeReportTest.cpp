@@ -170,7 +170,7 @@ TEST_F(TakeReportTest, TheJsonCarriesTheLastVerify) {
                 std::to_string(movie.st_size) + ",\"modified\":" + std::to_string(movie.st_mtime) + "}\n");
   const std::string json = Gathered().Json();
   EXPECT_NE(json.find(",\"verification\":{\"result\":\"differs\",\"passed\":false,\"line\":\"picture 3 is bad\","
-                      "\"checked\":\"2026-11-24T17:01:00+0000\"},\"sidecars\":{"),
+                      "\"checked\":\"2026-11-24T17:01:00+00:00\"},\"sidecars\":{"),
             std::string::npos)
       << json;
 }

@@ -123,8 +123,15 @@ void TakeVerification::WriteJson(Util::JsonWriter& json) const {
   json.Key("result").String(ResultName());
   json.Key("passed").Bool(result == Result::kVerified);
   json.Key("line").String(line);
+  // RFC 3339, as scripts' date parsers read it: the sidecar's "+0100" as "+01:00".
+  std::string when = checkedAt;
+  const size_t zone = when.size() >= 5 ? when.size() - 5 : std::string::npos;
+  if (zone != std::string::npos && (when[zone] == '+' || when[zone] == '-') &&
+      when.find_first_not_of("0123456789", zone + 1) == std::string::npos) {
+    when.insert(when.size() - 2, ":");
+  }
   json.Key("checked");
-  checkedAt.empty() ? json.Null() : json.String(checkedAt);
+  when.empty() ? json.Null() : json.String(when);
   json.EndObject();
 }
 

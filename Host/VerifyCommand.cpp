@@ -36,7 +36,7 @@ int RunVerify(int argc, char** argv) {
                           [](const std::string& problem) { return CouldNotCheck(problem + " (" + Synopsis() + ")"); })) {
     return status;
   }
-  write = !parsed.given.empty();  // --write is its only option besides --help
+  write = parsed.Has("write");
   if (parsed.operands.size() > 1) return CouldNotCheck("verify needs exactly one MOVIE (" + Synopsis() + ")");
   if (!parsed.operands.empty()) movie = parsed.operands[0];
   if (movie.empty()) return CouldNotCheck("verify needs a MOVIE (" + Synopsis() + ")");

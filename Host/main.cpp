@@ -111,7 +111,7 @@ std::string AllowedFormats(int standard) {
 }
 
 int Record(int argc, char** argv) {
-  auto Usage = [](const std::string& problem) { return Refuse("record", problem); };
+  auto usage = [](const std::string& problem) { return Refuse("record", problem); };
   std::string movie, standardText, formatText, inText, bundle = PluginHost::DefaultBundlePath();
   long channels = 0, bits = 0, frames = 0;
   double seconds = 0;
@@ -119,7 +119,7 @@ int Record(int argc, char** argv) {
   ParsedOptions parsed;
   int status = 0;
   if (!ReadOptions("record", argc, argv, parsed, &status)) return status;
-  if (!parsed.operands.empty()) return Usage("record: unexpected argument " + parsed.operands[0] + " (the movie is given with -o)");
+  if (!parsed.operands.empty()) return usage("record: unexpected argument " + parsed.operands[0] + " (the movie is given with -o)");
   for (const GivenOption& given : parsed.given) {
     const std::string& option = given.name;
     const char* text = given.value.c_str();
@@ -131,18 +131,18 @@ int Record(int argc, char** argv) {
       formatText = text;
     } else if (option == "channels") {
       if (!ParseWhole(text, 2, 16, channels) || (channels != 2 && channels != 8 && channels != 16)) {
-        return Usage("--channels must be 2, 8 or 16");
+        return usage("--channels must be 2, 8 or 16");
       }
     } else if (option == "bits") {
       if (!ParseWhole(text, 16, 32, bits) || (bits != 16 && bits != 24 && bits != 32)) {
-        return Usage("--bits must be 16, 24 or 32");
+        return usage("--bits must be 16, 24 or 32");
       }
     } else if (option == "frames") {
-      if (!ParseWhole(text, 1, 0x7FFFFFFE, frames)) return Usage("--frames must be a whole number from 1");
+      if (!ParseWhole(text, 1, 0x7FFFFFFE, frames)) return usage("--frames must be a whole number from 1");
     } else if (option == "seconds") {
       char* end = nullptr;
       if (!*text || (seconds = strtod(text, &end), *end) || !std::isfinite(seconds) || seconds <= 0 || seconds > 86400) {
-        return Usage("--seconds must be a number of seconds above 0, at most a day");
+        return usage("--seconds must be a number of seconds above 0, at most a day");
       }
     } else if (option == "in") {
       inText = text;
@@ -157,32 +157,37 @@ int Record(int argc, char** argv) {
     } else if (option == "verify") {
       verify = true;
     } else if (option == "progress") {
-      if (given.value != "line" && given.value != "json") return Usage("--progress must be line or json");
+      if (given.value != "line" && given.value != "json") return usage("--progress must be line or json");
       json = given.value == "json";
     }
-  }
-  if (movie.empty()) return Usage("record needs -o MOVIE");
-  std::string pathProblem;
-  if (!MoviePath::MakeAbsolute(movie, &pathProblem)) return Usage(pathProblem);
-  if (frames && seconds > 0) return Usage("give --frames or --seconds, not both");
-  if (movie.find_first_of("\n\r") != std::string::npos) return Usage("a movie path cannot hold a line break");
-  pathProblem = MoviePath::Problem(movie);
-  if (pathProblem.empty() && !overwrite && MoviePath::Exists(movie)) {
-    pathProblem = "it exists already (give -y or --overwrite to replace it)";
   }
   // With --progress json, standard output carries only the JSON lines, the last of them
   // the end of the take: whatever happens once the options are read, it is written.
   RecordEnd end;
-  end.moviePath = movie;
   end.verifyAsked = verify;
-  auto ended = [&end, json](int status, const std::string& error) {
+  auto ended = [&end, &movie, json](int status, const std::string& error) {
     if (json) {
+      end.moviePath = movie;
       end.status = status;
       end.error = error;
       JsonLinesPresenter::Write(stdout, JsonLinesPresenter::EndLine(end));
     }
     return status;
   };
+  // A command line refused once its options were read: its usage, and the end object.
+  auto refused = [&usage, &ended](const std::string& problem) {
+    usage(problem);
+    return ended(2, problem);
+  };
+  if (movie.empty()) return refused("record needs -o MOVIE");
+  std::string pathProblem;
+  if (!MoviePath::MakeAbsolute(movie, &pathProblem)) return refused(pathProblem);
+  if (frames && seconds > 0) return refused("give --frames or --seconds, not both");
+  if (movie.find_first_of("\n\r") != std::string::npos) return refused("a movie path cannot hold a line break");
+  pathProblem = MoviePath::Problem(movie);
+  if (pathProblem.empty() && !overwrite && MoviePath::Exists(movie)) {
+    pathProblem = "it exists already (give -y or --overwrite to replace it)";
+  }
   if (!pathProblem.empty()) {
     const std::string line = "cannot record to " + movie + ": " + pathProblem;
     fprintf(stderr, "kestrin-capture: %s\n", line.c_str());
@@ -200,11 +205,11 @@ int Record(int argc, char** argv) {
   }
   if (!standardText.empty() || !formatText.empty() || channels || bits) {
     int standard = standardText.empty() ? CurrentStandard(settings) : FindStandard(standardText);
-    if (standard < 0) return Usage("no standard \"" + standardText + "\" (see kestrin-capture info for the list)");
+    if (standard < 0) return refused("no standard \"" + standardText + "\" (see kestrin-capture info for the list)");
     int format = formatText.empty() ? CurrentFormat(settings) : FindFormat(formatText);
-    if (format < 0) return Usage("no format \"" + formatText + "\"");
+    if (format < 0) return refused("no format \"" + formatText + "\"");
     if (!(gSupportedStandards[standard].allowedFormats & (1u << format))) {
-      return Usage("\"" + std::string(gSupportedPixelFormats[format].name) + "\" cannot be recorded with \"" +
+      return refused("\"" + std::string(gSupportedPixelFormats[format].name) + "\" cannot be recorded with \"" +
                    gSupportedStandards[standard].name + "\"; choose one of " + AllowedFormats(standard));
     }
     settings = SignedCaptureSettings(standard, format,
@@ -223,17 +228,17 @@ int Record(int argc, char** argv) {
   if (seconds > 0) {
     // A length shorter than one frame would round to no limit at all.
     if (seconds * frameRate < 1 - 1e-9) {
-      return Usage("--seconds must be at least one frame (" + std::to_string(1 / frameRate).substr(0, 6) + " s at this standard)");
+      return refused("--seconds must be at least one frame (" + std::to_string(1 / frameRate).substr(0, 6) + " s at this standard)");
     }
     frames = std::max(1L, std::lround(seconds * frameRate / pairs));
   }
   if (frames) request.frames = static_cast<int32_t>(frames);
   if (!inText.empty()) {
-    if (!frames) return Usage("--in needs --frames or --seconds");
+    if (!frames) return refused("--in needs --frames or --seconds");
     Util::TimeCode tc = {};
     std::string problem;
     if (!Util::TimecodeText::ParseAtPictureRate(inText, settings.frameDuration, settings.timeScale, tc, &problem)) {
-      return Usage("--in: " + problem);
+      return refused("--in: " + problem);
     }
     request.hasInPoint = true;
     request.timecodeRate = tc.framesPerSecond;
@@ -256,6 +261,7 @@ int Record(int argc, char** argv) {
   end.startTimecode = outcome.startTimecode;
   end.warning = outcome.warning;
   end.movieRemoved = outcome.movieRemoved;
+  end.started = outcome.started;
   if (outcome.droppedFrames) fprintf(stderr, "kestrin-capture: WARNING: frames were dropped; their places in the movie are kept empty\n");
   if (outcome.exitCode) {
     fprintf(stderr, "kestrin-capture: %s\n", outcome.error.c_str());
@@ -302,21 +308,22 @@ int Record(int argc, char** argv) {
 // Gives an interrupted recording its ordinary index, in place, and gives back what only the
 // host side knew of it (its timecode, its field order) where the user says it.
 int Repair(int argc, char** argv) {
-  auto Usage = [](const std::string& problem) { return Refuse("repair", problem); };
+  auto usage = [](const std::string& problem) { return Refuse("repair", problem); };
   std::string movie, timecode, fieldsText;
   ParsedOptions parsed;
   int status = 0;
   if (!ReadOptions("repair", argc, argv, parsed, &status)) return status;
-  for (const GivenOption& given : parsed.given) (given.name == "timecode" ? timecode : fieldsText) = given.value;
-  if (parsed.operands.size() > 1) return Usage("repair needs exactly one MOVIE");
+  timecode = parsed.Value("timecode");
+  fieldsText = parsed.Value("fields");
+  if (parsed.operands.size() > 1) return usage("repair needs exactly one MOVIE");
   if (!parsed.operands.empty()) movie = parsed.operands[0];
-  if (movie.empty()) return Usage("repair needs exactly one MOVIE");
-  if (!timecode.empty() && !Util::TimecodeText::IsTimecode(timecode)) return Usage("--timecode must be a timecode HH:MM:SS:FF (HH:MM:SS;FF at drop frame)");
+  if (movie.empty()) return usage("repair needs exactly one MOVIE");
+  if (!timecode.empty() && !Util::TimecodeText::IsTimecode(timecode)) return usage("--timecode must be a timecode HH:MM:SS:FF (HH:MM:SS;FF at drop frame)");
   MovieStamp stamp;
   if (fieldsText == "tt") stamp.fields = MovieStamp::Fields::kTopFirst;
   else if (fieldsText == "bb") stamp.fields = MovieStamp::Fields::kBottomFirst;
   else if (fieldsText == "progressive") stamp.fields = MovieStamp::Fields::kProgressive;
-  else if (!fieldsText.empty()) return Usage("--fields must be tt, bb or progressive");
+  else if (!fieldsText.empty()) return usage("--fields must be tt, bb or progressive");
   // Only a regular file that nobody is writing: a take still being recorded is finished by
   // its own recording, and repairing it meanwhile would hide its index from it. The lock is
   // held until the repair is done, so that no recording starts on the movie meanwhile.
@@ -402,7 +409,7 @@ int main(int argc, char** argv) {
     int status = 0;
     if (!ReadOptions("info", argc - 1, argv + 1, parsed, &status)) return status;
     if (!parsed.operands.empty()) return Refuse("info", "info: unexpected argument " + parsed.operands[0]);
-    return PrintCardInfo(stdout, !parsed.given.empty());  // --json is its only option besides --help
+    return PrintCardInfo(stdout, parsed.Has("json"));
   }
   if (command == "repair") return Repair(argc - 1, argv + 1);
   if (command == "verify") return RunVerify(argc - 1, argv + 1);

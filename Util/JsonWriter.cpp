@@ -5,6 +5,8 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <charconv>
+#include <system_error>
 
 namespace KTN {
 namespace Util {
@@ -75,11 +77,13 @@ JsonWriter& JsonWriter::Integer(int64_t value) {
 JsonWriter& JsonWriter::Double(double value, int decimals) {
   if (!isfinite(value)) return Null();
   Separate();
+  // std::to_chars ignores the locale, which a Qt application sets from the user's (a decimal
+  // comma is not JSON's). The largest double has 309 digits before its point.
   char text[400];
-  const int n = snprintf(text, sizeof text, "%.*f", std::max(0, std::min(17, decimals)), value);
-  std::string number(text, n > 0 ? std::min(static_cast<size_t>(n), sizeof text - 1) : 0);
-  // A locale that writes a decimal comma (one a Qt application may have set) is not JSON's.
-  std::replace(number.begin(), number.end(), ',', '.');
+  const std::to_chars_result written =
+      std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, std::max(0, std::min(17, decimals)));
+  if (written.ec != std::errc()) return Null();
+  std::string number(text, written.ptr);
   // "-0.000": a value that rounds to nothing has no sign.
   if (number.find_first_of("123456789") == std::string::npos && !number.empty() && number[0] == '-') number.erase(0, 1);
   mText += number;
@@ -98,10 +102,54 @@ JsonWriter& JsonWriter::Null() {
   return *this;
 }
 
+namespace {
+
+// The length of the well-formed UTF-8 sequence at text[at] (1 to 4), or 0 when the bytes there
+// are not one: a stray continuation byte, a sequence cut short, an overlong form, a surrogate
+// or a value past U+10FFFF.
+size_t Utf8Length(const std::string& text, size_t at) {
+  const unsigned char lead = static_cast<unsigned char>(text[at]);
+  if (lead < 0x80) return 1;
+  size_t length = 0;
+  unsigned value = 0, least = 0;
+  if ((lead & 0xE0) == 0xC0) {
+    length = 2, value = lead & 0x1F, least = 0x80;
+  } else if ((lead & 0xF0) == 0xE0) {
+    length = 3, value = lead & 0x0F, least = 0x800;
+  } else if ((lead & 0xF8) == 0xF0) {
+    length = 4, value = lead & 0x07, least = 0x10000;
+  } else {
+    return 0;
+  }
+  if (at + length > text.size()) return 0;
+  for (size_t i = 1; i < length; ++i) {
+    const unsigned char next = static_cast<unsigned char>(text[at + i]);
+    if ((next & 0xC0) != 0x80) return 0;
+    value = (value << 6) | (next & 0x3F);
+  }
+  if (value < least || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) return 0;
+  return length;
+}
+
+}  // namespace
+
 std::string JsonWriter::Quoted(const std::string& text) {
   std::string quoted = "\"";
-  for (char c : text) {
+  for (size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
     const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte >= 0x80) {
+      // A path or a card's name may hold any bytes; JSON text is UTF-8, so a byte that is not
+      // part of a well-formed sequence is written as the replacement character.
+      const size_t length = Utf8Length(text, at);
+      if (length == 0) {
+        quoted += "\\ufffd";
+      } else {
+        quoted.append(text, at, length);
+        at += length - 1;
+      }
+      continue;
+    }
     switch (c) {
       case '"':
         quoted += "\\\"";

@@ -14,9 +14,10 @@ namespace Util {
 // and the quotes of keys are its business; the caller keeps the nesting right (each Begin
 // closed by its End, a Key before each value in an object). Strings are escaped as JSON
 // requires: '"' and '\' with a backslash, \b \f \n \r \t by name, any other control
-// character (below 0x20) as \u00XX; every other byte, UTF-8 included, is passed through as
-// it is. Doubles are written with a fixed number of decimals ("%.*f", always with a '.'
-// whatever the locale); NaN and the infinities, which JSON cannot hold, as null. A value
+// character (below 0x20) as \u00XX; well-formed UTF-8 is passed through as it is, and a byte
+// that is not part of it (a path may hold any bytes) is written as \ufffd, so that the text
+// is always valid JSON. Doubles are written with a fixed number of decimals (std::to_chars:
+// a '.' whatever the locale); NaN and the infinities, which JSON cannot hold, as null. A value
 // type; one thread at a time.
 class JsonWriter {
  public:
