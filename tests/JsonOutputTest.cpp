@@ -221,6 +221,9 @@ TEST_F(JsonOutputTest, ATakeRefusedEndsWithItsStatusAndTheLineSaid) {
   FILE* file = fopen(movie.c_str(), "w");
   ASSERT_NE(nullptr, file);
   fclose(file);
+  file = fopen((movie + ".framehash").c_str(), "w");
+  ASSERT_NE(nullptr, file);
+  fclose(file);
   std::string output, error;
   ASSERT_EQ(5, Run({"record", "-o", movie, "--frames", "5", "--progress", "json"}, output, error)) << error;
   const std::vector<std::string> lines = Lines(output);
@@ -229,6 +232,18 @@ TEST_F(JsonOutputTest, ATakeRefusedEndsWithItsStatusAndTheLineSaid) {
   EXPECT_EQ("end", Text(end["type"]));
   EXPECT_EQ(5, end["status"].toInt());
   EXPECT_NE(std::string::npos, error.find("kestrin-capture: " + Text(end["error"]) + "\n")) << error;
+  // The file there, and its frame hashes, are another take's: nothing of them is this take's.
+  EXPECT_TRUE(end["slots"].isNull());
+  EXPECT_TRUE(end["sidecars"].toObject()["frame_hashes"].isNull());
+
+  // A command line refused once its options were read ends with its object too.
+  ASSERT_EQ(2, Run({"record", "-o", mFolder + "/new.mov", "--frames", "5", "--seconds", "1", "--progress", "json"}, output,
+                   error))
+      << error;
+  const std::vector<std::string> refused = Lines(output);
+  ASSERT_EQ(1u, refused.size()) << output;
+  EXPECT_EQ(2, Parsed(refused[0])["status"].toInt());
+  EXPECT_EQ("give --frames or --seconds, not both", Text(Parsed(refused[0])["error"]));
 }
 
 }  // namespace
