@@ -113,7 +113,7 @@ long long FlatObject::Number(const std::string& name, long long fallback) const 
 }
 
 std::string FlatObject::Flat(const std::string& text) {
-  std::string flat = text;
+  std::string flat = Util::JsonWriter::WellFormed(text);
   for (char& c : flat) {
     if (static_cast<unsigned char>(c) < 0x20) c = ' ';
   }

@@ -25,7 +25,8 @@ class FlatObject {
   long long Number(const std::string& name, long long fallback = 0) const;
 
   // text as these lines can hold it: control characters (which the reader refuses, and
-  // which JSON would escape in a form it does not read) as spaces.
+  // which JSON would escape in a form it does not read) as spaces, and bytes that are not
+  // UTF-8 as U+FFFD (Util::JsonWriter::WellFormed).
   static std::string Flat(const std::string& text);
   // Flat(text) as a JSON string, quotes included: '"' and '\' escaped (Util::JsonWriter).
   static std::string Quoted(const std::string& text);

@@ -133,23 +133,28 @@ size_t Utf8Length(const std::string& text, size_t at) {
 
 }  // namespace
 
-std::string JsonWriter::Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  for (size_t at = 0; at < text.size(); ++at) {
-    const char c = text[at];
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (byte >= 0x80) {
-      // A path or a card's name may hold any bytes; JSON text is UTF-8, so a byte that is not
-      // part of a well-formed sequence is written as the replacement character.
-      const size_t length = Utf8Length(text, at);
-      if (length == 0) {
-        quoted += "\\ufffd";
-      } else {
-        quoted.append(text, at, length);
-        at += length - 1;
-      }
-      continue;
+std::string JsonWriter::WellFormed(const std::string& text) {
+  std::string formed;
+  formed.reserve(text.size());
+  for (size_t at = 0; at < text.size();) {
+    const size_t length = Utf8Length(text, at);
+    if (length == 0) {
+      formed += "\xEF\xBF\xBD";  // U+FFFD, the replacement character
+      ++at;
+    } else {
+      formed.append(text, at, length);
+      at += length;
     }
+  }
+  return formed;
+}
+
+std::string JsonWriter::Quoted(const std::string& raw) {
+  // A path or a card's name may hold any bytes; JSON text is UTF-8.
+  const std::string text = WellFormed(raw);
+  std::string quoted = "\"";
+  for (char c : text) {
+    const unsigned char byte = static_cast<unsigned char>(c);
     switch (c) {
       case '"':
         quoted += "\\\"";

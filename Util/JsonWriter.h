@@ -15,7 +15,7 @@ namespace Util {
 // closed by its End, a Key before each value in an object). Strings are escaped as JSON
 // requires: '"' and '\' with a backslash, \b \f \n \r \t by name, any other control
 // character (below 0x20) as \u00XX; well-formed UTF-8 is passed through as it is, and a byte
-// that is not part of it (a path may hold any bytes) is written as \ufffd, so that the text
+// that is not part of it (a path may hold any bytes) is written as U+FFFD, so that the text
 // is always valid JSON. Doubles are written with a fixed number of decimals (std::to_chars:
 // a '.' whatever the locale); NaN and the infinities, which JSON cannot hold, as null. A value
 // type; one thread at a time.
@@ -40,6 +40,9 @@ class JsonWriter {
 
   // text as a JSON string, quotes included, escaped as above.
   static std::string Quoted(const std::string& text);
+  // text with each byte that is not part of well-formed UTF-8 replaced by U+FFFD (as UTF-8):
+  // what Quoted writes of it.
+  static std::string WellFormed(const std::string& text);
 
   // Decimals of a double unless told otherwise: a thousandth of a second, of a dB.
   static constexpr int kDecimals = 3;

@@ -22,12 +22,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     start = end + 1;
     KTN::FlatObject object;
     if (object.Read(line)) {
-      // A string member written back reads as the same string (a string read holds no control
-      // characters, the only ones Quoted changes).
+      // A string member written back reads as the string these lines can hold (a string read
+      // holds no control characters; bytes that are not UTF-8 become U+FFFD).
       for (const auto& member : object.strings) {
         KTN::FlatObject back;
         if (!back.Read("{\"s\":" + KTN::FlatObject::Quoted(member.second) + "}")) __builtin_trap();
-        if (back.String("s") != member.second) __builtin_trap();
+        if (back.String("s") != KTN::FlatObject::Flat(member.second)) __builtin_trap();
       }
     }
     KTN::SignalEvent event;
