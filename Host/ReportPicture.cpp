@@ -209,10 +209,8 @@ QImage ReportPicture::Draw(const TakeReport& report) {
   painter.drawText(QRect(8, 4, kWidth - 16, 20), Qt::AlignLeft | Qt::AlignVCenter,
                    QFileInfo(QString::fromStdString(report.moviePath)).fileName());
   painter.setFont(font);
-  const double rate = report.summary.frameDuration
-                          ? static_cast<double>(report.summary.videoTimescale) / report.summary.frameDuration
-                          : 0;
-  QString facts = QString("%1 slots at %2 fps").arg(report.summary.pictureSlots).arg(rate, 0, 'g', 5);
+  QString facts =
+      QString("%1 slots at %2 fps").arg(report.summary.pictureSlots).arg(report.summary.PictureRate(), 0, 'g', 5);
   if (report.summary.hasTimecode) facts += QString(", from %1").arg(QString::fromStdString(report.summary.startTimecode));
   facts += QString(" | %1 pictures, %2 dropped | ").arg(report.summary.pictures).arg(report.summary.EmptySlots());
   facts += report.eventsThere ? QString("%1 events").arg(report.events.size()) : QString("events not recorded");

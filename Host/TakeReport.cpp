@@ -119,8 +119,8 @@ std::string TakeReport::VerifyLine() const {
 std::string TakeReport::Text() const {
   std::string text = "Movie: " + moviePath + "\n";
   char line[160];
-  const double rate = summary.frameDuration ? static_cast<double>(summary.videoTimescale) / summary.frameDuration : 0;
-  snprintf(line, sizeof line, "Slots: %llu at %.5g fps", static_cast<unsigned long long>(summary.pictureSlots), rate);
+  snprintf(line, sizeof line, "Slots: %llu at %.5g fps", static_cast<unsigned long long>(summary.pictureSlots),
+           summary.PictureRate());
   text += line;
   text += summary.hasTimecode ? ", from " + summary.startTimecode + "\n" : ", without timecode\n";
   text += "Pictures: " + std::to_string(summary.pictures) + "\n";
@@ -149,7 +149,7 @@ std::string TakeReport::Json() const {
   json.BeginObject();
   json.Key("movie").String(moviePath);
   json.Key("slots").Integer(static_cast<int64_t>(summary.pictureSlots));
-  json.Key("fps").Double(summary.frameDuration ? static_cast<double>(summary.videoTimescale) / summary.frameDuration : 0);
+  json.Key("fps").Double(summary.PictureRate());
   json.Key("frame_duration").Integer(summary.frameDuration);
   json.Key("timescale").Integer(summary.videoTimescale);
   json.Key("start_timecode");

@@ -32,6 +32,8 @@ struct MovieSummary {
 
   // Frame slots without a picture: the frames dropped.
   uint64_t EmptySlots() const { return pictureSlots > pictures ? pictureSlots - pictures : 0; }
+  // Picture slots a second; 0 when the movie gives no slot length.
+  double PictureRate() const { return frameDuration ? static_cast<double>(videoTimescale) / frameDuration : 0; }
 
   // Reads the movie at path: 0, or errno with one failure line (a file that is not a
   // movie is not a failure: its layout says so).
