@@ -122,8 +122,7 @@ std::string CardInfo::Text() const {
 std::string CardInfo::Json() const {
   Util::JsonWriter json;
   json.BeginObject();
-  json.Key("card");
-  model.empty() ? json.Null() : json.String(model);
+  json.Key("card").StringOrNull(model);
   json.Key("modes").BeginArray();
   for (const Mode& mode : modes) {
     json.BeginObject();

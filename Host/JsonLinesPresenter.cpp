@@ -16,11 +16,6 @@ namespace {
 // A script polling the take is told at most this often: four times a second.
 constexpr auto kProgressInterval = std::chrono::milliseconds(250);
 
-void StringOrNull(Util::JsonWriter& json, const char* key, const std::string& text) {
-  json.Key(key);
-  text.empty() ? json.Null() : json.String(text);
-}
-
 }  // namespace
 
 JsonLinesPresenter::JsonLinesPresenter(FILE* out, FILE* notes) : mOut(out), mNotes(notes) {}
@@ -37,8 +32,8 @@ std::string JsonLinesPresenter::ProgressLine(const ProgressFigures::Figures& fig
   json.Key("type").String("progress");
   json.Key("waiting").Bool(figures.waiting);
   json.Key("status").String(figures.status);
-  StringOrNull(json, "in_point", figures.waiting ? inPoint.InPoint() : std::string());
-  StringOrNull(json, "signal_timecode", figures.waiting ? inPoint.Signal() : std::string());
+  json.Key("in_point").StringOrNull(figures.waiting ? inPoint.InPoint() : std::string());
+  json.Key("signal_timecode").StringOrNull(figures.waiting ? inPoint.Signal() : std::string());
   json.Key("elapsed_seconds").Double(figures.elapsedSeconds);
   json.Key("frames").Integer(figures.frames);
   json.Key("expected_frames");
@@ -68,9 +63,9 @@ std::string JsonLinesPresenter::EndLine(const RecordEnd& end) {
   json.Key("type").String("end");
   json.Key("status").Integer(end.status);
   json.Key("meaning").String(CommandOptions::ExitMeaning(end.status));
-  StringOrNull(json, "error", end.error);
-  StringOrNull(json, "warning", end.warning);
-  StringOrNull(json, "movie", end.moviePath);
+  json.Key("error").StringOrNull(end.error);
+  json.Key("warning").StringOrNull(end.warning);
+  json.Key("movie").StringOrNull(end.moviePath);
   json.Key("movie_removed").Bool(end.movieRemoved);
   json.Key("frames").Integer(end.frames);
   // What the movie holds as it is now, read from its own index.
@@ -84,7 +79,7 @@ std::string JsonLinesPresenter::EndLine(const RecordEnd& end) {
     json.Key(count.first);
     read ? json.Integer(static_cast<int64_t>(count.second)) : json.Null();
   }
-  StringOrNull(json, "start_timecode", end.startTimecode);
+  json.Key("start_timecode").StringOrNull(end.startTimecode);
   json.Key("sidecars");
   TakeReport::WriteSidecars(json, end.moviePath, end.started);
   json.Key("verification");

@@ -130,8 +130,7 @@ void TakeVerification::WriteJson(Util::JsonWriter& json) const {
       when.find_first_not_of("0123456789", zone + 1) == std::string::npos) {
     when.insert(when.size() - 2, ":");
   }
-  json.Key("checked");
-  when.empty() ? json.Null() : json.String(when);
+  json.Key("checked").StringOrNull(when);
   json.EndObject();
 }
 

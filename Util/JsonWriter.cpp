@@ -68,6 +68,8 @@ JsonWriter& JsonWriter::String(const std::string& text) {
   return *this;
 }
 
+JsonWriter& JsonWriter::StringOrNull(const std::string& text) { return text.empty() ? Null() : String(text); }
+
 JsonWriter& JsonWriter::Integer(int64_t value) {
   Separate();
   mText += std::to_string(static_cast<long long>(value));

@@ -29,6 +29,8 @@ class JsonWriter {
   JsonWriter& Key(const std::string& name);
 
   JsonWriter& String(const std::string& text);
+  // String(text), or null when text is empty (a value not known).
+  JsonWriter& StringOrNull(const std::string& text);
   JsonWriter& Integer(int64_t value);
   // decimals: digits after the point, 0 to 17.
   JsonWriter& Double(double value, int decimals = kDecimals);
