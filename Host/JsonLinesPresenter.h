@@ -23,8 +23,7 @@ struct RecordEnd {
                               // not one it refused to touch
   int64_t frames = 0;         // the movie's frames by the plug-in's last count
   std::string startTimecode;  // of the first frame; empty when unknown
-  bool verifyAsked = false;   // --verify was given ...
-  bool verifyRan = false;     // ... and the check ran (the take was recorded)
+  bool verifyRan = false;     // --verify was given and the check ran (the take was recorded)
   TakeVerification verification;
 };
 

@@ -73,8 +73,7 @@ void LiveSignal::EventMembers(Util::JsonWriter& json, const std::string& timecod
   json.Key("slot").Integer(event.slot);
   json.Key("frames").Integer(event.frames);
   if (event.channel > 0) json.Key("channel").Integer(event.channel);
-  json.Key("timecode");
-  timecode.empty() ? json.Null() : json.String(timecode);
+  json.Key("timecode").StringOrNull(timecode);
   if (event.kind == SignalEvent::Kind::kTimecodeBreak) {
     json.Key("before").String(event.before);
     json.Key("after").String(event.after);
@@ -119,8 +118,6 @@ std::vector<float> LiveSignal::NewPeaks() {
   mSoundsSeen = sounds.size();
   return peaks;
 }
-
-std::string LiveSignal::PeakText() const { return PeakText(ChannelPeaks(1.0)); }
 
 std::string LiveSignal::PeakText(const std::vector<float>& peaks) {
   if (peaks.empty()) return std::string();

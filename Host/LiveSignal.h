@@ -52,10 +52,8 @@ class LiveSignal {
   // call, so that a short peak between two looks is not missed however long ago it came; empty
   // when none were read, and for a take without sound.
   std::vector<float> NewPeaks();
-  // The status line's part, the highest peak of any channel over the last second:
+  // The status line's part for peaks as ChannelPeaks gives them, the highest of any channel:
   // "peak -20.0 dBFS", "peak -inf dBFS" for silence; empty without sound levels.
-  std::string PeakText() const;
-  // The same part for peaks as ChannelPeaks gives them.
   static std::string PeakText(const std::vector<float>& peaks);
 
   // "-20.0 dBFS", "-inf dBFS".

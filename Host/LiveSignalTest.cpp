@@ -70,16 +70,16 @@ TEST(LiveSignalTest, ThePeakIsTheHighestOfAnyChannelOverTheLastSecond) {
   const std::string movie = folder.File("take.mov");
   LiveSignal signal(movie, 1, 25);
   ASSERT_EQ(0, signal.Update());
-  EXPECT_EQ("", signal.PeakText()) << "nothing before the levels come";
+  EXPECT_EQ("", LiveSignal::PeakText(signal.ChannelPeaks(1.0))) << "nothing before the levels come";
   Append(MovieSidecars::Levels(movie), SlotLevels::Header(25, 1, 2));
   ASSERT_EQ(0, signal.Update());
-  EXPECT_EQ("", signal.PeakText()) << "nothing before the first sound slot";
+  EXPECT_EQ("", LiveSignal::PeakText(signal.ChannelPeaks(1.0))) << "nothing before the first sound slot";
   std::string lines = SoundLine(0, "-3.0 -6.0 -40.0 -43.0");  // a second and more before the last slot
   for (int slot = 1; slot <= 30; ++slot) lines += SoundLine(slot, "-20.0 -23.0 -26.5 -29.0");
   lines += SoundLine(31, "-inf -inf -12.25 -15.0");
   Append(MovieSidecars::Levels(movie), lines);
   ASSERT_EQ(0, signal.Update());
-  EXPECT_EQ("peak -12.2 dBFS", signal.PeakText());
+  EXPECT_EQ("peak -12.2 dBFS", LiveSignal::PeakText(signal.ChannelPeaks(1.0)));
   std::vector<float> peaks = signal.ChannelPeaks(1.0);
   ASSERT_EQ(2u, peaks.size());
   EXPECT_FLOAT_EQ(-20.0f, peaks[0]);
@@ -95,7 +95,7 @@ TEST(LiveSignalTest, ThePeakIsTheHighestOfAnyChannelOverTheLastSecond) {
   for (int slot = 32; slot <= 60; ++slot) silence += SoundLine(slot, "-inf -inf -inf -inf");
   Append(MovieSidecars::Levels(movie), silence);
   ASSERT_EQ(0, signal.Update());
-  EXPECT_EQ("peak -inf dBFS", signal.PeakText());
+  EXPECT_EQ("peak -inf dBFS", LiveSignal::PeakText(signal.ChannelPeaks(1.0)));
 }
 
 TEST(LiveSignalTest, ATakeWithoutSoundHasNoPeak) {
@@ -108,7 +108,7 @@ TEST(LiveSignalTest, ATakeWithoutSoundHasNoPeak) {
   ASSERT_EQ(0, levels.Update());
   EXPECT_EQ(0, levels.Channels());
   EXPECT_TRUE(signal.ChannelPeaks(1.0).empty());
-  EXPECT_EQ("", signal.PeakText());
+  EXPECT_EQ("", LiveSignal::PeakText(signal.ChannelPeaks(1.0)));
 }
 
 TEST(LiveSignalTest, LevelsLieOnTheScaleFromItsFloorToFullScale) {
@@ -135,7 +135,7 @@ TEST(LiveSignalTest, TheStatusLineShowsThePeakAndEventsComeAsLinesOfTheirOwn) {
   FILE* out = tmpfile();
   ASSERT_NE(nullptr, out);
   {
-    ProgressDisplay display(out, movie, settings);
+    ProgressDisplay display(ProgressDisplay::Output::kStatusLine, nullptr, out, movie, settings);
     display.SetStartTimecode("01:00:00:00");
     // A plain status line comes once a second: until the first is there (ten seconds at most).
     std::string text;

@@ -15,9 +15,6 @@ std::unique_ptr<ProgressPresenter> MakePresenter(ProgressDisplay::Output output,
 
 }  // namespace
 
-ProgressDisplay::ProgressDisplay(FILE* out, const std::string& moviePath, const CaptureSettings& settings)
-    : ProgressDisplay(Output::kStatusLine, nullptr, out, moviePath, settings) {}
-
 ProgressDisplay::ProgressDisplay(Output output, FILE* out, FILE* errors, const std::string& moviePath,
                                  const CaptureSettings& settings)
     : ProgressDisplay(MakePresenter(output, out, errors), moviePath, settings) {}

@@ -22,11 +22,9 @@ class ProgressDisplay {
  public:
   enum class Output { kStatusLine, kJsonLines };
 
-  // out: where the status line goes (the host program's standard error); moviePath and
-  // settings: the take's movie and its settings.
-  ProgressDisplay(FILE* out, const std::string& moviePath, const CaptureSettings& settings);
-  // The same, shown as output says: the status line on errors, or JSON lines on out with
-  // notes on errors.
+  // Shown as output says: the status line on errors (the host program's standard error), or
+  // JSON lines on out (its standard output) with notes on errors. moviePath and settings: the
+  // take's movie and its settings.
   ProgressDisplay(Output output, FILE* out, FILE* errors, const std::string& moviePath, const CaptureSettings& settings);
   // Any presenter, with its figures (tests).
   ProgressDisplay(std::unique_ptr<ProgressPresenter> presenter, const std::string& moviePath,

@@ -25,9 +25,7 @@ ProgressFigures::ProgressFigures(const std::string& moviePath, const CaptureSett
       mSettings(settings),
       mFollower(new MovieFollower(moviePath)),
       mSignal(new LiveSignal(moviePath, settings.frameDuration, settings.timeScale)),
-      mCreated(now) {
-  mFigures.signalRead = true;
-}
+      mCreated(now) {}
 
 ProgressFigures::~ProgressFigures() = default;
 
@@ -81,7 +79,6 @@ void ProgressFigures::ReadSignal() {
   if (!mSignal) return;
   if (mSignal->Update() != 0) {
     mSignal.reset();  // it said why in one line; the take goes on without its events
-    mFigures.signalRead = false;
     mFigures.peaks.clear();
     return;
   }

@@ -37,7 +37,6 @@ class ProgressFigures {
     int64_t pictures = 0;      // of them, the slots holding a picture
     int64_t dropped = 0;       // the empty ones
     double diskSecondsLeft = -1;  // what the movie's disk lasts at the take's rate; below 0 unknown
-    bool signalRead = false;      // the signal's sidecars are followed (false once one could not be)
     std::vector<float> peaks;  // each channel's highest peak of the last second (dBFS, -inf for
                                // silence); empty without sound levels
   };

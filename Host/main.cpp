@@ -164,7 +164,6 @@ int Record(int argc, char** argv) {
   // With --progress json, standard output carries only the JSON lines, the last of them
   // the end of the take: whatever happens once the options are read, it is written.
   RecordEnd end;
-  end.verifyAsked = verify;
   auto ended = [&end, &movie, json](int status, const std::string& error) {
     if (json) {
       end.moviePath = movie;
